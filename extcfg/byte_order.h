@@ -1,5 +1,6 @@
 /*
- * The header words of a TLV, which are big-endian on every host and stand at any alignment. For the codec alone.
+ * The file's byte order. Words of a file are big-endian on every host and stand at any alignment, so they are read and
+ * written here and never through a wider pointer.
  */
 #ifndef EXTCFG_BYTE_ORDER_H
 #define EXTCFG_BYTE_ORDER_H

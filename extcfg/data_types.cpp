@@ -128,12 +128,9 @@ uint16_t TAV_GetExtTlvDataLen(uint32_t type) {
 }
 
 TAV_ExtTlvEndianFunc TAV_GetExtTlvEndianFunc(uint32_t type) {
-    if constexpr (extcfg::kHostIsBigEndian) {
-        return nullptr;
-    }
     const TAV_ExtTlvDataTypeRow *row = TAV_GetExtTlvDataTable(type);
     TAV_NONE_IF_NULL(row);
-    return row->endian;
+    return extcfg::kHostIsBigEndian ? nullptr : row->endian;
 }
 
 TAV_ExtTlvCompareFunc TAV_GetExtTlvCompareFunc(uint32_t type) {

@@ -97,7 +97,7 @@ uint32_t TAV_UnZipExtCfgFileToBuffer(uint8_t **buffer, uint32_t *size, const cha
     uint32_t archiveSize = 0;
     uint32_t result = TAV_GetFileSize(path, &archiveSize);
     if (result != TAV_OK) {
-        /* The size's own code, not the one that the plain reader gives: callers tell the two apart. */
+        /* The size's own code, on purpose not the one that the plain reader gives. */
         TAV_FAIL(result, "Get %s size failed, return 0x%x", path, result);
     }
     if (archiveSize > TAV_EXT_MAX_FILE_SIZE) {

@@ -71,7 +71,7 @@ uint32_t TAV_WriteFileAtOffset(const void *data, uint32_t length, const char *pa
         BEX_VFS_FFlush(file);
     }
     BEX_VFS_FClose(file);
-    if (amount != length) {
+    if (result != 0 || amount != length) {
         TAV_FAIL(TAV_ERR_REFUSED, "Write %s failed, len=%d, return 0x%x", path, length, amount);
     }
     return TAV_OK;

@@ -28,11 +28,11 @@ class Backup {
   public:
     explicit Backup(const char *path) : path_(path) {
         snprintf_truncated_s(name_, sizeof(name_), "%s.bak", path);
-        /* A path of full length is cut back to itself: there is no second name then, and above all none to delete. */
-        usable_ = BEX_StrCmp(name_, path) != 0;
+        /* A path that fills the name, or more, is cut to itself or to a stranger's name: nothing to touch then. */
+        usable_ = BEX_StrLen(path) < sizeof(name_) - 1;
     }
 
-    /** Moves the old file, if there is one, out of the way. A failed move shows in the write that follows, or never. */
+    /** Moves the old file, if there is one, out of the way. A failed move is not looked at: the write goes on. */
     void Keep() const {
         if (usable_ && BEX_VFS_IsFileExist(path_) != 0) {
             BEX_VFS_MoveFile(path_, name_);
@@ -56,7 +56,7 @@ class Backup {
   private:
     const char *path_;                  /* the file */
     char name_[TAV_EXT_PATH_SIZE] = {}; /* its backup name */
-    bool usable_;                       /* the backup name is another than the file's */
+    bool usable_;                       /* the backup name begins with the whole path */
 };
 
 }  // namespace

@@ -37,6 +37,9 @@ uint32_t Store(uint8_t *value, uint32_t length, const void *source) {
 }  // namespace
 
 uint32_t TAV_CalcExtCfgFileHeadSize(const CfgLocal *local) {
+    if (!extcfg::IsValid(local)) {
+        TAV_FAIL(0, "Invalid CfgLocal");
+    }
     uint32_t size = 0;
     for (const TAV_ExtTlvProcRow *row = g_astExtCfgFileHeadFillFuncTbl; row->func != nullptr; ++row) {
         if (row->type == EXT_TLV_REFER_CHECKSUM && local->referFlag == 0) {
@@ -52,6 +55,9 @@ uint32_t TAV_CalcExtCfgFileHeadSize(const CfgLocal *local) {
 }
 
 uint32_t TAV_CalcExtCfgFileBodySize(CfgLocal *local) {
+    if (!extcfg::IsValid(local)) {
+        TAV_FAIL(0, "Invalid CfgLocal");
+    }
     uint32_t size = 0;
     for (auto *vs = FirstOf<TAV_ExtCfgVsNode>(&local->vsList); vs != nullptr; vs = NextOf(&local->vsList, vs)) {
         size = extcfg::AddSizes(size, extcfg::AddSizes(TAV_ExtCfgVsNodeCalcSize(vs), TAV_EXT_TLV_HEAD_SIZE));

@@ -13,7 +13,7 @@ uint32_t TAV_LoadExtCfgFile(const char *path, TAV_ExtCfgFileContext *context) {
     uint8_t *image = nullptr;
     uint32_t size = 0;
     uint32_t result = extcfg::ReadImage(&image, &size, path);
-    const extcfg::OwnedBuffer owned(image);
+    extcfg::OwnedBuffer owned(image);
     if (result != TAV_OK || image == nullptr) {
         TAV_LOG("Read %s failed, return 0x%x", path, result);
     } else {
@@ -22,6 +22,7 @@ uint32_t TAV_LoadExtCfgFile(const char *path, TAV_ExtCfgFileContext *context) {
             TAV_LOG("TAV_ParseExtCfgFile failed, return 0x%x", result);
         }
     }
+    owned.reset();
     TAV_LOG("Load %s end", path);
     return result;
 }

@@ -1,5 +1,5 @@
 /*
- * The store's heap blocks. Macros, so that each block is accounted to the line that takes or returns it.
+ * The store's heap blocks. Macros, so that each block is accounted to the line that takes it.
  */
 #ifndef EXTCFG_MEMORY_H
 #define EXTCFG_MEMORY_H

@@ -37,6 +37,11 @@ TAV_ExtCfgRecordNode *GreatestRecord(TAV_ExtCfgClassNode *classNode) {
 }  // namespace
 
 uint32_t extcfg::ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
+    if (TAV_GetDebugFlag() != 0) {
+        /* Comparisons may report: with the log on, make those of a descent and no other. */
+        classNode->greatest = nullptr;
+        return TAV_RBT_AddNode(&classNode->records, record);
+    }
     TAV_ExtCfgRecordNode *greatest = GreatestRecord(classNode);
     if (greatest == nullptr || TAV_ExtCfgRecordCompare(&record->fields, &greatest->fields) <= 0) {
         return TAV_RBT_AddNode(&classNode->records, record);
@@ -83,9 +88,8 @@ TAV_ExtCfgClassNode *TAV_ExtCfgClassNodeFind(TAV_ExtCfgVsNode *vs, uint32_t cid)
 }
 
 TAV_ExtCfgClassNode *TAV_ExtCfgClassNodeGetInstance(TAV_ExtCfgVsNode *vs, uint32_t cid) {
-    TAV_NONE_IF_NULL(vs);
     TAV_ExtCfgClassNode *classNode = TAV_ExtCfgClassNodeFind(vs, cid);
-    if (classNode != nullptr) {
+    if (classNode != nullptr || vs == nullptr) {
         return classNode;
     }
     classNode = TAV_ExtCfgClassNodeCreate(cid);
@@ -128,11 +132,8 @@ TAV_ExtCfgVsNode *TAV_ExtCfgVsNodeFind(CfgLocal *local, uint32_t vsId) {
 }
 
 TAV_ExtCfgVsNode *TAV_ExtCfgVsNodeGetInstance(CfgLocal *local, uint32_t vsId) {
-    if (!extcfg::IsValid(local)) {
-        TAV_FAIL(nullptr, "Invalid CfgLocal");
-    }
     TAV_ExtCfgVsNode *vs = TAV_ExtCfgVsNodeFind(local, vsId);
-    if (vs != nullptr) {
+    if (vs != nullptr || !extcfg::IsValid(local)) {
         return vs;
     }
     vs = TAV_ExtCfgVsNodeCreate(vsId);

@@ -10,12 +10,13 @@
  * record from its siblings.
  *
  * Start-up: call TAV_InitExtTlvDataTypeTable once, before the first store is opened. Before that, values of a fixed
- * size have no length limit and any two values of a field compare equal.
+ * size have no length limit, and two values of a field that have the same length compare equal.
  *
  * Threads: no locks. A CfgLocal and everything in it is used by one thread at a time; different CfgLocals are
  * independent, even on the same file (the last flush wins).
  *
  * Failures are reported by result codes (tav_base.h) and, while the debug switch is on, by lines in the debug log.
+ * Pointers must not be null where neither a result code nor a word says that they may be.
  */
 #ifndef TAV_EXTCFG_H
 #define TAV_EXTCFG_H
@@ -291,6 +292,9 @@ enum {
 /**
  * Creates a field node with its id and length set and its value not filled.
  *
+ * The node is opaque, so a value cannot be filled in from outside the library: build records with
+ * TAV_ExtCfgRecordAddFieldValue.
+ *
  * @param fid     field id
  * @param length  bytes of the value
  * @return the node, the caller's (TAV_ExtCfgFieldNodeFree); null when the length exceeds the field's limit or memory is
@@ -327,7 +331,8 @@ TAV_API TAV_ExtCfgRecordNode *TAV_ExtCfgRecordNodeCreate(uint32_t cid);
  *
  * @param record  the record
  * @param fid     field id
- * @param length  bytes of the value
+ * @param length  bytes of the value. One shorter than a fixed size is accepted, and later written as it stands in
+ * memory
  * @param value   the value in host order; copied
  */
 TAV_API void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_t fid, uint32_t length,
@@ -377,8 +382,10 @@ TAV_API int32_t TAV_ExtCfgRecordCompare(const void *keyA, const void *keyB);
 TAV_API uint32_t TAV_ExtCfgRecordMatchCond(const TAV_ExtCfgRecordNode *record, const TAV_ExtCfgRecordNode *condition);
 
 /**
- * Overwrites fields of one record with those of another. A field of equal length is changed in place; an absent field,
- * and one of another length, goes to the end of the list; fields that the source lacks are kept.
+ * Overwrites fields of one record with those of another. A field of equal length that compares unequal is changed in
+ * place; an absent field, and one of another length, goes to the end of the list; fields that the source lacks are
+ * kept. A field whose id has no comparer compares equal, so it is not changed while its length stays. A source must not
+ * hold a key field twice: the second would overwrite the key.
  *
  * @param target  changed; a failure leaves the fields handled so far changed
  * @param source  only read
@@ -507,9 +514,9 @@ TAV_API uint32_t TAV_CheckExtCfgFileData(uint8_t *image, uint32_t size, TAV_ExtC
  * @param image    the image, not changed
  * @param size     bytes of the image
  * @param context  as for TAV_CheckExtCfgFileData, with store, VS filter and condition as wanted
- * @return TAV_OK; 1 when a record was found without a store (foundValue is set); TAV_ERR_INVALID for an image that
- *         fails its check or its walk; TAV_ERR_NO_MEMORY; else what adding a record gave. After a failure the store
- *         keeps what had been added
+ * @return TAV_OK; 1 when a record was found without a store (foundValue is set), and when a copy failed;
+ *         TAV_ERR_INVALID for an image that fails its check or its walk; TAV_ERR_NO_MEMORY, also for a value longer
+ * than its field's limit; else what adding a record gave. After a failure the store keeps what had been added
  */
 TAV_API uint32_t TAV_ParseExtCfgFileData(uint8_t *image, uint32_t size, TAV_ExtCfgFileContext *context);
 
@@ -554,10 +561,10 @@ TAV_API uint32_t TAV_FillExtCfgFileChecksum(uint32_t type, uint8_t *value, uint3
  */
 TAV_API uint32_t TAV_FillExtCfgFileReferChecksum(uint32_t type, uint8_t *value, uint32_t length, void *context);
 
-/** Returns the bytes of the head that will be written for a store; 0 before TAV_InitExtTlvDataTypeTable. */
+/** Returns the bytes of the head that will be written for a store; 0 for an invalid store and before start-up. */
 TAV_API uint32_t TAV_CalcExtCfgFileHeadSize(const CfgLocal *local);
 
-/** Returns the bytes of the body that will be written for a store, and updates its VS lengths; 0 for an empty store. */
+/** Returns the bytes of the body that will be written, and updates the VS lengths; 0 for an empty or invalid store. */
 TAV_API uint32_t TAV_CalcExtCfgFileBodySize(CfgLocal *local);
 
 /**
@@ -577,7 +584,7 @@ TAV_API uint32_t TAV_FillExtCfgFileHead(TAV_ExtCfgRecordNode *headRecord, TAV_Ex
  * @param cursor  in and out: where to write; advances
  * @param end     end of the buffer; nothing is written beyond it
  * @return TAV_OK; TAV_ERR_NO_ROOM when it does not fit; TAV_ERR_INVALID when a value exceeds its field's limit or the
- *         record's length does not add up
+ *         record's length does not add up; TAV_ERR_COPY when a copy failed
  */
 TAV_API uint32_t TAV_BuildExtCfgRecordData(const TAV_ExtCfgRecordNode *record, uint8_t **cursor, const uint8_t *end);
 
@@ -613,7 +620,8 @@ TAV_API uint32_t TAV_BuildExtCfgFileBody(CfgLocal *local, uint8_t *bodyStart, ui
  * Reads a file (an archive when its name ends in ".zip"), checks and parses it.
  *
  * @param path     the file
- * @param context  zeroed, with store, VS filter, condition and refer path as wanted
+ * @param context  zeroed, with store, VS filter, condition and refer path as wanted. Its pointers into the image
+ * (image, foundValue, storedChecksum) are dead afterwards: the image is freed
  * @return TAV_OK; TAV_ERR_NULL for a null argument; else what reading or parsing gave. The store keeps what had been
  *         added before a failure
  */
@@ -692,9 +700,11 @@ TAV_API uint32_t TAV_GetExtCfgFileChecksum(const char *path, uint8_t *out, uint3
  * Opens a configuration file.
  *
  * @param mode       open mode. In read-only mode a file that does not load fails the open. In read-write mode it starts
- *                   an empty store, unless the load had added something before it failed; so the next flush creates or
- *                   replaces the file. In write-only mode the file is not read
- * @param fileName   the file; an archive when it ends in ".zip"
+ *                   an empty store, unless the load had added something before it failed: the next flush then creates
+ *                   or replaces the file, or deletes it when nothing was added. Whoever cannot afford that opens
+ *                   read-only first. In write-only mode the file is not read
+ * @param fileName   the file; an archive when it ends in ".zip". Made absolute and cut to 255 characters; a relative
+ *                   name needs a current directory. A ".bak" that a crash has left beside the file is not looked at
  * @param referName  the refer file, or null; must be given exactly when the file carries a refer checksum
  * @return the store, to be closed by the caller with TAV_ExtCfgClose; null on failure, with nothing left allocated
  */
@@ -763,8 +773,8 @@ TAV_API CfgLocal *TAV_ExtCfgOpenAndQuery(uint32_t vsId, const TAV_ExtCfgRecordNo
  * copied. VS and class are created when they are absent, and stay even when the record is then refused.
  *
  * @param vsId    id of the VS
- * @param record  the record, with the key fields of its class set. A class that the type table does not know is
- *                accepted and written, but not read back
+ * @param record  the record, with the key fields of its class set and at least one field; it must not be in a store
+ *                already. A class that is no container of the type table is accepted and written, but not read back
  * @param local   the store
  * @return TAV_OK; TAV_ERR_NULL for a null record; TAV_ERR_INVALID for a missing key field or a key that is there
  *         already; TAV_ERR_NO_MEMORY
@@ -800,7 +810,8 @@ TAV_API uint32_t TAV_ExtCfgDelRecord(uint32_t vsId, const TAV_ExtCfgRecordNode *
 
 /**
  * Writes a store to its own file. The old file is kept as "<path>.bak" until the new one stands, and moved back when
- * the write fails.
+ * the write fails. A ".bak" that a crash had left there before goes when the write succeeds. Where the old file could
+ * not be moved (no right to the directory, a path of 255 characters) the new one is written over it.
  *
  * @return TAV_OK; TAV_ERR_UNCHANGED when the file holds the same body already (it is not touched; callers that take
  *         this as success test for it); TAV_ERR_INVALID for an invalid store; TAV_ERR_REFUSED for a read-only store;
@@ -810,13 +821,14 @@ TAV_API uint32_t TAV_ExtCfgFlush(CfgLocal *local);
 
 /**
  * Writes a store to a file: an archive when the path ends in ".zip", else plain with mode 0640. A store without any VS
- * deletes the file instead. A store with a refer file is rewritten every time.
+ * deletes the file instead. A file that carries a refer checksum is rewritten every time.
  *
  * @param path   the file
  * @param local  the store; its records are not changed, so a failed write can be tried again
  * @return TAV_OK; TAV_ERR_NULL for a null path or an invalid store; TAV_ERR_REFUSED when the image exceeds 100 MiB or
  *         was written short; TAV_ERR_NO_MEMORY; TAV_ERR_UNCHANGED; TAV_ERR_OPEN when the file does not open;
- *         TAV_ERR_NOT_FOUND when the refer file has no checksum; else what building or the platform's archive gave
+ *         TAV_ERR_NOT_FOUND when the refer file has no checksum; TAV_ERR_COPY before the start-up call; else what
+ *         building or the platform's archive gave
  */
 TAV_API uint32_t TAV_WriteExtCfgFile(const char *path, CfgLocal *local);
 
@@ -848,24 +860,26 @@ TAV_API uint32_t TAV_ZipBufferToExtCfgFile(const void *data, uint32_t length, co
  * in another length, is passed over without an error.
  *
  * @param vsId       id of the VS
- * @param record     class, key fields and new values. Its key fields are consumed: the record no longer holds them
- *                   afterwards, whatever the result, unless the file could not even be read
+ * @param record     class, key fields (each once) and new values. Its key fields are consumed as soon as the file has
+ *                   been read: build the record anew for another call, because one without its key field matches the
+ *                   first record of the class
  * @param fileName   the file, whose name must end in ".dat"
  * @param referName  the refer file, given exactly when the file carries a refer checksum; else null
  * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_READ for another suffix or when the file cannot be read;
  *         TAV_ERR_NO_MEMORY; TAV_ERR_NOT_FOUND when there is no such record, also in a file that fails its check;
+ *         TAV_ERR_INVALID, with nothing written, when the head has another size than one that is built anew;
  *         TAV_ERR_OPEN or TAV_ERR_REFUSED when a write fails; else what building the head gave
  */
 TAV_API uint32_t TAV_ExtCfgSetRecordToFile(uint32_t vsId, TAV_ExtCfgRecordNode *record, const char *fileName,
                                            const char *referName);
 
 /**
- * Overwrites bytes of an existing file; its size, owner and mode stay.
+ * Overwrites bytes of an existing file; its owner and mode stay, and its size too unless the bytes reach beyond it.
  *
  * @param data    the bytes
  * @param length  number of bytes
  * @param path    the file
- * @param offset  where to write, in bytes from the start
+ * @param offset  where to write, in bytes from the start; at most 0x7FFFFFFF
  * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_OPEN when the file does not open; TAV_ERR_REFUSED when the
  *         seek failed or the bytes were written short
  */

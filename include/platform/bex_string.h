@@ -30,7 +30,7 @@ int32_t BEX_MemCmp(const void *a, const void *b, uint32_t length);
 /*
  * The functions below take the capacity of their destination and refuse what does not fit: they return non-zero, and
  * leave the destination zeroed (memory) or holding an empty string (text) when there is a destination with room for
- * that. A count of 0 succeeds, also with a capacity of 0.
+ * that. A count of 0 succeeds, also with a capacity of 0, but not with a null pointer.
  */
 
 /** Copies `count` bytes between pieces of memory that do not overlap. Returns 0, else a code. */

@@ -1,0 +1,45 @@
+# What the other scripts share. Sourced, not run.
+
+set -euo pipefail
+
+# Packages that building the library, the hosted platform and the tool takes.
+BUILD_PACKAGES="g++ cmake ninja-build libssl-dev libzip-dev libmimalloc-dev libcli11-dev nlohmann-json3-dev libfmt-dev"
+
+# Prints the folder of the checkout.
+repo_root() {
+    cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd
+}
+
+# Runs a command as root.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# Installs the Debian packages among the arguments that are not there yet.
+require_packages() {
+    local missing=() package
+    for package in "$@"; do
+        if [ "$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null)" != "install ok installed" ]; then
+            missing+=("$package")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return
+    fi
+    echo "Installing ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a preset; further arguments go to the configuration.
+build_preset() {
+    local preset=$1
+    shift
+    cmake --preset "$preset" "$@" >"/tmp/tav-configure-$$.log" || { cat "/tmp/tav-configure-$$.log"; return 1; }
+    rm -f "/tmp/tav-configure-$$.log"
+    cmake --build --preset "$preset"
+}
