@@ -24,14 +24,6 @@ void TAV_ExtCfgFieldNodeFree(TAV_ExtCfgFieldNode *field) {
     }
 }
 
-void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
-    if (record == nullptr || field == nullptr) {
-        return;
-    }
-    extcfg::RecordUnlinkField(record, field);
-    TAV_ExtCfgFieldNodeFree(field);
-}
-
 TAV_ExtCfgFieldNode *TAV_ExtCfgFieldNodeFind(const SLL_List *fields, uint32_t fid) {
     TAV_NONE_IF_NULL(fields);
     for (auto *field = extcfg::FirstOf<TAV_ExtCfgFieldNode>(fields); field != nullptr;

@@ -46,6 +46,14 @@ void extcfg::RecordUnlinkField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode
     record->recordLength -= TAV_EXT_TLV_HEAD_SIZE + field->length;
 }
 
+void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
+    if (record == nullptr || field == nullptr) {
+        return;
+    }
+    extcfg::RecordUnlinkField(record, field);
+    TAV_ExtCfgFieldNodeFree(field);
+}
+
 TAV_ExtCfgRecordNode *TAV_ExtCfgRecordNodeCreate(uint32_t cid) {
     auto *record = static_cast<TAV_ExtCfgRecordNode *>(TAV_TAKE(sizeof(TAV_ExtCfgRecordNode)));
     TAV_NONE_IF_NULL(record);
