@@ -1,0 +1,261 @@
+/*
+ * Measures the store against its peers on the same records in the same run, and prints a table of ratios.
+ *
+ * The repetitions of all measurements are interleaved at random, so that a slow moment of the machine falls on all
+ * alike; ratios are of medians. Opening starts each time without a warm heap, and is timed apart from closing. Options
+ * are those of Google Benchmark.
+ */
+#include <benchmark/benchmark.h>
+#include <mimalloc.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+
+#include "peer_floor.h"
+#include "peer_lmdb.h"
+#include "peer_protobuf.h"
+#include "peer_sqlite.h"
+#include "peer_store.h"
+#include "tav_posix.h"
+
+namespace tav::bench {
+namespace {
+
+constexpr int kRepetitions = 15;
+
+/** Runs a function and returns the seconds that it took. */
+template <class Function>
+double Seconds(Function function) {
+    const auto start = std::chrono::steady_clock::now();
+    function();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/** Adds a measurement; a name is "<data set>/<measure>/<who>". The body sets the time of each iteration. */
+template <class Body>
+void Register(const std::string &name, benchmark::TimeUnit unit, Body body) {
+    auto *added = benchmark::RegisterBenchmark(name.c_str(), body);
+    added->Iterations(1)->Repetitions(kRepetitions)->UseManualTime()->Unit(unit);
+}
+
+/** Measures opening; closing is reported beside it. */
+template <class Opener, class Record>
+void RegisterOpen(const char *who, const std::string &path, std::shared_ptr<const std::vector<Record>> records) {
+    const auto opener = std::make_shared<Opener>(path);
+    opener->Write(*records);
+    Register(std::string(Record::kSet) + "/open/" + who, benchmark::kMillisecond, [=](benchmark::State &state) {
+        for ([[maybe_unused]] auto _ : state) {
+            mi_collect(true);  // hands free memory back to the system
+            state.SetIterationTime(Seconds([&] { opener->Open(); }));
+            Require(opener->Check(*records), "what was opened are not the records");
+            state.counters["close_ms"] = Seconds([&] { opener->Close(); }) * 1e3;
+        }
+    });
+}
+
+/** Measures one get, as the mean over getting every record once. A first round warms the caches. */
+template <class Getter, class Record>
+void RegisterGet(const char *who, const std::string &path, std::shared_ptr<const std::vector<Record>> shuffled) {
+    Register(std::string(Record::kSet) + "/get/" + who, benchmark::kNanosecond, [=](benchmark::State &state) {
+        Getter getter(path, *shuffled);
+        size_t found = getter.GetAll();
+        for ([[maybe_unused]] auto _ : state) {
+            const double seconds = Seconds([&] { found += getter.GetAll(); });
+            state.SetIterationTime(seconds / static_cast<double>(shuffled->size()));
+        }
+        Require(found == 2 * shuffled->size(), "not every record was found");
+    });
+}
+
+/** Measures bringing a change of one field to the disk. */
+template <class Flusher, class Record>
+void RegisterFlush(const char *who, const std::string &path, const Record &record) {
+    Register(std::string(Record::kSet) + "/flush/" + who, benchmark::kMillisecond, [=](benchmark::State &state) {
+        Flusher flusher(path, record);
+        for ([[maybe_unused]] auto _ : state) {
+            flusher.Change();
+            state.SetIterationTime(Seconds([&] { flusher.Flush(); }));
+        }
+    });
+}
+
+/** Writes a data set's files and adds its measurements. */
+template <class Record>
+void RegisterSet(const std::string &folder) {
+    const auto records = std::make_shared<const std::vector<Record>>(Record::Make());
+    auto mixed = *records;
+    std::shuffle(mixed.begin(), mixed.end(), Random().engine);
+    const auto shuffled = std::make_shared<const std::vector<Record>>(std::move(mixed));
+    const std::string path = folder + "/" + Record::kSet;
+    RegisterOpen<StoreOpener<Record>>("store", path, records);
+    RegisterOpen<ProtobufOpener<Record>>("protobuf", path, records);
+    RegisterOpen<SqliteOpener<Record>>("sqlite", path, records);
+    RegisterOpen<FloorOpener<Record>>("floor", path, records);
+    RegisterGet<StoreGetter<Record>>("store", path, shuffled);
+    RegisterGet<LmdbGetter<Record>>("lmdb", path, shuffled);
+    RegisterFlush<StoreFlusher<Record>>("store", path, shuffled->front());
+    RegisterFlush<FloorFlusher<Record>>("reference", path, shuffled->front());
+}
+
+/** Prints median and variation of what has ended, and keeps the times by name. */
+class CollectingReporter : public benchmark::ConsoleReporter {
+  public:
+    CollectingReporter() : ConsoleReporter(OO_None) {}
+
+    void ReportRuns(const std::vector<Run> &runs) override {
+        std::vector<Run> shown;
+        for (const Run &run : runs) {
+            if (run.run_type == Run::RT_Iteration) {
+                Keep(run);
+            } else if (run.aggregate_name == "median" || run.aggregate_name == "cv") {
+                shown.push_back(run);
+            }
+        }
+        ConsoleReporter::ReportRuns(shown);
+    }
+
+    /** The median of a measurement, or 0 when it did not run. */
+    double Median(const std::string &name) {
+        std::vector<double> &times = times_[name];
+        std::sort(times.begin(), times.end());
+        return times.empty() ? 0 : times[times.size() / 2];
+    }
+
+  private:
+    void Keep(const Run &run) {
+        const std::string name = run.run_name.function_name;
+        times_[name].push_back(run.GetAdjustedRealTime());
+        if (const auto close = run.counters.find("close_ms"); close != run.counters.end()) {
+            times_[name + "/close"].push_back(close->second);
+        }
+    }
+
+    std::map<std::string, std::vector<double>> times_;
+};
+
+/** Prints a row of the table; without a target it is for information. A measurement that did not run has no row. */
+void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs, double target) {
+    if (ours == 0 || theirs == 0) {
+        return;
+    }
+    const double ratio = ours / theirs;
+    std::printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
+    if (target > 0) {
+        std::printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
+    }
+    std::printf("\n");
+}
+
+/** A line of the process's status in MB, such as its resident memory or the peak of that. */
+double StatusMegabytes(const std::string &name) {
+    std::ifstream status("/proc/self/status");
+    std::string word;
+    while (status >> word && word != name) {
+    }
+    double kilobytes = 0;
+    Require(static_cast<bool>(status >> kilobytes), "/proc/self/status");
+    return kilobytes * 1024 / 1e6;
+}
+
+/** Opens a file in this process, a fresh one, and prints by how many MB the resident memory rose at its peak. */
+template <class Record>
+void PrintPeak(const std::string &who, const std::string &path) {
+    const auto print = [](auto opener) {
+        const double before = StatusMegabytes("VmRSS:");
+        opener.Open();
+        std::printf("%f\n", StatusMegabytes("VmHWM:") - before);
+    };
+    if (who == "store") {
+        print(StoreOpener<Record>(path));
+    } else if (who == "protobuf") {
+        print(ProtobufOpener<Record>(path));
+    } else {
+        print(SqliteOpener<Record>(path));
+    }
+}
+
+/** Has a child process measure the peak, and returns what it prints. */
+double ChildPeak(const std::string &set, const std::string &who, const std::string &folder) {
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    const std::string command = "'" + self + "' --peak " + set + " " + who + " '" + folder + "/" + set + "'";
+    FILE *child = popen(command.c_str(), "re");
+    double peak = 0;
+    Require(child != nullptr && std::fscanf(child, "%lf", &peak) == 1 && pclose(child) == 0, "child process");
+    return peak;
+}
+
+/** Prints the rows of one data set. */
+void PrintSet(CollectingReporter &times, const std::string &set, const std::string &folder) {
+    const auto row = [&](const std::string &measure, const char *unit, const char *peer, double target) {
+        const double ours = times.Median(set + "/" + measure + "/store");
+        PrintRow(set + " " + measure, unit, ours, peer, times.Median(set + "/" + measure + "/" + peer), target);
+    };
+    row("open", "ms", "protobuf", 1.0);
+    row("open", "ms", "sqlite", 0.5);
+    row("open", "ms", "floor", 3.0);
+    row("get", "ns", "lmdb", 1.0);
+    row("flush", "ms", "reference", 3.0);
+    const double fileSize = static_cast<double>(std::filesystem::file_size(folder + "/" + set + ".dat")) / 1e6;
+    const double peak = ChildPeak(set, "store", folder);
+    PrintRow(set + " peak memory", "MB", peak, "file size", fileSize, 5.0);
+    for (const char *peer : {"protobuf", "sqlite"}) {
+        const std::string close = std::string(peer) + "/close";
+        PrintRow(set + " peak memory", "MB", peak, peer, ChildPeak(set, peer, folder), 0);
+        PrintRow(set + " close", "ms", times.Median(set + "/open/store/close"), peer,
+                 times.Median(set + "/open/" + close), 0);
+    }
+}
+
+void PrintTable(CollectingReporter &times, const std::string &folder) {
+    std::printf("\n%-16s %10s %10s     %-10s %7s   %s\n", "measure", "store", "peer", "peer", "ratio", "target");
+    PrintSet(times, Record13::kSet, folder);
+    PrintSet(times, Record7::kSet, folder);
+    std::printf(
+        "\nA: 200,000 records of class 13 with 8 fields. B: 50,000 records of class 7 with 3 fields.\n"
+        "open     store: TAV_ExtCfgOpen, read-only. protobuf: read, SHA-256, parse on an arena, ordered map.\n"
+        "         sqlite: integrity_check, all rows into an ordered map. floor: read, SHA-256, one memcpy.\n"
+        "get      one record by its key, in random order; lmdb within one read transaction.\n"
+        "flush    one field changed. reference: SHA-256 over old and new body, open, write, fsync, close.\n"
+        "peak     rise of the resident memory while opening, in a process of its own.\n");
+}
+
+void RunAll(int argc, char **argv) {
+    std::string folder = std::filesystem::temp_directory_path() / "store_bench.XXXXXX";
+    Require(mkdtemp(folder.data()) != nullptr, "temporary folder");
+    struct Remover {
+        const std::string &folder;
+        ~Remover() { std::filesystem::remove_all(folder); }
+    } remover{folder};
+
+    std::vector<char *> options(argv, argv + argc);
+    options.push_back(const_cast<char *>("--benchmark_enable_random_interleaving=true"));
+    int count = static_cast<int>(options.size());
+    benchmark::Initialize(&count, options.data());
+    Require(!benchmark::ReportUnrecognizedArguments(count, options.data()), "unknown option");
+    RegisterSet<Record13>(folder);
+    RegisterSet<Record7>(folder);
+    CollectingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    PrintTable(reporter, folder);
+}
+
+}  // namespace
+}  // namespace tav::bench
+
+int main(int argc, char **argv) {
+    using namespace tav::bench;
+    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
+    try {
+        if (argc == 5 && std::string("--peak") == argv[1]) {
+            const auto print = std::string(Record13::kSet) == argv[2] ? PrintPeak<Record13> : PrintPeak<Record7>;
+            print(argv[3], argv[4]);
+        } else {
+            RunAll(argc, argv);
+        }
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "store_bench: %s\n", error.what());
+        return 1;
+    }
+}
