@@ -96,6 +96,9 @@ void *TAV_RBT_GetNode(TAV_RBT_Tree *tree, const void *key) {
     }
     TAV_RBT_Node *node = tree->root;
     while (node != &tree->sentinel) {
+        /* In a large tree a step waits for memory: both children are fetched while the keys are compared. */
+        __builtin_prefetch(RbtKey(node->smaller));
+        __builtin_prefetch(RbtKey(node->greater));
         const int32_t order = tree->comparer(key, RbtKey(node));
         if (order == 0) {
             return node;

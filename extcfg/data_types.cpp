@@ -3,7 +3,7 @@
  */
 #include "common/log.h"
 #include "extcfg/byte_order.h"
-#include "tav_extcfg.h"
+#include "extcfg/type_row.h"
 
 /*
  * Sizes of fixed-size types, comparers and converters come from the platform at start-up. Type 20 stands behind type 5,
@@ -46,30 +46,6 @@ TAV_ExtClassKeyRow g_astExtClassKeyTbl[5] = {{EXT_TLV_VS, EXT_TLV_VS_ID}, {7, 8}
 
 namespace {
 
-constexpr uint32_t kRowCount = 28;
-
-/**
- * Returns where the shipped table keeps a type. Type 20 and unknown types answer a place that holds another type, or
- * one beyond the table.
- */
-uint32_t UsualPlace(uint32_t type) {
-    return type <= EXT_TLV_CHECKSUM || type > EXT_TLV_REFER_CHECKSUM ? type - 1 : type;
-}
-
-/** Finds a type's row, or none. Parsing asks several times a field, so the usual place is tried before the search. */
-TAV_ExtTlvDataTypeRow *FindRow(uint32_t type) {
-    const uint32_t place = UsualPlace(type);
-    if (place < kRowCount && g_astExtTlvDataTypeTbl[place].type == type) {
-        return &g_astExtTlvDataTypeTbl[place];
-    }
-    for (TAV_ExtTlvDataTypeRow *row = g_astExtTlvDataTypeTbl; row->type != 0; ++row) {
-        if (row->type == type) {
-            return row;
-        }
-    }
-    return nullptr;
-}
-
 /** Stores a value only when it differs, so that a second start-up writes nothing. */
 template <typename Value>
 void StoreIfChanged(Value &place, Value value) {
@@ -105,7 +81,7 @@ void TAV_InitExtTlvDataTypeTable(PLATFORM_DataTypeLookup lookup) {
 }
 
 TAV_ExtTlvDataTypeRow *TAV_GetExtTlvDataTable(uint32_t type) {
-    TAV_ExtTlvDataTypeRow *row = FindRow(type);
+    TAV_ExtTlvDataTypeRow *row = extcfg::FindRow(type);
     if (row == nullptr) {
         TAV_FAIL(nullptr, "Invalid TLV type %d", type);
     }

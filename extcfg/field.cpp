@@ -4,6 +4,7 @@
 #include "common/log.h"
 #include "extcfg/memory.h"
 #include "extcfg/model.h"
+#include "extcfg/type_row.h"
 
 using extcfg::FieldValue;
 
@@ -48,7 +49,8 @@ int32_t TAV_ExtCfgFieldCompare(const TAV_ExtCfgFieldNode *a, const TAV_ExtCfgFie
     if (a->length != b->length) {
         return a->length < b->length ? -1 : 1;
     }
-    const TAV_ExtTlvCompareFunc compare = TAV_GetExtTlvCompareFunc(a->fid);
+    const TAV_ExtTlvDataTypeRow *row = extcfg::FindRow(a->fid);
+    const TAV_ExtTlvCompareFunc compare = row != nullptr ? row->compare : TAV_GetExtTlvCompareFunc(a->fid);
     TAV_RETURN_IF_NULL(compare, 0);
-    return compare(TAV_GetExtTlvDataType(a->fid), static_cast<uint16_t>(a->length), FieldValue(a), FieldValue(b));
+    return compare(row->dataType, static_cast<uint16_t>(a->length), FieldValue(a), FieldValue(b));
 }

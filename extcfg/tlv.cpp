@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "common/log.h"
+#include "extcfg/type_row.h"
 #include "platform/bex_string.h"
 
 using extcfg::TlvLength;
@@ -103,16 +104,19 @@ uint32_t TAV_ExtTlvProcForEach(TAV_ExtTlvProcFunc visitor, uint8_t *first, uint3
 }
 
 uint32_t TAV_ExtTlvConvertEndian(uint32_t type, uint32_t length, const void *source, void *destination) {
-    const uint16_t dataType = TAV_GetExtTlvDataType(type);
-    const uint32_t limit = TAV_GetExtTlvDataLen(type);
+    /* The row is looked up once; the getters are asked for a type that has none, or no length, because they report. */
+    const TAV_ExtTlvDataTypeRow *row = extcfg::FindCompleteRow(type);
+    const uint16_t dataType = row != nullptr ? row->dataType : TAV_GetExtTlvDataType(type);
+    const uint32_t limit = row != nullptr ? row->length : TAV_GetExtTlvDataLen(type);
     if (length > limit) {
         TAV_FAIL(TAV_ERR_INVALID, "Invalid len %d, over datatype len %d", length, limit);
     }
     if (memcpy_s(destination, length, source, length) != 0) {
         return TAV_ERR_COPY;
     }
+    const TAV_ExtTlvEndianFunc convert =
+        row != nullptr && !extcfg::kHostIsBigEndian ? row->endian : TAV_GetExtTlvEndianFunc(type);
     /* A value shorter than its type is kept as it stands: the converter's refusal is not a failure here. */
-    const TAV_ExtTlvEndianFunc convert = TAV_GetExtTlvEndianFunc(type);
     if (convert != nullptr) {
         convert(0, dataType, static_cast<uint16_t>(length), destination);
     }

@@ -25,7 +25,7 @@ extern uint8_t g_aucMelMemPt[1];
  * @param handle  memory module handle to account the block to
  * @param memPt   memory partition id (g_aucMelMemPt[0])
  * @param size    bytes wanted; 0 gives a block of no usable bytes
- * @param source  name of the source module, a string that outlives the block
+ * @param source  name of the source module, a string that stays as it is while the process runs
  * @param line    source line of the call
  * @return the block, aligned to 8 bytes, owned by the caller until MEL_Free_F; null when memory is short
  */

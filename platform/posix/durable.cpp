@@ -1,0 +1,62 @@
+#include "durable.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+namespace {
+
+// The result of a sync as a code. EINVAL and ENOTSUP say that there is nothing to sync or no way to.
+uint32_t SyncCode(int result) {
+    const bool done = result == 0 || errno == EINVAL || errno == ENOTSUP;
+    return done ? 0 : static_cast<uint32_t>(errno);
+}
+
+// Length of the directory part of a path, with its last slash; 0 when there is none.
+size_t DirectoryLength(const char *path) {
+    const char *const slash = strrchr(path, '/');
+    return slash != nullptr ? static_cast<size_t>(slash - path) + 1 : 0;
+}
+
+bool InSameDirectory(const char *pathA, const char *pathB) {
+    const size_t length = DirectoryLength(pathA);
+    return length == DirectoryLength(pathB) && memcmp(pathA, pathB, length) == 0;
+}
+
+}  // namespace
+
+uint32_t SyncData(int fd) {
+    return SyncCode(RetryInterrupted([=] { return fdatasync(fd); }));
+}
+
+uint32_t SyncDirectoryOf(const char *path) {
+    char directory[PATH_MAX] = ".";
+    const size_t length = DirectoryLength(path);
+    if (length >= sizeof directory) {
+        return ENAMETOOLONG;
+    }
+    if (length > 0) {
+        memcpy(directory, path, length);
+        directory[length] = '\0';
+    }
+    const int fd = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return static_cast<uint32_t>(errno);
+    }
+    const uint32_t code = SyncCode(RetryInterrupted([=] { return fsync(fd); }));
+    close(fd);
+    return code;
+}
+
+uint32_t RenameDurably(const char *from, const char *to) {
+    if (rename(from, to) != 0) {
+        return static_cast<uint32_t>(errno);
+    }
+    const uint32_t code = SyncDirectoryOf(to);
+    if (code != 0 || InSameDirectory(from, to)) {
+        return code;
+    }
+    return SyncDirectoryOf(from);
+}

@@ -1,0 +1,90 @@
+/*
+ * The hosted platform's interface for the hosting process: memory accounts and the data-type registry.
+ *
+ * The library under management never calls these; start-up code, tests and diagnostics do.
+ */
+#ifndef TAV_POSIX_H
+#define TAV_POSIX_H
+
+#include <stdint.h>
+
+#include "platform/data_type.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** What stands on a memory account. */
+typedef struct TAV_Posix_MemAccount {
+    uint64_t blocks; /**< blocks taken and not yet returned */
+    uint64_t bytes;  /**< sum of the sizes that were asked for these blocks */
+} TAV_Posix_MemAccount;
+
+/** A live block, as the tracking of blocks knows it. */
+typedef struct TAV_Posix_MemBlock {
+    const void *block;  /**< the block, as its taker got it */
+    const char *module; /**< source module that took it; lives as long as the process */
+    uint32_t line;      /**< source line that took it */
+    uint32_t size;      /**< bytes that were asked for */
+} TAV_Posix_MemBlock;
+
+/**
+ * Receives the account of one source module.
+ *
+ * @param module   name of the module; lives as long as the process
+ * @param account  its account; valid during the call
+ * @param context  the word given to TAV_Posix_MemVisitModules
+ */
+typedef void (*TAV_Posix_MemModuleVisitor)(const char *module, const TAV_Posix_MemAccount *account, void *context);
+
+/**
+ * Receives one live block. It must neither take nor return blocks: the list of blocks is locked during the call.
+ *
+ * @param block    description of the block; valid during the call
+ * @param context  the word given to TAV_Posix_MemVisitBlocks
+ */
+typedef void (*TAV_Posix_MemBlockVisitor)(const TAV_Posix_MemBlock *block, void *context);
+
+/**
+ * Tells the sum of all accounts.
+ *
+ * The figures are exact when no other thread takes or returns blocks meanwhile; else they may be too high by what was
+ * returned during the call, never too low by a block that lived throughout.
+ *
+ * @param total  where the sum goes
+ */
+void TAV_Posix_MemTotal(TAV_Posix_MemAccount *total);
+
+/**
+ * Visits the account of every source module that has taken a block since the process began, empty accounts included,
+ * in the order of their first blocks. A block stands on the account of the module that took it, whoever returns it.
+ * The visitor may take and return blocks. Exactness is that of TAV_Posix_MemTotal.
+ *
+ * @param visitor  called once a module
+ * @param context  handed to the visitor
+ */
+void TAV_Posix_MemVisitModules(TAV_Posix_MemModuleVisitor visitor, void *context);
+
+/**
+ * Visits every live block, the youngest first. Works only in a process that was started with TAV_MEM_TRACK=1 in its
+ * environment.
+ *
+ * @param visitor  called once a block
+ * @param context  handed to the visitor
+ * @return 0; -1 when blocks are not tracked, and then nothing was visited
+ */
+int32_t TAV_Posix_MemVisitBlocks(TAV_Posix_MemBlockVisitor visitor, void *context);
+
+/**
+ * Finds the platform's descriptor of a data type: the lookup that completes the type table at start-up.
+ *
+ * @param dataType  data type id
+ * @return the descriptor, which lives as long as the process; none for an unknown id
+ */
+const PLATFORM_DataType *TAV_Posix_FindDataType(uint16_t dataType);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,28 @@
+/*
+ * Everything that the hosted platform exports, declared with default visibility.
+ *
+ * The interface headers belong to the platform's users and carry no attributes; the library is compiled with hidden
+ * visibility. Every source file of the platform takes the interfaces from here.
+ */
+#ifndef PLATFORM_POSIX_INTERFACES_H
+#define PLATFORM_POSIX_INTERFACES_H
+
+// The system headers of the interfaces come first, outside of the pragma.
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#pragma GCC visibility push(default)
+#include "platform/bex_crypt.h"
+#include "platform/bex_rbt.h"
+#include "platform/bex_string.h"
+#include "platform/bex_vfs.h"
+#include "platform/bex_zip.h"
+#include "platform/data_type.h"
+#include "platform/mel_clock.h"
+#include "platform/mel_memory.h"
+#include "platform/sll.h"
+#include "tav_posix.h"
+#pragma GCC visibility pop
+
+#endif

@@ -1,0 +1,195 @@
+/*
+ * The red-black tree's primitives.
+ *
+ * The cases of the left and of the right side are mirror images; each is written once, over the child word on the near
+ * side and the one on the far side.
+ */
+#include "interfaces.h"
+
+namespace {
+
+using Node = BEX_RBT_Node;
+using Tree = BEX_RBT_Tree;
+using ChildWord = Node *Node::*;
+
+// Puts `replacement` in the place of `node` under node's parent.
+void ReplaceChild(Tree *tree, const Node *node, Node *replacement) {
+    Node *const parent = node->parent;
+    if (parent == &tree->sentinel) {
+        tree->root = replacement;
+    } else if (parent->smaller == node) {
+        parent->smaller = replacement;
+    } else {
+        parent->greater = replacement;
+    }
+}
+
+// Turns `node` down to its near side; its far child takes its place.
+template <ChildWord kNear, ChildWord kFar>
+void Rotate(Tree *tree, Node *node) {
+    Node *const riser = node->*kFar;
+    node->*kFar = riser->*kNear;
+    if (riser->*kNear != &tree->sentinel) {
+        (riser->*kNear)->parent = node;
+    }
+    riser->parent = node->parent;
+    ReplaceChild(tree, node, riser);
+    riser->*kNear = node;
+    node->parent = riser;
+}
+
+// One step up after an insertion: `node` and its parent are red, the parent is the near child of its own parent.
+// Returns the node at which to look next.
+template <ChildWord kNear, ChildWord kFar>
+Node *RepairRedPair(Tree *tree, Node *node) {
+    Node *parent = node->parent;
+    Node *const grandparent = parent->parent;
+    Node *const uncle = grandparent->*kFar;
+    if (uncle->colour == BEX_RBT_RED) {
+        parent->colour = BEX_RBT_BLACK;
+        uncle->colour = BEX_RBT_BLACK;
+        grandparent->colour = BEX_RBT_RED;
+        return grandparent;
+    }
+    if (parent->*kFar == node) {
+        Rotate<kNear, kFar>(tree, parent);
+        node = parent;
+        parent = node->parent;
+    }
+    parent->colour = BEX_RBT_BLACK;
+    grandparent->colour = BEX_RBT_RED;
+    Rotate<kFar, kNear>(tree, grandparent);
+    return node;
+}
+
+// One step up after a removal: paths through `node`, the near child of its parent, lack one black node.
+// Returns the node at which to look next.
+template <ChildWord kNear, ChildWord kFar>
+Node *RepairLackOfBlack(Tree *tree, Node *node) {
+    Node *const parent = node->parent;
+    Node *sibling = parent->*kFar;
+    if (sibling->colour == BEX_RBT_RED) {
+        sibling->colour = BEX_RBT_BLACK;
+        parent->colour = BEX_RBT_RED;
+        Rotate<kNear, kFar>(tree, parent);
+        sibling = parent->*kFar;
+    }
+    if ((sibling->*kNear)->colour == BEX_RBT_BLACK && (sibling->*kFar)->colour == BEX_RBT_BLACK) {
+        sibling->colour = BEX_RBT_RED;
+        return parent;
+    }
+    if ((sibling->*kFar)->colour == BEX_RBT_BLACK) {
+        (sibling->*kNear)->colour = BEX_RBT_BLACK;
+        sibling->colour = BEX_RBT_RED;
+        Rotate<kFar, kNear>(tree, sibling);
+        sibling = parent->*kFar;
+    }
+    sibling->colour = parent->colour;
+    parent->colour = BEX_RBT_BLACK;
+    (sibling->*kFar)->colour = BEX_RBT_BLACK;
+    Rotate<kNear, kFar>(tree, parent);
+    return tree->root;
+}
+
+// Restores the black height above `node`, which has come into the place of a black node.
+void RemoveFixup(Tree *tree, Node *node) {
+    while (node != tree->root && node->colour == BEX_RBT_BLACK) {
+        node = node == node->parent->smaller ? RepairLackOfBlack<&Node::smaller, &Node::greater>(tree, node)
+                                             : RepairLackOfBlack<&Node::greater, &Node::smaller>(tree, node);
+    }
+    node->colour = BEX_RBT_BLACK;
+}
+
+// Returns the node with the smallest key of a subtree that is not empty.
+Node *Smallest(const Tree *tree, Node *node) {
+    while (node->smaller != &tree->sentinel) {
+        node = node->smaller;
+    }
+    return node;
+}
+
+// Unlinks a node that has at most one child. The child (perhaps the sentinel) takes its place and gets its parent.
+// Returns the child.
+Node *Unlink(Tree *tree, const Node *node) {
+    Node *const child = node->smaller != &tree->sentinel ? node->smaller : node->greater;
+    child->parent = node->parent;
+    ReplaceChild(tree, node, child);
+    return child;
+}
+
+// Gives `node` the place, the children and the colour of `old`, which has two children (or one, and the sentinel).
+void TakePlace(Tree *tree, Node *node, const Node *old) {
+    // Word by word: an element may keep data in the padding behind the colour.
+    node->parent = old->parent;
+    node->greater = old->greater;
+    node->smaller = old->smaller;
+    node->colour = old->colour;
+    ReplaceChild(tree, old, node);
+    node->smaller->parent = node;
+    if (node->greater != &tree->sentinel) {
+        node->greater->parent = node;
+    }
+}
+
+}  // namespace
+
+void BEX_RBT_InsertNodeFixup(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
+    while (node->parent->colour == BEX_RBT_RED) {
+        node = node->parent == node->parent->parent->smaller
+                   ? RepairRedPair<&Node::smaller, &Node::greater>(tree, node)
+                   : RepairRedPair<&Node::greater, &Node::smaller>(tree, node);
+    }
+    tree->root->colour = BEX_RBT_BLACK;
+}
+
+void BEX_RBT_RemoveNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
+    Node *const sentinel = &tree->sentinel;
+    const bool twoChildren = node->smaller != sentinel && node->greater != sentinel;
+    // With two children it is the successor that leaves its place, to take the node's.
+    Node *const leaver = twoChildren ? Smallest(tree, node->greater) : node;
+    const uint32_t lostColour = leaver->colour;
+    Node *const child = Unlink(tree, leaver);
+    if (twoChildren) {
+        TakePlace(tree, leaver, node);
+        if (child->parent == node) {
+            child->parent = leaver;  // the successor was the node's own child
+        }
+    }
+    if (lostColour == BEX_RBT_BLACK) {
+        RemoveFixup(tree, child);
+    }
+    sentinel->parent = nullptr;  // lent to the missing child while it was looked at
+}
+
+BEX_RBT_Node *BEX_RBT_FirstNode(BEX_RBT_Tree *tree) {
+    if (tree == nullptr || tree->root == nullptr || tree->root == &tree->sentinel) {
+        return nullptr;
+    }
+    return Smallest(tree, tree->root);
+}
+
+BEX_RBT_Node *BEX_RBT_NextNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
+    if (tree == nullptr || node == nullptr) {
+        return nullptr;
+    }
+    Node *const sentinel = &tree->sentinel;
+    if (node->greater != sentinel) {
+        return Smallest(tree, node->greater);
+    }
+    Node *parent = node->parent;
+    while (parent != sentinel && node == parent->greater) {
+        node = parent;
+        parent = node->parent;
+    }
+    return parent != sentinel ? parent : nullptr;
+}
+
+void BEX_RBT_ClearTree(BEX_RBT_Tree *tree) {
+    if (tree == nullptr) {
+        return;
+    }
+    tree->sentinel = {nullptr, nullptr, nullptr, BEX_RBT_BLACK};
+    tree->root = &tree->sentinel;
+    tree->platformWords[0] = 0;
+    tree->platformWords[1] = 0;
+}
