@@ -1,0 +1,58 @@
+#include "tool.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace {
+
+std::string TextOf(const std::string &path) {
+    const Bytes bytes = ReadFile(path);
+    return {bytes.begin(), bytes.end()};
+}
+
+}  // namespace
+
+Result ToolTest::Run(const std::string &arguments) {
+    const TempFolder output;
+    // The call's own redirections stand behind these and win.
+    const std::string command = "cd '" + folder_.Path() + "' && { '" TAVCFG_PROGRAM "' " + arguments + "; } >'" +
+                                output.Path("out") + "' 2>'" + output.Path("error") + "' </dev/null";
+    const int status = std::system(command.c_str());
+    Result result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, TextOf(output.Path("out")),
+                  TextOf(output.Path("error"))};
+    const bool isDifference = result.code == 1 && arguments.starts_with("diff ");
+    if (result.code == 0 || isDifference) {
+        EXPECT_EQ(result.error, "") << arguments;
+    } else {
+        EXPECT_TRUE(result.code == 1 || result.code == 2) << arguments << ": " << result.code << result.error;
+        EXPECT_EQ(result.error.rfind("tavcfg: ", 0), 0u) << arguments << ": " << result.error;
+        EXPECT_EQ(std::count(result.error.begin(), result.error.end(), '\n'), 1) << arguments << ": " << result.error;
+    }
+    return result;
+}
+
+std::string ToolTest::Out(const std::string &arguments) {
+    const Result result = Run(arguments);
+    EXPECT_EQ(result.code, 0) << arguments << ": " << result.error;
+    return result.out;
+}
+
+void ToolTest::Refused(int code, const std::string &why, const std::string &arguments) {
+    const Result result = Run(arguments);
+    EXPECT_EQ(result.code, code) << arguments << ": " << result.error;
+    EXPECT_NE(result.error.find(why), std::string::npos) << arguments << ": " << result.error;
+}
+
+Bytes Rec13(uint32_t key, uint32_t value) {
+    return Tlv(13, {Tlv(14, Be32(key)), Tlv(15, Be16(value))});
+}
+
+Bytes SmallBody() {
+    return Join({VsTlv(0, {Rec13(5, 1), Rec13(7, 2), Tlv(7, {Tlv(8, Text("ssh")), Tlv(9, Be16(22))})}), VsTlv(3, {})});
+}
+
+Bytes SmallImage() {
+    return Image(SmallBody());
+}

@@ -1,0 +1,50 @@
+/*
+ * Runs the tool in a folder of its own.
+ */
+#ifndef TAV_TESTS_TAVCFG_TOOL_H
+#define TAV_TESTS_TAVCFG_TOOL_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "bytes.h"
+
+/** What a run of the tool gave. */
+struct Result {
+    int code;
+    std::string out;
+    std::string error;
+};
+
+class ToolTest : public testing::Test {
+  protected:
+    /**
+     * Runs "tavcfg ARGUMENTS" through the shell, redirections and all. Whatever it gives, a failure must say so in just
+     * one line, and anything else nothing on standard error.
+     */
+    Result Run(const std::string &arguments);
+
+    /** Runs the tool and returns what it printed; the test fails unless it did its work. */
+    std::string Out(const std::string &arguments);
+
+    /** Runs the tool and expects this exit code, and this text in its one line of complaint. */
+    void Refused(int code, const std::string &why, const std::string &arguments);
+
+    std::string Path(const std::string &name) const { return folder_.Path(name); }
+    Bytes Content(const std::string &name) const { return ReadFile(Path(name)); }
+    void Put(const std::string &name, const Bytes &content) const { WriteFile(Path(name), content); }
+    void Put(const std::string &name, const std::string &content) const { Put(name, Text(content)); }
+    bool Has(const std::string &name) const { return FileExists(Path(name)); }
+
+    TempFolder folder_;
+};
+
+/** A class 13 record TLV with key field 14, and a 16-bit field 15. */
+Bytes Rec13(uint32_t key, uint32_t value);
+
+/** A small file: VS 0 with records 5 and 7 of class 13 and one of class 7, and an empty VS 3. */
+Bytes SmallBody();
+Bytes SmallImage();
+
+#endif

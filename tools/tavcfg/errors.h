@@ -1,0 +1,33 @@
+/*
+ * How the tool says no.
+ */
+#ifndef TAVCFG_ERRORS_H
+#define TAVCFG_ERRORS_H
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace tavcfg {
+
+/** A command was refused or failed: what, which file and why, in one line. Exit code 1 (2 for `diff`). */
+class Failure : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** The command line is malformed. Exit code 2. */
+class UsageError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** What is wrong with a piece of data. Whoever knows its place turns it into a Failure or a UsageError. */
+class Problem : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** Says in words what a result code of the library means, with the code itself behind it. */
+std::string Explain(uint32_t code);
+
+}  // namespace tavcfg
+
+#endif

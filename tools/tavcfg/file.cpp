@@ -1,0 +1,84 @@
+#include "file.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+
+#include "errors.h"
+#include "platform/bex_vfs.h"
+#include "tav_extcfg.h"
+
+namespace fs = std::filesystem;
+
+namespace tavcfg {
+
+namespace {
+
+/** Longest absolute name: the library's buffers, less the four characters of ".bak" and of a member's ".dat". */
+constexpr size_t kMaxPath = TAV_EXT_PATH_SIZE - 1 - 4;
+
+}  // namespace
+
+File NamedFile(const std::string &given) {
+    if (given.empty()) {
+        throw UsageError("a file name is empty");
+    }
+    File file{given, fs::absolute(given).string(), {}};
+    if (file.path.size() > kMaxPath) {
+        throw Failure(fmt::format("cannot use {}: its absolute name has {} characters, at most {} are possible", given,
+                                  file.path.size(), kMaxPath));
+    }
+    if (TAV_CheckFileSuffix(file.path.c_str(), ".zip") == 1) {
+        file.member = file.path + ".dat";
+    }
+    return file;
+}
+
+File BackupOf(const File &file) {
+    return WithSuffix(file, ".bak");
+}
+
+File WithSuffix(const File &file, const std::string &suffix) {
+    return {file.given + suffix, file.path + suffix, file.member};
+}
+
+bool Exists(const File &file) {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(file.path, error);
+    if (status.type() == fs::file_type::none) {
+        throw Failure(fmt::format("cannot look at {}: {}", file.given, error.message()));
+    }
+    return status.type() != fs::file_type::not_found;
+}
+
+bool SameFile(const File &a, const File &b) {
+    std::error_code error;
+    return a.path == b.path || fs::equivalent(a.path, b.path, error);
+}
+
+void RequireWritable(const File &file) {
+    std::error_code error;
+    const fs::file_status status = fs::status(file.path, error);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        throw Failure(fmt::format("cannot write {}: it is not a regular file", file.given));
+    }
+    const File backup = BackupOf(file);
+    if (Exists(backup)) {
+        throw Failure(fmt::format("cannot write {}: a backup lies beside it, {}; look at it with: tavcfg recover {}",
+                                  file.given, backup.given, file.given));
+    }
+}
+
+void MoveFile(const File &from, const File &to) {
+    if (const uint32_t code = BEX_VFS_MoveFile(from.path.c_str(), to.path.c_str()); code != 0) {
+        throw Failure(fmt::format("cannot move {} to {}: {}", from.given, to.given, Explain(code)));
+    }
+}
+
+void DeleteFile(const File &file) {
+    if (const uint32_t code = BEX_VFS_DeleteFile(file.path.c_str()); code != 0) {
+        throw Failure(fmt::format("cannot delete {}: {}", file.given, Explain(code)));
+    }
+}
+
+}  // namespace tavcfg

@@ -1,0 +1,59 @@
+/*
+ * Files as they are named on the command line.
+ */
+#ifndef TAVCFG_FILE_H
+#define TAVCFG_FILE_H
+
+#include <optional>
+#include <string>
+
+namespace tavcfg {
+
+/** A configuration file. */
+struct File {
+    std::string given;   // the name as typed, for messages
+    std::string path;    // the absolute name
+    std::string member;  // for an archive the name of its member, else empty
+
+    bool IsArchive() const { return !member.empty(); }
+};
+
+/** A configuration file and the file that it refers to, if any. */
+struct Target {
+    File file;
+    std::optional<File> refer;
+
+    /** The refer file's path as the library wants it: null for none. */
+    const char *ReferPath() const { return refer ? refer->path.c_str() : nullptr; }
+};
+
+/** Resolves a name. Throws UsageError for an empty name, Failure for one that the library would cut. */
+File NamedFile(const std::string &given);
+
+/** The backup that a flush makes of a file. A backup of an archive still holds the archive's own member. */
+File BackupOf(const File &file);
+
+/** The given file under a longer name, for putting it aside. */
+File WithSuffix(const File &file, const std::string &suffix);
+
+/** Tells whether anything has this name. Throws Failure when that cannot be told. */
+bool Exists(const File &file);
+
+/** Tells whether two names lead to the same existing file. */
+bool SameFile(const File &a, const File &b);
+
+/**
+ * Refuses to write something that is no regular file (the library would change the mode of a device), and a file beside
+ * which a backup lies: the library would replace or delete that backup, which after a crash may be the only good copy.
+ */
+void RequireWritable(const File &file);
+
+/** Moves a file, replacing what has the new name. Throws Failure. */
+void MoveFile(const File &from, const File &to);
+
+/** Deletes a file. Throws Failure. */
+void DeleteFile(const File &file);
+
+}  // namespace tavcfg
+
+#endif

@@ -1,0 +1,33 @@
+/*
+ * The bytes of a configuration file, read whole.
+ */
+#ifndef TAVCFG_IMAGE_H
+#define TAVCFG_IMAGE_H
+
+#include <cstdint>
+#include <memory>
+
+#include "file.h"
+
+namespace tavcfg {
+
+/** Gives a block back to the platform. */
+struct BlockFree {
+    void operator()(uint8_t *block) const;
+};
+
+/** A file's image: what stands in a plain file or in an archive's only member. */
+struct Image {
+    std::unique_ptr<uint8_t, BlockFree> data;
+    uint32_t size = 0;
+};
+
+/** Takes a block from the platform. Throws bad_alloc. */
+std::unique_ptr<uint8_t, BlockFree> NewBlock(uint32_t size);
+
+/** Reads a file. Throws Failure that says why it cannot be read. */
+Image ReadImage(const File &file);
+
+}  // namespace tavcfg
+
+#endif

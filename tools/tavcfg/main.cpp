@@ -1,0 +1,106 @@
+/*
+ * tavcfg: looks into and edits extended configuration files.
+ */
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <new>
+#include <system_error>
+
+#include "command_line.h"
+#include "errors.h"
+#include "platform/bex_vfs.h"
+#include "tav_common.h"
+#include "tav_extcfg.h"
+#include "tav_posix.h"
+
+namespace tavcfg {
+
+namespace {
+
+/**
+ * Makes sure that no file we open becomes one of the standard streams, where messages would be written into it. A
+ * stream that was closed is opened the wrong way round, so that using it still fails.
+ */
+void KeepStandardStreams() {
+    for (int stream = 0; stream <= 2; stream++) {
+        if (::fcntl(stream, F_GETFD) == -1) {
+            static_cast<void>(::open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY));
+        }
+    }
+}
+
+/** Switches the debug log on, and says where it would go if it cannot. */
+void StartLog() {
+    TAV_SetDebugFlag();
+    char workPath[TAV_EXT_PATH_SIZE] = "";
+    MEL_GetSysWorkPath(workPath, sizeof(workPath));
+    const std::string directory = std::string(workPath) + "var/log";
+    std::error_code error;
+    if (!std::filesystem::is_directory(directory, error)) {
+        fmt::print(stderr, "tavcfg: no debug log: it goes to {0}/tav_debug.log, and {0} does not exist\n", directory);
+    }
+}
+
+/** Prints a message as one line, whatever file names and data it quotes. */
+void PrintError(const std::string &message) {
+    constexpr size_t kLongest = 1000;
+    std::string line = message.size() <= kLongest ? message : message.substr(0, kLongest) + "...";
+    for (char &c : line) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
+            c = '?';
+        }
+    }
+    std::fprintf(stderr, "tavcfg: %s\n", line.c_str());
+}
+
+/** Throws Failure when something that was printed did not arrive: a full disk, a closed pipe. */
+void FinishOutput() {
+    errno = 0;
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw Failure("cannot write to standard output: " + std::generic_category().message(errno != 0 ? errno : EIO));
+    }
+}
+
+int Run(int argc, const char *const *argv) {
+    int failureCode = 1;
+    try {
+        const std::optional<Invocation> invocation = ParseCommandLine(argc, argv);
+        int code = 0;
+        if (invocation) {
+            failureCode = invocation->failureCode;
+            if (invocation->options.log) {
+                StartLog();
+            }
+            TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
+            code = invocation->run(invocation->options);
+        }
+        FinishOutput();
+        return code;
+    } catch (const UsageError &error) {
+        PrintError(error.what());
+        return 2;
+    } catch (const std::bad_alloc &) {
+        PrintError("memory is short");
+    } catch (const std::system_error &error) {
+        PrintError(fmt::format("cannot go on: {}", error.what()));
+    } catch (const std::exception &error) {
+        PrintError(error.what());
+    }
+    return failureCode;
+}
+
+}  // namespace
+
+}  // namespace tavcfg
+
+int main(int argc, char **argv) {
+    std::signal(SIGPIPE, SIG_IGN);
+    tavcfg::KeepStandardStreams();
+    return tavcfg::Run(argc, argv);
+}

@@ -1,0 +1,78 @@
+/*
+ * The content of a file in plain C++: virtual systems, their records, and the records' fields, each in file order.
+ */
+#ifndef TAVCFG_MODEL_H
+#define TAVCFG_MODEL_H
+
+#include <cstdint>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace tavcfg {
+
+/** A value's bytes in file order, so that they mean the same on every host. */
+using Bytes = std::string;
+
+/** A field of a record. */
+struct Field {
+    uint32_t fid;
+    Bytes value;
+
+    bool operator==(const Field &) const = default;
+};
+
+/** A record. The same field may occur more than once; the library then sees the first. */
+struct Record {
+    uint32_t cid;
+    std::vector<Field> fields;
+    uint32_t offset = 0;  // of the record's TLV in its file; 0 when it comes from elsewhere
+
+    /** The first field of an id, or null. */
+    const Field *Find(uint32_t fid) const;
+};
+
+/** A virtual system. */
+struct Vs {
+    uint32_t id;
+    std::vector<Record> records;
+};
+
+/** A file's content. */
+using Model = std::vector<Vs>;
+
+/** The virtual system of an id, or null. */
+const Vs *FindVs(const Model &model, uint32_t vsId);
+
+/** Tells whether TLVs of this type are records when they stand in a VS. */
+bool IsRecordClass(uint32_t type);
+
+/** The key fields of a class. */
+std::vector<uint32_t> KeyFids(uint32_t cid);
+
+/** Tells whether a field is one of its class's key fields. */
+bool IsKeyFid(uint32_t cid, uint32_t fid);
+
+/** What tells a record from all others of one VS, as bytes that are equal exactly for equal class and key. */
+Bytes KeyOf(const Record &record);
+
+/** Names a record for people: "VS 0 class 13 14=5". */
+std::string Describe(uint32_t vsId, const Record &record);
+
+/** Finds the record of a VS with the same class and key as the given one, or null. */
+const Record *FindRecord(const Vs &vs, const Record &key);
+
+/** Checks what the library demands of records, one by one and among each other. */
+class RecordCheck {
+  public:
+    /** Throws Problem when the record is empty, lacks a key field, has an over-long value, or its key was seen before.
+     */
+    void Pass(uint32_t vsId, const Record &record);
+
+  private:
+    std::unordered_set<Bytes> seen_;
+};
+
+}  // namespace tavcfg
+
+#endif
