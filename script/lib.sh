@@ -3,7 +3,7 @@
 set -euo pipefail
 
 # Packages that building the library, the hosted platform and the tool takes.
-BUILD_PACKAGES="g++ cmake ninja-build libssl-dev libzip-dev libmimalloc-dev libcli11-dev nlohmann-json3-dev libfmt-dev"
+BUILD_PACKAGES="g++ cmake ninja-build libssl-dev pkgconf libzip-dev libmimalloc-dev libcli11-dev nlohmann-json3-dev libfmt-dev"
 
 # Prints the folder of the checkout.
 repo_root() {
