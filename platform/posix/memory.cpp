@@ -116,19 +116,23 @@ struct Entry {
 };
 
 struct Ledger {
-    uint16_t lastModule = kOtherModules;  // module of the last block taken through this ledger
-    const char *lastSource = nullptr;     // the name, as given for that block
+    const char *lastSource = nullptr;     // the name given for the last block; stays null when blocks are tracked
+    uint16_t lastModule = kOtherModules;  // its module
     bool tracking = false;                // blocks are tracked; the same in all ledgers
     Ledger *next = nullptr;               // next in the list of all ledgers
     Ledger *nextIdle = nullptr;           // next in the list of those without a thread
     Entry entries[kMaxModules];           // by module index
 
-    // Returns the index of the module named by the caller; registers a new one.
+    // Tells whether a block for this name needs nothing special: it is for lastModule, and blocks are not tracked.
+    bool IsOrdinary(const char *source) const { return source == lastSource && source != nullptr; }
+
+    // Returns the index of the module named by the caller, and remembers it; registers a new one.
     uint16_t ModuleIndex(const char *source) {
-        if (source != lastSource) {
-            lastModule = source != nullptr ? FindModule(source) : kOtherModules;
-            lastSource = source;
+        if (source == nullptr) {
+            return kOtherModules;
         }
+        lastModule = FindModule(source);
+        lastSource = tracking ? nullptr : source;
         return lastModule;
     }
 };
@@ -323,8 +327,8 @@ void Untrack(const TrackedHeader *tracked) {
     abort();
 }
 
-// Takes a block with `overhead` bytes in front and accounts it. Returns null when memory is short.
-inline void *TakeBlock(Ledger *ledger, size_t overhead, uint32_t size, const char *source) {
+// Takes a block with `overhead` bytes in front and accounts it to a module. Returns null when memory is short.
+[[gnu::always_inline]] inline void *TakeBlock(Ledger *ledger, uint16_t module, size_t overhead, uint32_t size) {
     if (size > SIZE_MAX - overhead) {
         return nullptr;
     }
@@ -333,7 +337,6 @@ inline void *TakeBlock(Ledger *ledger, size_t overhead, uint32_t size, const cha
         return nullptr;
     }
     void *const block = static_cast<char *>(memory) + overhead;
-    const uint16_t module = ledger->ModuleIndex(source);
     *HeaderOf(block) = {size, module, kMagic};
     ledger->entries[module].taken.Add(size, std::memory_order_relaxed);
     return block;
@@ -344,13 +347,14 @@ inline void AccountReturn(Ledger *ledger, const Header *header) {
     ledger->entries[header->module].returned.Add(header->size, std::memory_order_release);
 }
 
-// Takes a block as a thread's first, as a tracked one, or through the shared ledger.
+// Takes a block as a thread's first, for another module than the last, as a tracked one, or through the shared ledger.
 [[gnu::noinline]] void *TakeSpecially(uint32_t size, const char *source, uint32_t line) {
     const LedgerAccess ledger;
+    const uint16_t module = ledger.Get()->ModuleIndex(source);
     if (!tracking) {
-        return TakeBlock(ledger.Get(), sizeof(Header), size, source);
+        return TakeBlock(ledger.Get(), module, sizeof(Header), size);
     }
-    void *const block = TakeBlock(ledger.Get(), sizeof(TrackedHeader), size, source);
+    void *const block = TakeBlock(ledger.Get(), module, sizeof(TrackedHeader), size);
     if (block != nullptr) {
         Track(TrackedHeaderOf(block), line);
     }
@@ -373,10 +377,10 @@ inline void AccountReturn(Ledger *ledger, const Header *header) {
 
 void *MEL_Malloc_F(uintptr_t /*handle*/, uint8_t /*memPt*/, uint32_t size, const char *source, uint32_t line) {
     Ledger *const ledger = ownLedger;
-    if (ledger == nullptr || ledger->tracking) [[unlikely]] {
+    if (ledger == nullptr || !ledger->IsOrdinary(source)) [[unlikely]] {
         return TakeSpecially(size, source, line);
     }
-    return TakeBlock(ledger, sizeof(Header), size, source);
+    return TakeBlock(ledger, ledger->lastModule, sizeof(Header), size);
 }
 
 void MEL_Free_F(void *block, const char *source, uint32_t line) {
