@@ -5,67 +5,40 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 
-Faults faults;
-thread_local bool failThreadKeys = false;
-
-namespace {
-
+// The function that this program's own stands in front of.
 template <typename Function>
-Function Next(const char *name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+static Function *Next(const char *name) {
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
-// Counts a call. Returns true when it is to be interrupted.
-bool Begin(int &calls) {
-    const int before = std::atomic_ref(calls).fetch_add(1);
-    if (before % 2 == 0 && faults.interrupt) {
-        errno = EINTR;
-        return true;
-    }
-    return false;
+// Counts a call. Tells whether it fails: interrupted, or with the code given when `fail` is set.
+static bool Fails(int &calls, bool fail, int code) {
+    const bool interrupted = ++calls % 2 == 1 && faults.interrupt;
+    errno = interrupted ? EINTR : fail ? code : errno;
+    return interrupted || fail;
 }
-
-int Sync(const char *name, int fd, int &calls, bool fail) {
-    if (Begin(calls)) {
-        return -1;
-    }
-    if (fail) {
-        errno = EIO;
-        return -1;
-    }
-    return Next<int (*)(int)>(name)(fd);
-}
-
-}  // namespace
 
 extern "C" ssize_t write(int fd, const void *buffer, size_t length) {
-    if (Begin(faults.writes)) {
-        return -1;
-    }
-    if (faults.room == 0) {
-        errno = ENOSPC;
+    if (Fails(faults.writes, faults.room == 0, ENOSPC)) {
         return -1;
     }
     const size_t part = std::min({length, faults.maxWrite, faults.room});
-    if (faults.room != SIZE_MAX) {
-        faults.room -= part;
-    }
-    return Next<ssize_t (*)(int, const void *, size_t)>("write")(fd, buffer, part);
+    faults.room -= part;
+    return Next<ssize_t(int, const void *, size_t)>("write")(fd, buffer, part);
 }
 
 extern "C" int fsync(int fd) {
-    return Sync("fsync", fd, faults.fsyncs, faults.failFsync);
+    return Fails(faults.directorySyncs, faults.failDirectorySync, EIO) ? -1 : Next<int(int)>("fsync")(fd);
 }
 
 extern "C" int fdatasync(int fd) {
-    return Sync("fdatasync", fd, faults.dataSyncs, faults.failDataSync);
+    return Fails(faults.dataSyncs, faults.failDataSync, EIO) ? -1 : Next<int(int)>("fdatasync")(fd);
 }
 
 #ifndef __SANITIZE_THREAD__  // its runtime calls this before a thread may run our code
 extern "C" int pthread_setspecific(pthread_key_t key, const void *value) {
-    return failThreadKeys ? ENOMEM : Next<int (*)(pthread_key_t, const void *)>("pthread_setspecific")(key, value);
+    return failThreadKeys ? ENOMEM : Next<int(pthread_key_t, const void *)>("pthread_setspecific")(key, value);
 }
 #endif

@@ -5,32 +5,39 @@
 #ifndef TESTS_PLATFORM_FAULTS_H
 #define TESTS_PLATFORM_FAULTS_H
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 
+#include "bytes.h"
+
 struct Faults {
     // What to do.
-    size_t maxWrite = SIZE_MAX;  // a write moves at most so many bytes
-    size_t room = SIZE_MAX;      // then the disk is full
-    bool interrupt = false;      // every other call is interrupted by a signal
-    bool failFsync = false;      // directories cannot be synced
-    bool failDataSync = false;   // files cannot be synced
+    size_t maxWrite = SIZE_MAX;      // a write moves at most so many bytes
+    size_t room = SIZE_MAX;          // then the disk is full
+    bool interrupt = false;          // every other call is interrupted by a signal
+    bool failDataSync = false;       // fdatasync fails: files do not reach stable storage
+    bool failDirectorySync = false;  // fsync fails: names do not
     // What happened.
     int writes = 0;
-    int fsyncs = 0;
     int dataSyncs = 0;
+    int directorySyncs = 0;
 };
 
-/** The faults in force; a test sets them and puts them back with ScopedFaults. */
-extern Faults faults;
+/** The faults in force. */
+inline Faults faults;
 
 /** Lets pthread_setspecific fail on the calling thread. */
-extern thread_local bool failThreadKeys;
+inline thread_local bool failThreadKeys = false;
 
-/** Ends all faults, and forgets what was counted, at the beginning and at the end of its life. */
-struct ScopedFaults {
-    ScopedFaults() { faults = {}; }
-    ~ScopedFaults() { faults = {}; }
+/** A test with a folder of its own, which leaves no faults behind. */
+class FileTest : public testing::Test {
+  protected:
+    FileTest() { faults = {}; }
+    ~FileTest() override { faults = {}; }
+
+    const TempFolder folder_;
 };
 
 #endif

@@ -1,8 +1,9 @@
-// The allocator: accounts a module, over threads; live blocks by place.
+// The allocator: accounts a module, over threads; live blocks by place. Runs with blocks tracked and without.
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -21,57 +22,82 @@
 
 namespace {
 
-using Accounts = std::map<std::string, std::pair<uint64_t, uint64_t>>;  // module: blocks and bytes
+using Account = std::pair<uint64_t, uint64_t>;                                       // blocks and bytes
+using Places = std::map<const void *, std::tuple<std::string, uint32_t, uint32_t>>;  // block: module, line and size
 
-Accounts ReadAccounts() {
-    Accounts accounts;
+// The accounts of the modules, and of all as "total".
+std::map<std::string, Account> ReadAccounts() {
+    std::map<std::string, Account> accounts;
     const auto note = [](const char *module, const TAV_Posix_MemAccount *account, void *context) {
-        (*static_cast<Accounts *>(context))[module] = {account->blocks, account->bytes};
+        (*static_cast<std::map<std::string, Account> *>(context))[module] = {account->blocks, account->bytes};
     };
     TAV_Posix_MemVisitModules(note, &accounts);
+    TAV_Posix_MemAccount total;
+    TAV_Posix_MemTotal(&total);
+    accounts["total"] = {total.blocks, total.bytes};
     return accounts;
 }
 
-std::pair<uint64_t, uint64_t> ReadTotal() {
-    TAV_Posix_MemAccount total;
-    TAV_Posix_MemTotal(&total);
-    return {total.blocks, total.bytes};
+// Expects just these blocks to be live, by the accounts and, where blocks are tracked, by the list of them.
+void ExpectLive(const Places &live) {
+    std::map<std::string, Account> expected = {{"red", {}}, {"green", {}}, {"total", {}}};
+    for (const auto &[block, place] : live) {
+        for (const std::string &name : {std::get<0>(place), std::string("total")}) {
+            expected[name].first += 1;
+            expected[name].second += std::get<2>(place);
+        }
+    }
+    auto accounts = ReadAccounts();
+    for (const auto &[name, account] : expected) {
+        EXPECT_EQ(accounts[name], account) << name;
+    }
+    Places listed;
+    const auto note = [](const TAV_Posix_MemBlock *block, void *context) {
+        (*static_cast<Places *>(context))[block->block] = {block->module, block->line, block->size};
+    };
+    const char *const asked = std::getenv("TAV_MEM_TRACK");
+    const bool tracked = asked != nullptr && std::strcmp(asked, "1") == 0;
+    EXPECT_EQ(TAV_Posix_MemVisitBlocks(note, &listed), tracked ? 0 : -1);
+    EXPECT_EQ(listed, tracked ? live : Places());
 }
 
 void *Take(uint32_t size, const char *module, uint32_t line) {
     return MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], size, module, line);
 }
 
-TEST(Memory, BlocksStandOnTheAccountOfTheirTaker) {
-    const auto before = ReadTotal();
+TEST(Memory, ReportsTellWhatIsLive) {
+    static const char twin[] = "red";  // the same module by another address
+    const char *const modules[] = {"red", "green", twin};
+    std::mt19937 random(1);
     std::vector<uint8_t *> blocks;
-    uint64_t bytes = 0;
-    for (uint32_t size = 0; size < 200; ++size) {
-        // Names in storage that is used again: the content counts, not the address.
-        char module[8];
-        std::strcpy(module, size % 2 == 0 ? "even" : "odd");
-        auto *const block = static_cast<uint8_t *>(Take(size, module, 1));
-        ASSERT_NE(block, nullptr);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 8, 0u);
-        std::memset(block, static_cast<int>(size), size);
-        blocks.push_back(block);
-        bytes += size;
+    Places live;
+    for (uint32_t line = 1; line < 3000; ++line) {
+        if (line < 2000 && (blocks.empty() || random() % 5 < 3)) {
+            const char *const module = modules[random() % 3];
+            const auto size = static_cast<uint32_t>(random() % 200);
+            blocks.push_back(static_cast<uint8_t *>(Take(size, module, line)));
+            ASSERT_EQ(reinterpret_cast<uintptr_t>(blocks.back()) % 8, 0u);
+            std::memset(blocks.back(), static_cast<int>(size), size);
+            live[blocks.back()] = {module, line, size};
+        } else if (!blocks.empty()) {
+            std::swap(blocks[random() % blocks.size()], blocks.back());
+            uint8_t *const block = blocks.back();
+            blocks.pop_back();
+            const uint32_t size = std::get<2>(live[block]);
+            EXPECT_EQ(std::count(block, block + size, size), size);
+            live.erase(block);
+            MEL_Free_F(block, "another", line);
+        }
+        if (line % 50 == 0) {
+            ExpectLive(live);
+        }
     }
-    EXPECT_EQ(ReadAccounts()["even"], std::make_pair(uint64_t{100}, uint64_t{9900}));
-    EXPECT_EQ(ReadAccounts()["odd"], std::make_pair(uint64_t{100}, uint64_t{10000}));
-    EXPECT_EQ(ReadTotal(), std::make_pair(before.first + 200, before.second + bytes));
-    for (uint32_t size = 0; size < blocks.size(); ++size) {
-        EXPECT_TRUE(size == 0 || (blocks[size][0] == size && blocks[size][size - 1] == size));
-        MEL_Free_F(blocks[size], "another", 2);
-    }
-    MEL_Free_F(nullptr, "another", 3);
-    EXPECT_EQ(ReadAccounts()["even"], std::make_pair(uint64_t{0}, uint64_t{0}));
+    MEL_Free_F(nullptr, "another", 1);
+    ExpectLive({});
     EXPECT_EQ(ReadAccounts().count("another"), 0u);
-    EXPECT_EQ(ReadTotal(), before);
 }
 
-// Where threads leave blocks and pick up each other's.
-std::array<std::atomic<void *>, 16> shelf;
+std::array<std::atomic<void *>, 16> shelf;  // where threads leave blocks and pick up each other's
 
 // Takes blocks, exchanges them for others, and returns these.
 void Trade(void *seed) {
@@ -87,20 +113,17 @@ void Trade(void *seed) {
 // the ledgers that they left. A reporter looks on: one block is never returned, so its account may at no time be seen
 // empty, nor absurdly full.
 TEST(Memory, AccountsAreExactOverThreads) {
-    const auto before = ReadTotal();
     void *const floor = Take(7, "red", 1);
     pthread_key_t endKey;  // younger than the allocator's own, so its destructor runs after that one's
     ASSERT_EQ(pthread_key_create(&endKey, Trade), 0);
     std::atomic<bool> done{false};
     std::thread reporter([&] {
         while (!done) {
-            const auto red = ReadAccounts()["red"];
-            EXPECT_GE(red.first, 1u);
-            EXPECT_GE(red.second, 7u);
-            EXPECT_LT(red.second, uint64_t{1} << 40);
+            const Account red = ReadAccounts()["red"];
+            EXPECT_TRUE(red.first >= 1 && red.second >= 7 && red.second < uint64_t{1} << 40);
         }
     });
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (uintptr_t seed = 1; seed <= 20; ++seed) {
         threads.emplace_back([=] {
             void *const context = reinterpret_cast<void *>(seed);
@@ -111,57 +134,16 @@ TEST(Memory, AccountsAreExactOverThreads) {
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     done = true;
     reporter.join();
     pthread_key_delete(endKey);
-    EXPECT_EQ(ReadTotal().first, before.first + shelf.size() + 1);
+    EXPECT_EQ(ReadAccounts()["total"].first, shelf.size() + 1);
     for (std::atomic<void *> &block : shelf) {
         MEL_Free_F(block.exchange(nullptr), "anyone", 4);
     }
-    EXPECT_EQ(ReadAccounts()["red"], std::make_pair(uint64_t{1}, uint64_t{7}));
-    EXPECT_EQ(ReadAccounts()["blue"], std::make_pair(uint64_t{0}, uint64_t{0}));
+    ExpectLive({{floor, {"red", 1, 7}}});
     MEL_Free_F(floor, "red", 5);
-    EXPECT_EQ(ReadTotal(), before);
-}
-
-TEST(Memory, ListsLiveBlocksWhenTracked) {
-    using Places = std::map<const void *, std::tuple<std::string, uint32_t, uint32_t>>;
-    const auto read = [](Places *places) {
-        const auto note = [](const TAV_Posix_MemBlock *block, void *context) {
-            (*static_cast<Places *>(context))[block->block] = {block->module, block->line, block->size};
-        };
-        return TAV_Posix_MemVisitBlocks(note, places);
-    };
-    const char *const asked = std::getenv("TAV_MEM_TRACK");
-    Places expected;
-    Places found;
-    if (asked == nullptr || std::strcmp(asked, "1") != 0) {
-        EXPECT_EQ(read(&found), -1);
-        EXPECT_TRUE(found.empty());
-        return;
-    }
-    ASSERT_EQ(read(&expected), 0);
-    std::mt19937 random(1);
-    std::vector<void *> blocks;
-    for (uint32_t line = 1; line < 300; ++line) {
-        const auto size = static_cast<uint32_t>(random() % 50);
-        blocks.push_back(Take(size, "lister", line));
-        expected[blocks.back()] = {"lister", line, size};
-        if (line % 3 == 0) {
-            std::swap(blocks[random() % blocks.size()], blocks.back());
-            expected.erase(blocks.back());
-            MEL_Free_F(blocks.back(), "lister", line);
-            blocks.pop_back();
-        }
-    }
-    ASSERT_EQ(read(&found), 0);
-    EXPECT_EQ(found, expected);
-    for (void *block : blocks) {
-        MEL_Free_F(block, "lister", 0);
-    }
 }
 
 TEST(Memory, WhatIsNoBlockIsRefused) {
@@ -171,18 +153,15 @@ TEST(Memory, WhatIsNoBlockIsRefused) {
 
 TEST(Memory, MoreModulesThanTheTableHoldsShareAnAccount) {
     const auto run = [] {
-        std::vector<void *> blocks;
-        for (int i = 0; i < 300; ++i) {
-            blocks.push_back(Take(3, ("module" + std::to_string(i)).c_str(), 1));
+        std::array<std::string, 300> names;
+        for (size_t i = 0; i < names.size(); ++i) {
+            names[i] = "module" + std::to_string(i);
+            Take(3, names[i].c_str(), 1);
         }
-        const Accounts accounts = ReadAccounts();
-        const uint64_t shared = accounts.at("(others)").first;
-        const bool apart = accounts.at("module7").first == 1 && shared >= 300 - 256 && shared < 300;
-        const bool exact = ReadTotal() == std::make_pair(uint64_t{300}, uint64_t{900});
-        for (void *block : blocks) {
-            MEL_Free_F(block, nullptr, 2);
-        }
-        std::exit(apart && exact && ReadTotal().first == 0 ? 0 : 1);
+        auto accounts = ReadAccounts();
+        const uint64_t shared = accounts["(others)"].first;
+        const bool apart = accounts["module7"] == Account(1, 3) && shared >= 300 - 256 && shared < 300;
+        std::exit(apart && accounts["total"] == Account(300, 900) ? 0 : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
@@ -193,9 +172,8 @@ TEST(Memory, FailsWithoutATraceWhenMemoryIsShort) {
         const rlimit limit = {uint64_t{1} << 31, uint64_t{1} << 31};
         MEL_Free_F(Take(1, "hungry", 1), "hungry", 1);
         setrlimit(RLIMIT_AS, &limit);
-        const auto before = ReadTotal();
         const bool refused = Take(UINT32_MAX, "hungry", 2) == nullptr;
-        std::exit(refused && ReadTotal() == before ? 0 : 1);
+        std::exit(refused && ReadAccounts()["total"] == Account() ? 0 : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }

@@ -1,0 +1,68 @@
+/*
+ * Stands between the library and the platform: the test program defines the platform's functions itself, which wins
+ * over the platform library's, and calls on. So calls can be counted, listed and made to fail one by one, while
+ * everything else stays real.
+ */
+#ifndef TAV_TESTS_INTERPOSER_H
+#define TAV_TESTS_INTERPOSER_H
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace interposer {
+
+/** Kinds of calls. */
+enum class Call : unsigned {
+    kMalloc,
+    kMemCopy,
+    kOpen,
+    kRead,
+    kWrite,
+    kSeek,
+    kFlush,
+    kClose,
+    kStat,
+    kMove,
+    kDelete,
+    kExists,
+    kSetMode,
+    kChown,
+    kZip,
+    kZipCount,
+    kZipSize,
+    kUnzip,
+    kDigest,
+    kNextOfNone,
+    kLogClose,
+    kKinds
+};
+
+/** What a failing platform call answers where it may answer with a code of its own. */
+inline constexpr uint32_t kPlatformCode = 0x4d;
+
+/** Forgets all counts and plans. */
+void Reset();
+
+/** Makes the nth call (from 1) of a kind fail; their count begins anew. */
+void FailNth(Call kind, uint32_t nth);
+
+/** Makes calls fail by their place (from 0) among all listed calls since the last Reset. */
+void FailListed(std::set<size_t> places);
+
+/** Makes a failing write or read leave out this many bytes; by default it leaves out half. */
+void SetMissingBytes(uint32_t count);
+
+/** How many calls of a kind there were since the last Reset, or FailNth of this kind. */
+uint32_t Count(Call kind);
+
+/**
+ * The calls since the last Reset, one text each: the call, the file's name without its folder, and what else matters.
+ * Allocations, copies, the walk of trees and the debug log's own files are not listed.
+ */
+const std::vector<std::string> &Listed();
+
+}  // namespace interposer
+
+#endif

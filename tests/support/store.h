@@ -1,0 +1,75 @@
+/*
+ * Short ways to make and read stores and records, and the proof that nothing is left allocated.
+ */
+#ifndef TAV_TESTS_STORE_H
+#define TAV_TESTS_STORE_H
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bytes.h"
+#include "platform/mel_memory.h"
+#include "tav_extcfg.h"
+
+struct FreeRecord {
+    void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
+};
+struct CloseStore {
+    void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
+};
+struct FreeBlock {
+    void operator()(void *block) const { MEL_Free_F(block, "tests", 0); }
+};
+using Record = std::unique_ptr<TAV_ExtCfgRecordNode, FreeRecord>;
+using Store = std::unique_ptr<CfgLocal, CloseStore>;
+using Block = std::unique_ptr<uint8_t, FreeBlock>;
+
+/** One field of a record, its value in host order. */
+struct Field {
+    uint32_t fid;
+    Bytes value;
+};
+
+Record MakeRecord(uint32_t cid, const std::vector<Field> &fields);
+
+/** A class 13 record with its key, and a 16-bit field 15 when a value is given. */
+Record Class13(uint32_t key, std::optional<uint16_t> value = std::nullopt);
+
+/** Opens a store; `refer` may be empty. */
+Store Open(uint32_t mode, const std::string &path, const std::string &refer = {});
+
+/** Adds a record; one that is refused is freed. */
+uint32_t Add(const Store &store, uint32_t vsId, Record record);
+
+/** The value of a record's field in host order, or none. */
+std::optional<Bytes> ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid);
+
+/** The record as a TLV of the file. */
+Bytes Encode(const TAV_ExtCfgRecordNode *record);
+
+/** The part of a record that its tree compares, which begins with its list of fields. */
+const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record);
+
+/** Copies bytes into a heap block of just their size, so that a read beyond them is seen. */
+std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
+
+/** Fails the test when blocks of the platform's allocator are left over or missing when it goes. */
+class NothingLeaks {
+  public:
+    NothingLeaks();
+    ~NothingLeaks();
+    NothingLeaks(const NothingLeaks &) = delete;
+    NothingLeaks &operator=(const NothingLeaks &) = delete;
+
+  private:
+    uint64_t blocks_;
+    uint64_t bytes_;
+};
+
+/** The type table as the library ships it, before start-up completed it. */
+const std::vector<TAV_ExtTlvDataTypeRow> &ShippedTypeTable();
+
+#endif
