@@ -5,6 +5,7 @@
 
 #include "common/log.h"
 #include "containers/rbtree.h"
+#include "extcfg/key_index.h"
 #include "extcfg/memory.h"
 
 using extcfg::AddSizes;
@@ -34,9 +35,8 @@ TAV_ExtCfgRecordNode *GreatestRecord(TAV_ExtCfgClassNode *classNode) {
     return classNode->greatest;
 }
 
-}  // namespace
-
-uint32_t extcfg::ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
+/** Puts a record into the tree of its class. Result as of TAV_RBT_AddNode. */
+uint32_t AddToTree(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
     if (TAV_GetDebugFlag() != 0) {
         /* Comparisons may report: with the log on, make those of a descent and no other. */
         classNode->greatest = nullptr;
@@ -51,10 +51,57 @@ uint32_t extcfg::ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecord
     return TAV_OK;
 }
 
+/** Lets go of the index: the records change. */
+void DropIndex(TAV_ExtCfgClassNode *classNode) {
+    extcfg::FreeKeyIndex(classNode->index);
+    classNode->index = nullptr;
+    classNode->searches = 0;
+}
+
+/** Tells whether records are searched for so often, and are so many, that an index pays; else counts the search. */
+bool IndexPays(TAV_ExtCfgClassNode *classNode) {
+    constexpr uint32_t kManyRecords = 1024; /* fewer stay in the processor's caches */
+    if (classNode->recordCount < kManyRecords || classNode->searches < classNode->recordCount / 2) {
+        ++classNode->searches;
+        return false;
+    }
+    classNode->searches = 0; /* when memory is short, the next try is as far off as this one was */
+    return true;
+}
+
+}  // namespace
+
+uint32_t extcfg::ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
+    const uint32_t result = AddToTree(classNode, record);
+    if (result == TAV_OK) {
+        ++classNode->recordCount;
+        DropIndex(classNode);
+    }
+    return result;
+}
+
+TAV_ExtCfgRecordNode *extcfg::ClassFindRecord(TAV_ExtCfgClassNode *classNode, const TAV_ExtCfgRecordNode *keyRecord) {
+    /* Comparisons may report: with the log on, those of a descent alone are made. */
+    if (TAV_GetDebugFlag() == 0) {
+        if (classNode->index == nullptr && IndexPays(classNode)) {
+            classNode->index = BuildKeyIndex(&classNode->records, classNode->recordCount);
+        }
+        if (classNode->index != nullptr) {
+            TAV_ExtCfgRecordNode *record = FindInKeyIndex(classNode->index, keyRecord);
+            if (record != nullptr) {
+                return record;
+            }
+        }
+    }
+    return static_cast<TAV_ExtCfgRecordNode *>(TAV_RBT_GetNode(&classNode->records, &keyRecord->fields));
+}
+
 void extcfg::ClassDelRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
     if (classNode->greatest == record) {
         classNode->greatest = nullptr;
     }
+    --classNode->recordCount;
+    DropIndex(classNode);
     TAV_RBT_DelNode(&classNode->records, record);
 }
 
@@ -65,6 +112,9 @@ TAV_ExtCfgClassNode *TAV_ExtCfgClassNodeCreate(uint32_t cid) {
     classNode->cid = cid;
     TAV_RBT_Init(&classNode->records, TAV_ExtCfgRecordNodeFreeForRBT, TAV_ExtCfgRecordCompare);
     classNode->greatest = nullptr;
+    classNode->recordCount = 0;
+    classNode->searches = 0;
+    classNode->index = nullptr;
     return classNode;
 }
 
@@ -72,6 +122,7 @@ void TAV_ExtCfgClassNodeFree(TAV_ExtCfgClassNode *classNode) {
     if (classNode == nullptr) {
         return;
     }
+    extcfg::FreeKeyIndex(classNode->index);
     TAV_RBT_DelTree(&classNode->records);
     TAV_GIVE_BACK(classNode);
 }

@@ -13,6 +13,10 @@
 #include "tav_extcfg.h"
 #include "tav_rbtree.h"
 
+namespace extcfg {
+struct KeyIndex;
+}
+
 /** One field: this header, then its value in host order, in one block. */
 struct TAV_ExtCfgFieldNode {
     SLL_Node link;   /* in its record's field list */
@@ -33,6 +37,9 @@ struct TAV_ExtCfgClassNode {
     uint32_t cid;                   /* class id */
     TAV_RBT_Tree records;           /* the records, in the order of their keys; owned */
     TAV_ExtCfgRecordNode *greatest; /* the record with the greatest key, or null while it is not known */
+    uint32_t recordCount;           /* number of records */
+    uint32_t searches;              /* searches since the records last changed */
+    extcfg::KeyIndex *index;        /* finds records faster than the tree, or null; owned */
 };
 
 /** One virtual system. */
@@ -122,6 +129,9 @@ void RecordUnlinkField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field)
  * @return TAV_OK; TAV_ERR_INVALID when the key is there already; else as TAV_RBT_AddNode
  */
 uint32_t ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record);
+
+/** Finds the record of a class with the key fields of a verified key record, or null. */
+TAV_ExtCfgRecordNode *ClassFindRecord(TAV_ExtCfgClassNode *classNode, const TAV_ExtCfgRecordNode *keyRecord);
 
 /** Removes a record from its class and frees it. */
 void ClassDelRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record);

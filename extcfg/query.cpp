@@ -28,8 +28,7 @@ extcfg::Place extcfg::LookUp(CfgLocal *local, uint32_t vsId, const TAV_ExtCfgRec
     if (classNode == nullptr) {
         return {};
     }
-    void *record = TAV_RBT_GetNode(&classNode->records, &keyRecord->fields);
-    return {classNode, static_cast<TAV_ExtCfgRecordNode *>(record)};
+    return {classNode, ClassFindRecord(classNode, keyRecord)};
 }
 
 CfgLocal *TAV_ExtCfgOpen(uint32_t mode, const char *fileName, const char *referName) {
