@@ -1,5 +1,5 @@
 /*
- * Bytes, and a second, independent writer of the file format: TLVs put together byte by byte, digests from libcrypto.
+ * Bytes and files, and a second, independent writer of the file format: TLVs put together byte by byte.
  */
 #ifndef TAV_TESTS_BYTES_H
 #define TAV_TESTS_BYTES_H
@@ -14,19 +14,22 @@
 
 using Bytes = std::vector<uint8_t>;
 
+/** Random numbers, the same ones on every machine. */
+using Random = std::independent_bits_engine<std::mt19937, 32, uint32_t>;
+
+/** Offsets in the head of an image made by Image and by the library, and the sizes of heads. */
+inline constexpr size_t kVersionAt = 16, kTimeAt = 28, kChecksumAt = 48, kHeadSize = 80, kReferHeadSize = 120;
+
 Bytes Be16(uint32_t value);
 Bytes Be32(uint32_t value);
+Bytes Host16(uint16_t value);  // as this host keeps it
+Bytes Host32(uint32_t value);
 Bytes Text(std::string_view text);
 Bytes Hex(std::string_view digits);  // blanks between the digits are skipped
 Bytes Filled(size_t size, uint8_t value);
-
-/** The bytes of an integer as this host keeps it. */
-Bytes Host16(uint16_t value);
-Bytes Host32(uint32_t value);
-
-/** Joins pieces of bytes. */
 Bytes Join(const std::vector<Bytes> &pieces);
 Bytes Slice(const Bytes &bytes, size_t begin, size_t end);
+Bytes Sha256(const Bytes &data);
 
 Bytes Tlv(uint32_t type, const Bytes &value);
 Bytes Tlv(uint32_t type, const std::vector<Bytes> &inner);
@@ -34,39 +37,17 @@ Bytes Tlv(uint32_t type, const std::vector<Bytes> &inner);
 /** A VS TLV with its id and the given records. */
 Bytes VsTlv(uint32_t vsId, const std::vector<Bytes> &records);
 
-Bytes Sha256(const Bytes &data);
-
 /** A whole file: head with the digest of the body, and a refer checksum when one is given; then the body. */
 Bytes Image(const Bytes &body, const std::optional<Bytes> &refer = std::nullopt);
 
 /** A whole file with head fields of the caller's choice. */
 Bytes ImageWithHead(const std::vector<Bytes> &headFields, const Bytes &body);
 
-/** Offsets in the head of an image made by Image and by the library. */
-inline constexpr size_t kVersionAt = 16;
-inline constexpr size_t kTimeAt = 28;
-inline constexpr size_t kChecksumAt = 48;
-inline constexpr size_t kHeadSize = 80;
-inline constexpr size_t kReferHeadSize = 120;
-
-/** The current time in seconds, not from the coarse clock of time(), which lags behind the clock of time stamps. */
-std::time_t Now();
-
 /** The image with its modify time zeroed. */
 Bytes WithoutTime(Bytes image);
 
-/** Random numbers, the same ones on every machine. */
-class Random {
-  public:
-    using result_type = uint32_t;
-    explicit Random(uint32_t seed) : engine_(seed) {}
-    static constexpr uint32_t min() { return 0; }
-    static constexpr uint32_t max() { return 0xFFFFFFFF; }
-    uint32_t operator()() { return static_cast<uint32_t>(engine_()); }
-
-  private:
-    std::mt19937 engine_;
-};
+/** The current time in seconds, not from the coarse clock of time(), which lags behind the clock of time stamps. */
+std::time_t Now();
 
 bool FileExists(const std::string &path);
 Bytes ReadFile(const std::string &path);
@@ -84,7 +65,7 @@ class TempFolder {
     TempFolder &operator=(const TempFolder &) = delete;
 
     /** The folder's path, or that of a file in it. */
-    std::string Path(std::string_view name = {}) const;
+    std::string Path(const std::string &name = {}) const { return name.empty() ? path_ : path_ + "/" + name; }
 
   private:
     std::string path_;

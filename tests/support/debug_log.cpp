@@ -1,7 +1,5 @@
 #include "debug_log.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -9,10 +7,6 @@
 
 #include "bytes.h"
 #include "tav_common.h"
-
-std::ostream &operator<<(std::ostream &out, const LogEntry &entry) {
-    return out << entry.function << ": " << entry.message;
-}
 
 std::string LogFolder() {
     return std::string(std::getenv("TAV_WORK_PATH")) + "var/log";
@@ -34,42 +28,28 @@ DebugLog::~DebugLog() {
 }
 
 std::vector<LogEntry> DebugLog::Take() {
-    std::vector<LogEntry> entries;
-    if (!FileExists(LogPath())) {
-        return entries;
-    }
-    Bytes content = ReadFile(LogPath());
-    std::string text(content.begin(), content.end());
+    const Bytes content = FileExists(LogPath()) ? ReadFile(LogPath()) : Bytes{};
+    const std::string text(content.begin(), content.end());
     std::filesystem::remove(LogPath());
-    for (size_t at = 0; at < text.size();) {
-        size_t end = std::min(text.find("\r\n", at + 1), text.size());
-        std::string line = text.substr(at, end - at);
+    std::vector<LogEntry> entries;
+    for (size_t at = 0, end = 0; at < text.size(); at = end) {
+        end = std::min(text.find("\r\n", at + 1), text.size());
+        const std::string line = text.substr(at, end - at);
         char function[128] = "";
         int messageAt = 0;
         std::sscanf(line.c_str(), "\r\n[%*4u-%*2u-%*2u %*2u:%*2u:%*2u.%*3u]: [%127[^:]: %*u]%n", function, &messageAt);
-        if (!line.starts_with("\r\n[") || messageAt == 0) {
-            ADD_FAILURE() << "no log entry: " << line;
-            break;
-        }
-        entries.push_back({function, line.substr(static_cast<size_t>(messageAt) + 1)});
-        at = end;
+        EXPECT_TRUE(line.starts_with("\r\n[") && messageAt > 0) << "no log entry: " << line;
+        entries.push_back({function, line.substr(std::min<size_t>(static_cast<size_t>(messageAt) + 1, line.size()))});
     }
     return entries;
 }
 
-void DebugLog::Expect(const std::vector<LogEntry> &entries) {
-    EXPECT_EQ(Take(), entries);
-}
-
 void DebugLog::ExpectAmong(const std::vector<LogEntry> &entries) {
-    std::vector<LogEntry> all = Take();
+    const std::vector<LogEntry> all = Take();
     auto at = all.begin();
     for (const LogEntry &entry : entries) {
-        auto found = std::find(at, all.end(), entry);
-        if (found == all.end()) {
-            ADD_FAILURE() << "missing: " << entry << "\nin: " << testing::PrintToString(all);
-            return;
-        }
-        at = found + 1;
+        at = std::find(at, all.end(), entry);
+        ASSERT_NE(at, all.end()) << "missing: " << entry << "\nin: " << testing::PrintToString(all);
+        ++at;
     }
 }

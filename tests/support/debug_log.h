@@ -4,6 +4,8 @@
 #ifndef TAV_TESTS_DEBUG_LOG_H
 #define TAV_TESTS_DEBUG_LOG_H
 
+#include <gtest/gtest.h>
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -13,10 +15,12 @@ struct LogEntry {
     std::string function;
     std::string message;
     bool operator==(const LogEntry &) const = default;
+    friend std::ostream &operator<<(std::ostream &out, const LogEntry &entry) {
+        return out << entry.function << ": " << entry.message;
+    }
 };
-std::ostream &operator<<(std::ostream &out, const LogEntry &entry);
 
-/** Path of the library's log in this process, and of the folder that it lies in. */
+/** The folder of the library's log in this process, and the log's path. */
 std::string LogFolder();
 std::string LogPath();
 
@@ -32,7 +36,7 @@ class DebugLog {
     std::vector<LogEntry> Take();
 
     /** Takes the entries and expects exactly these. */
-    void Expect(const std::vector<LogEntry> &entries);
+    void Expect(const std::vector<LogEntry> &entries) { EXPECT_EQ(Take(), entries); }
 
     /** Takes the entries and expects these in this order, with others before, between and behind. */
     void ExpectAmong(const std::vector<LogEntry> &entries);

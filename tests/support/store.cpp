@@ -1,26 +1,20 @@
 #include "store.h"
 
-#include <gtest/gtest.h>
-
-#include "tav_posix.h"
 #include "tav_rbtree.h"
 
 Record MakeRecord(uint32_t cid, const std::vector<Field> &fields) {
-    static const uint8_t none = 0;
     Record record(TAV_ExtCfgRecordNodeCreate(cid));
     for (const Field &field : fields) {
-        TAV_ExtCfgRecordAddFieldValue(record.get(), field.fid, static_cast<uint32_t>(field.value.size()),
-                                      field.value.empty() ? &none : field.value.data());
+        const Bytes &value = field.value;
+        TAV_ExtCfgRecordAddFieldValue(record.get(), field.fid, static_cast<uint32_t>(value.size()),
+                                      value.empty() ? reinterpret_cast<const uint8_t *>("") : value.data());
     }
     return record;
 }
 
 Record Class13(uint32_t key, std::optional<uint16_t> value) {
-    std::vector<Field> fields = {{14, Host32(key)}};
-    if (value) {
-        fields.push_back({15, Host16(*value)});
-    }
-    return MakeRecord(13, fields);
+    return MakeRecord(13, value ? std::vector<Field>{{14, Host32(key)}, {15, Host16(*value)}}
+                                : std::vector<Field>{{14, Host32(key)}});
 }
 
 Store Open(uint32_t mode, const std::string &path, const std::string &refer) {
@@ -38,23 +32,19 @@ uint32_t Add(const Store &store, uint32_t vsId, Record record) {
 std::optional<Bytes> ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid) {
     Bytes value(0x10000);
     uint32_t length = 0;
-    if (TAV_ExtCfgRecordGetFieldValue(record, fid, static_cast<uint32_t>(value.size()), value.data(), &length) != 0) {
-        return std::nullopt;
-    }
-    value.resize(length);
-    return value;
+    uint32_t code = TAV_ExtCfgRecordGetFieldValue(record, fid, 0x10000, value.data(), &length);
+    return code == TAV_OK ? std::optional(Slice(value, 0, length)) : std::nullopt;
 }
 
 Bytes Encode(const TAV_ExtCfgRecordNode *record) {
     Bytes buffer(1 << 20);
     uint8_t *cursor = buffer.data();
     EXPECT_EQ(TAV_BuildExtCfgRecordData(record, &cursor, buffer.data() + buffer.size()), TAV_OK);
-    return Slice(buffer, 0, static_cast<size_t>(cursor - buffer.data()));
+    return Bytes(buffer.data(), cursor);
 }
 
 const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record) {
-    const auto *bytes = reinterpret_cast<const uint8_t *>(record);
-    return reinterpret_cast<const SLL_List *>(bytes + sizeof(TAV_RBT_Node));
+    return reinterpret_cast<const SLL_List *>(reinterpret_cast<const uint8_t *>(record) + sizeof(TAV_RBT_Node));
 }
 
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {
@@ -63,16 +53,9 @@ std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {
     return block;
 }
 
-NothingLeaks::NothingLeaks() {
-    TAV_Posix_MemAccount total;
-    TAV_Posix_MemTotal(&total);
-    blocks_ = total.blocks;
-    bytes_ = total.bytes;
-}
-
 NothingLeaks::~NothingLeaks() {
-    TAV_Posix_MemAccount total;
-    TAV_Posix_MemTotal(&total);
-    EXPECT_EQ(total.blocks, blocks_) << "blocks left over or returned twice";
-    EXPECT_EQ(total.bytes, bytes_);
+    TAV_Posix_MemAccount after;
+    TAV_Posix_MemTotal(&after);
+    EXPECT_EQ(after.blocks, before_.blocks) << "blocks left over or returned twice";
+    EXPECT_EQ(after.bytes, before_.bytes);
 }

@@ -4,7 +4,8 @@
 #ifndef TAV_TESTS_STORE_H
 #define TAV_TESTS_STORE_H
 
-#include <functional>
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,19 +14,16 @@
 #include "bytes.h"
 #include "platform/mel_memory.h"
 #include "tav_extcfg.h"
+#include "tav_posix.h"
 
-struct FreeRecord {
+struct Release {
     void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
-};
-struct CloseStore {
     void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
+    void operator()(uint8_t *block) const { MEL_Free_F(block, "tests", 0); }
 };
-struct FreeBlock {
-    void operator()(void *block) const { MEL_Free_F(block, "tests", 0); }
-};
-using Record = std::unique_ptr<TAV_ExtCfgRecordNode, FreeRecord>;
-using Store = std::unique_ptr<CfgLocal, CloseStore>;
-using Block = std::unique_ptr<uint8_t, FreeBlock>;
+using Record = std::unique_ptr<TAV_ExtCfgRecordNode, Release>;
+using Store = std::unique_ptr<CfgLocal, Release>;
+using Block = std::unique_ptr<uint8_t, Release>;
 
 /** One field of a record, its value in host order. */
 struct Field {
@@ -59,14 +57,13 @@ std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
 /** Fails the test when blocks of the platform's allocator are left over or missing when it goes. */
 class NothingLeaks {
   public:
-    NothingLeaks();
+    NothingLeaks() { TAV_Posix_MemTotal(&before_); }
     ~NothingLeaks();
     NothingLeaks(const NothingLeaks &) = delete;
     NothingLeaks &operator=(const NothingLeaks &) = delete;
 
   private:
-    uint64_t blocks_;
-    uint64_t bytes_;
+    TAV_Posix_MemAccount before_;
 };
 
 /** The type table as the library ships it, before start-up completed it. */

@@ -3,100 +3,76 @@
  */
 #include "tool.h"
 
-class RecoverTest : public ToolTest {
-  protected:
-    static Bytes Dated(const Bytes &body, uint32_t day) {
-        Bytes image = Image(body);
-        const Bytes time = Join({Be16(2024), {5, static_cast<uint8_t>(day), 0, 0, 0}, {0}, Be32(0)});
-        std::copy(time.begin(), time.end(), image.begin() + kTimeAt);
-        return image;
-    }
+using RecoverTest = ToolTest;
 
-    /** Puts FILE and its backup, each missing when empty. */
-    void Given(const Bytes &file, const Bytes &backup) {
-        Clean();
-        if (!file.empty()) {
-            Put("x.dat", file);
-        }
-        if (!backup.empty()) {
-            Put("x.dat.bak", backup);
-        }
-    }
+namespace {
 
-    /** Expects the files' contents, each missing when empty. */
-    void Expect(const Bytes &file, const Bytes &backup, const Bytes &broken = {}) {
-        const auto content = [this](const char *name) { return Has(name) ? Content(name) : Bytes{}; };
-        EXPECT_EQ(content("x.dat"), file);
-        EXPECT_EQ(content("x.dat.bak"), backup);
-        EXPECT_EQ(content("x.dat.broken"), broken);
-    }
+Bytes Dated(const Bytes &body, uint8_t day) {
+    Bytes image = Image(body);
+    const Bytes time = Join({Be16(2024), {5, day, 0, 0, 0, 0}, Be32(0)});
+    std::copy(time.begin(), time.end(), image.begin() + kTimeAt);
+    return image;
+}
 
-    void Clean() {
+const Bytes kNone = {};
+const Bytes kOld = Dated(SmallBody(), 1);
+const Bytes kNew = Dated(VsTlv(0, {Rec13(1, 1)}), 2);
+const Bytes kBad = Slice(kNew, 0, kNew.size() - 1);
+
+}  // namespace
+
+TEST_F(RecoverTest, KeepsTheNewestThatLoads) {
+    const struct {
+        Bytes file, backup;  // as found; none for a file that is missing
+        std::string says;    // none for a refusal
+        Bytes kept;
+        Bytes broken = {}, brokenBackup = {};  // what was put aside
+    } states[] = {
+        {kNew, kNone, "nothing to recover: x.dat loads, and there is no backup\n", kNew},
+        // A crash after the backup, within the write, and after it.
+        {kNone, kOld, "recovered x.dat from x.dat.bak: it was missing\n", kOld},
+        {kBad, kOld, "recovered x.dat from x.dat.bak: it does not load and was moved to x.dat.broken\n", kOld, kBad},
+        {kNew, kOld, "kept x.dat, deleted x.dat.bak: both load, the backup is not newer\n", kNew},
+        // No crash leaves these, but somebody may.
+        {kOld, kNew, "recovered x.dat from x.dat.bak: both load, the backup is newer\n", kNew},
+        {kNew, kBad, "kept x.dat; the backup does not load and was moved to x.dat.bak.broken\n", kNew, kNone, kBad},
+        {kNone, kNone, "", kNone},
+        {kBad, kNone, "", kNone},
+        {kNone, kBad, "", kNone},
+        {kBad, kBad, "", kNone},
+    };
+    for (const auto &state : states) {
         for (const char *name : {"x.dat", "x.dat.bak", "x.dat.broken", "x.dat.bak.broken"}) {
             std::remove(Path(name).c_str());
         }
-    }
-
-    const Bytes none_ = {};
-    const Bytes old_ = Dated(SmallBody(), 1);
-    const Bytes new_ = Dated(VsTlv(0, {Rec13(1, 1)}), 2);
-    const Bytes bad_ = Slice(new_, 0, new_.size() - 1);
-};
-
-TEST_F(RecoverTest, KeepsTheNewestThatLoads) {
-    Given(new_, none_);
-    EXPECT_EQ(Out("recover x.dat"), "nothing to recover: x.dat loads, and there is no backup\n");
-    Expect(new_, none_);
-
-    Given(none_, old_);  // a crash after the backup
-    EXPECT_EQ(Out("recover x.dat"), "recovered x.dat from x.dat.bak: it was missing\n");
-    Expect(old_, none_);
-
-    Given(bad_, old_);  // within the write
-    EXPECT_EQ(Out("recover x.dat"), "recovered x.dat from x.dat.bak: it does not load and was moved to x.dat.broken\n");
-    Expect(old_, none_, bad_);
-
-    Given(new_, old_);  // after the write
-    EXPECT_EQ(Out("recover x.dat"), "kept x.dat, deleted x.dat.bak: both load, the backup is not newer\n");
-    Expect(new_, none_);
-
-    Given(old_, new_);  // no crash leaves this, but somebody may
-    EXPECT_EQ(Out("recover x.dat"), "recovered x.dat from x.dat.bak: both load, the backup is newer\n");
-    Expect(new_, none_);
-
-    Given(new_, bad_);
-    EXPECT_EQ(Out("recover x.dat"), "kept x.dat; the backup does not load and was moved to x.dat.bak.broken\n");
-    Expect(new_, none_);
-    EXPECT_EQ(Content("x.dat.bak.broken"), bad_);
-}
-
-TEST_F(RecoverTest, TouchesNothingWithoutAGoodCopy) {
-    const std::pair<Bytes, Bytes> states[] = {{none_, none_}, {bad_, none_}, {none_, bad_}, {bad_, bad_}};
-    for (const auto &[file, backup] : states) {
-        Given(file, backup);
-        Refused(1, "cannot recover x.dat: ", "recover x.dat");
-        Expect(file, backup);
+        for (const auto &[name, content] : {std::pair("x.dat", state.file), {"x.dat.bak", state.backup}}) {
+            if (!content.empty()) {
+                Put(name, content);
+            }
+        }
+        if (state.says.empty()) {
+            Refused(1, "cannot recover x.dat: ", "recover x.dat");
+            continue;
+        }
+        EXPECT_EQ(Out("recover x.dat"), state.says);
+        EXPECT_EQ(Content("x.dat"), state.kept) << state.says;
+        EXPECT_FALSE(Has("x.dat.bak")) << state.says;
+        EXPECT_EQ(Content("x.dat.broken"), state.broken) << state.says;
+        EXPECT_EQ(Content("x.dat.bak.broken"), state.brokenBackup) << state.says;
     }
 }
 
-TEST_F(RecoverTest, ABrokenFileNeverReplacesAnEarlierOne) {
-    Given(bad_, old_);
-    Put("x.dat.broken", std::string("earlier"));
-    Out("recover x.dat");
-    Expect(old_, none_, Text("earlier"));
-    EXPECT_EQ(Content("x.dat.broken.1"), bad_);
-}
-
-// The backup of an archive still holds the archive's own member.
+// The backup of an archive still holds the archive's own member; and what was put aside earlier stays.
 TEST_F(RecoverTest, Archives) {
-    Put("x.dat", old_);
     Out("convert x.dat x.zip");
-    const Bytes archive = Content("x.zip");
+    const Bytes archive = Content("x.zip"), half = Slice(archive, 0, archive.size() / 2);
     Put("x.zip.bak", archive);
-    Put("x.zip", Slice(archive, 0, archive.size() / 2));
+    Put("x.zip", half);
+    Put("x.zip.broken", "earlier");
     Out("recover x.zip");
     EXPECT_EQ(Content("x.zip"), archive);
     EXPECT_FALSE(Has("x.zip.bak"));
-    EXPECT_TRUE(Has("x.zip.broken"));
+    EXPECT_EQ(Content("x.zip.broken"), Text("earlier"));
+    EXPECT_EQ(Content("x.zip.broken.1"), half);
     Out("verify x.zip");
 }

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <map>
 
 namespace {
 
@@ -12,7 +14,20 @@ std::string TextOf(const std::string &path) {
     return {bytes.begin(), bytes.end()};
 }
 
+/** The content of every file in a folder, by name. */
+std::map<std::string, Bytes> FilesIn(const std::string &folder) {
+    std::map<std::string, Bytes> files;
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        files[entry.path()] = entry.is_regular_file() ? ReadFile(entry.path()) : Bytes{};
+    }
+    return files;
+}
+
 }  // namespace
+
+void ToolTest::SetUp() {
+    Put("x.dat", SmallImage());
+}
 
 Result ToolTest::Run(const std::string &arguments) {
     const TempFolder output;
@@ -40,9 +55,16 @@ std::string ToolTest::Out(const std::string &arguments) {
 }
 
 void ToolTest::Refused(int code, const std::string &why, const std::string &arguments) {
+    const auto before = FilesIn(folder_.Path());
     const Result result = Run(arguments);
     EXPECT_EQ(result.code, code) << arguments << ": " << result.error;
     EXPECT_NE(result.error.find(why), std::string::npos) << arguments << ": " << result.error;
+    EXPECT_TRUE(FilesIn(folder_.Path()) == before) << arguments << " changed a file";
+}
+
+Bytes Damaged(Bytes bytes, size_t offset) {
+    bytes.at(offset) ^= 0x15;
+    return bytes;
 }
 
 Bytes Rec13(uint32_t key, uint32_t value) {

@@ -19,6 +19,9 @@ struct Result {
 
 class ToolTest : public testing::Test {
   protected:
+    /** Every test finds the small file as x.dat. */
+    void SetUp() override;
+
     /**
      * Runs "tavcfg ARGUMENTS" through the shell, redirections and all. Whatever it gives, a failure must say so in just
      * one line, and anything else nothing on standard error.
@@ -28,17 +31,25 @@ class ToolTest : public testing::Test {
     /** Runs the tool and returns what it printed; the test fails unless it did its work. */
     std::string Out(const std::string &arguments);
 
-    /** Runs the tool and expects this exit code, and this text in its one line of complaint. */
+    /**
+     * Runs the tool and expects this exit code, this text in its one line of complaint, and every file in the folder as
+     * it was.
+     */
     void Refused(int code, const std::string &why, const std::string &arguments);
 
     std::string Path(const std::string &name) const { return folder_.Path(name); }
-    Bytes Content(const std::string &name) const { return ReadFile(Path(name)); }
+    bool Has(const std::string &name) const { return FileExists(Path(name)); }
     void Put(const std::string &name, const Bytes &content) const { WriteFile(Path(name), content); }
     void Put(const std::string &name, const std::string &content) const { Put(name, Text(content)); }
-    bool Has(const std::string &name) const { return FileExists(Path(name)); }
+
+    /** The content of a file; of one that is missing, nothing. */
+    Bytes Content(const std::string &name) const { return Has(name) ? ReadFile(Path(name)) : Bytes{}; }
 
     TempFolder folder_;
 };
+
+/** The bytes with some bits of one of them turned over. */
+Bytes Damaged(Bytes bytes, size_t offset);
 
 /** A class 13 record TLV with key field 14, and a 16-bit field 15. */
 Bytes Rec13(uint32_t key, uint32_t value);
