@@ -55,13 +55,23 @@ uint32_t OpenForReading(const char *path, Archive *archive) {
     return *archive ? 0 : CodeOf(error);
 }
 
-// Opens an archive and finds a member and its uncompressed size in it.
-uint32_t OpenAndFind(const char *path, const char *name, Archive *archive, zip_uint64_t *index, zip_uint64_t *size) {
-    const uint32_t code = OpenForReading(path, archive);
+// A member of an open archive.
+struct FoundMember {
+    Archive archive;         // open as long as this lives
+    zip_uint64_t index = 0;  // the member's place in it
+    zip_uint64_t size = 0;   // its uncompressed size in bytes
+};
+
+// Opens an archive and finds a member in it.
+uint32_t OpenAndFind(const char *path, const char *name, FoundMember *member) {
+    if (path == nullptr || name == nullptr) {
+        return ZIP_ER_INVAL;
+    }
+    const uint32_t code = OpenForReading(path, &member->archive);
     if (code != 0) {
         return code;
     }
-    zip_t *const zip = archive->get();
+    zip_t *const zip = member->archive.get();
     const zip_int64_t found = zip_name_locate(zip, LastComponent(name), ZIP_FL_NODIR | ZIP_FL_ENC_RAW);
     zip_stat_t status;
     if (found < 0 || zip_stat_index(zip, static_cast<zip_uint64_t>(found), 0, &status) != 0) {
@@ -70,8 +80,8 @@ uint32_t OpenAndFind(const char *path, const char *name, Archive *archive, zip_u
     if ((status.valid & ZIP_STAT_SIZE) == 0) {
         return ZIP_ER_INCONS;
     }
-    *index = static_cast<zip_uint64_t>(found);
-    *size = status.size;
+    member->index = static_cast<zip_uint64_t>(found);
+    member->size = status.size;
     return 0;
 }
 
@@ -183,37 +193,33 @@ uint32_t BEX_UnzipGetNumofFiles(const char *archive, uint16_t *count) {
 }
 
 uint32_t ZIP_GetUncompressSize(const char *member, const char *archive, uint32_t *size) {
-    if (member == nullptr || archive == nullptr || size == nullptr) {
+    if (size == nullptr) {
         return ZIP_ER_INVAL;
     }
-    Archive opened;
-    zip_uint64_t index = 0;
-    zip_uint64_t wholeSize = 0;
-    const uint32_t code = OpenAndFind(archive, member, &opened, &index, &wholeSize);
+    FoundMember found;
+    const uint32_t code = OpenAndFind(archive, member, &found);
     if (code != 0) {
         return code;
     }
-    if (wholeSize > UINT32_MAX) {
+    if (found.size > UINT32_MAX) {
         return ZIP_ER_OPNOTSUPP;
     }
-    *size = static_cast<uint32_t>(wholeSize);
+    *size = static_cast<uint32_t>(found.size);
     return 0;
 }
 
 uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, const char *archive) {
-    if (buffer == nullptr || member == nullptr || archive == nullptr) {
+    if (buffer == nullptr) {
         return ZIP_ER_INVAL;
     }
-    Archive opened;
-    zip_uint64_t index = 0;
-    zip_uint64_t wholeSize = 0;
-    const uint32_t code = OpenAndFind(archive, member, &opened, &index, &wholeSize);
+    FoundMember found;
+    const uint32_t code = OpenAndFind(archive, member, &found);
     if (code != 0) {
         return code;
     }
-    if (wholeSize != size) {
+    if (found.size != size) {
         return ZIP_ER_INCONS;
     }
-    const Member content(zip_fopen_index(opened.get(), index, 0));
-    return content ? ReadWhole(content.get(), buffer, size) : LastCode(opened.get());
+    const Member content(zip_fopen_index(found.archive.get(), found.index, 0));
+    return content ? ReadWhole(content.get(), buffer, size) : LastCode(found.archive.get());
 }
