@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iterator>
 #include <list>
 #include <random>
 #include <set>
@@ -35,7 +34,7 @@ int BlackHeight(const BEX_RBT_Tree &tree, const BEX_RBT_Node *node, const BEX_RB
     const bool red = node->colour == BEX_RBT_RED;
     const bool redPair = red && parent->colour == BEX_RBT_RED;
     const bool sound = node->parent == parent && !redPair && smaller >= 0 && smaller == greater;
-    return sound ? smaller + (red ? 0 : 1) : -1;
+    return sound ? smaller + !red : -1;
 }
 
 // Grows and shrinks in phases, so that the tree is often nearly empty as well as large.
