@@ -78,6 +78,22 @@ class Files : public testing::Test {
     const std::string path_ = folder_.Path("file");
 };
 
+// What is no file must neither open nor make the caller wait for a writer that never comes.
+TEST_F(Files, PipesAndFoldersAreRefusedAtOnce) {
+    const TempFolder folder;
+    const std::string pipe = folder.Path("pipe.zip"), directory = folder.Path("folder.zip");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    ASSERT_EQ(mkdir(directory.c_str(), 0700), 0);
+    for (const std::string &path : {pipe, directory}) {
+        for (const char *mode : {"rb", "rb+", "wb+", "ab"}) {
+            EXPECT_EQ(BEX_VFS_FOpen(path.c_str(), mode), nullptr) << path << " " << mode;
+        }
+        uint16_t count = 0;
+        EXPECT_NE(BEX_UnzipGetNumofFiles(path.c_str(), &count), 0u) << path;
+        EXPECT_EQ(BEX_VFS_IsFileExist(path.c_str()), 0u) << path;
+    }
+}
+
 TEST_F(Files, ModesDoWhatTheyAreNamedFor) {
     umask(0);
     EXPECT_TRUE(Write(path_, "rb", "") == -1 && Write(path_, "rb+", "") == -1 && Write(path_, "w", "") == -1);

@@ -140,4 +140,18 @@ TEST(Memory, ModulesBeyondTheTableShareAnAccount) {
     EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
+TEST(MemoryDeathTest, ReturningTwiceNamesThePlace) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer reports it first";
+#endif
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            void *const block = Take(40, "red", 1);
+            MEL_Free_F(block, "blue", 2);
+            MEL_Free_F(block, "green", 3);
+        },
+        "green line 3");
+}
+
 }  // namespace
