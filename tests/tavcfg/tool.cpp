@@ -2,7 +2,6 @@
 
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -25,10 +24,6 @@ std::map<std::string, Bytes> FilesIn(const std::string &folder) {
 
 }  // namespace
 
-void ToolTest::SetUp() {
-    Put("x.dat", SmallImage());
-}
-
 Result ToolTest::Run(const std::string &arguments) {
     const TempFolder output;
     // The call's own redirections stand behind these and win.
@@ -37,14 +32,9 @@ Result ToolTest::Run(const std::string &arguments) {
     const int status = std::system(command.c_str());
     Result result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, TextOf(output.Path("out")),
                   TextOf(output.Path("error"))};
-    const bool isDifference = result.code == 1 && arguments.starts_with("diff ");
-    if (result.code == 0 || isDifference) {
-        EXPECT_EQ(result.error, "") << arguments;
-    } else {
-        EXPECT_TRUE(result.code == 1 || result.code == 2) << arguments << ": " << result.code << result.error;
-        EXPECT_EQ(result.error.rfind("tavcfg: ", 0), 0u) << arguments << ": " << result.error;
-        EXPECT_EQ(std::count(result.error.begin(), result.error.end(), '\n'), 1) << arguments << ": " << result.error;
-    }
+    const bool isDone = result.code == 0 || (result.code == 1 && arguments.starts_with("diff "));
+    const bool isOneLine = result.error.starts_with("tavcfg: ") && result.error.find('\n') == result.error.size() - 1;
+    EXPECT_TRUE(isDone ? result.error.empty() : isOneLine && result.code > 0) << arguments << ": " << result.error;
     return result;
 }
 

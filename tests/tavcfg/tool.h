@@ -13,14 +13,23 @@
 /** What a run of the tool gave. */
 struct Result {
     int code;
-    std::string out;
-    std::string error;
+    std::string out, error;
 };
 
+/** The bytes with some bits of one of them turned over. */
+Bytes Damaged(Bytes bytes, size_t offset);
+
+/** A class 13 record TLV with key field 14, and a 16-bit field 15. */
+Bytes Rec13(uint32_t key, uint32_t value);
+
+/** A small file: VS 0 with records 5 and 7 of class 13 and one of class 7, and an empty VS 3. */
+Bytes SmallBody();
+Bytes SmallImage();
+
+/** Runs the tool in a folder that holds the small file as x.dat. */
 class ToolTest : public testing::Test {
   protected:
-    /** Every test finds the small file as x.dat. */
-    void SetUp() override;
+    void SetUp() override { Put("x.dat", SmallImage()); }
 
     /**
      * Runs "tavcfg ARGUMENTS" through the shell, redirections and all. Whatever it gives, a failure must say so in just
@@ -31,10 +40,7 @@ class ToolTest : public testing::Test {
     /** Runs the tool and returns what it printed; the test fails unless it did its work. */
     std::string Out(const std::string &arguments);
 
-    /**
-     * Runs the tool and expects this exit code, this text in its one line of complaint, and every file in the folder as
-     * it was.
-     */
+    /** Runs the tool and expects this exit code, this text in its line of complaint, and every file as it was. */
     void Refused(int code, const std::string &why, const std::string &arguments);
 
     std::string Path(const std::string &name) const { return folder_.Path(name); }
@@ -47,15 +53,5 @@ class ToolTest : public testing::Test {
 
     TempFolder folder_;
 };
-
-/** The bytes with some bits of one of them turned over. */
-Bytes Damaged(Bytes bytes, size_t offset);
-
-/** A class 13 record TLV with key field 14, and a 16-bit field 15. */
-Bytes Rec13(uint32_t key, uint32_t value);
-
-/** A small file: VS 0 with records 5 and 7 of class 13 and one of class 7, and an empty VS 3. */
-Bytes SmallBody();
-Bytes SmallImage();
 
 #endif
