@@ -12,26 +12,20 @@
 namespace {
 
 using interposer::Call;
+using interposer::kPlatformCode;
 
 constexpr uint32_t kLimit = 104857600;
 
-struct ReadResult {
-    uint32_t code;
-    Block block;
-    uint32_t size;
-};
+using Reader = uint32_t (*)(uint8_t **, uint32_t *, const char *);
 
-template <class Reader>
-ReadResult ReadWith(Reader reader, const std::string &path) {
-    uint8_t *buffer = reinterpret_cast<uint8_t *>(1);
-    uint32_t size = 77;
-    uint32_t code = reader(&buffer, &size, path.c_str());
-    if (code != TAV_OK) {
-        EXPECT_EQ(buffer, nullptr);
-        EXPECT_EQ(size, 0u);
-        buffer = nullptr;
-    }
-    return {code, Block(buffer), size};
+/** Reads a file; expects this code, and a block of this size when it is TAV_OK, else none. */
+Block ExpectRead(Reader reader, const std::string &path, uint32_t code, uint64_t size = 0) {
+    auto *buffer = reinterpret_cast<uint8_t *>(1);
+    uint32_t sizeRead = 77;
+    EXPECT_EQ(reader(&buffer, &sizeRead, path.c_str()), code);
+    EXPECT_EQ(sizeRead, size);
+    EXPECT_EQ(buffer != nullptr, code == TAV_OK);
+    return Block(buffer);
 }
 
 /** Makes an archive with libzip itself. */
@@ -47,64 +41,48 @@ void MakeArchive(const std::string &path, const std::vector<std::pair<std::strin
 }
 
 TEST(Files, PlainSizeLimits) {
+    TempFolder folder;
+    DebugLog log;
+    const std::string path = folder.Path("a.dat");
+    for (uint64_t size : {uint64_t{1}, uint64_t{kLimit}}) {
+        MakeSparseFile(path, size);
+        ExpectRead(TAV_ReadFileToBuffer, path, TAV_OK, size);
+    }
+    const std::pair<uint64_t, const char *> refused[] = {
+        {0, "0"}, {kLimit + 1, "104857601"}, {(uint64_t{1} << 32) + 100, "-1"}};
+    for (const auto &[size, shown] : refused) {
+        MakeSparseFile(path, size);
+        ExpectRead(TAV_ReadFileToBuffer, path, TAV_ERR_READ);
+        log.Expect({{"TAV_ReadFileToBuffer", "File " + path + " empty or too large, size=" + shown}});
+    }
+}
+
+TEST(Files, ReadsFailingInTurn) {
     NothingLeaks leaks;
     TempFolder folder;
     DebugLog log;
-    const std::string path = folder.Path("a.dat");
-    struct Case {
-        uint64_t size;
-        const char *shown;  // what the report shows of a refused size
+    const std::string plain = folder.Path("a.dat"), archive = folder.Path("a.zip");
+    WriteFile(plain, Filled(1000, 7));
+    MakeArchive(archive, {{"a.zip.dat", Filled(1000, 7)}});
+    const std::tuple<bool, Call, uint32_t, std::string> cases[] = {
+        {true, Call::kStat, TAV_ERR_OPEN, "Get " + plain + " size failed, return 0x4d"},
+        {true, Call::kOpen, TAV_ERR_OPEN, "Open " + plain + " failed"},
+        {true, Call::kMalloc, TAV_ERR_NO_MEMORY, "Null pointer, return 0x801611"},
+        {true, Call::kRead, TAV_ERR_READ, "Read " + plain + " failed, len=1000, return 0x1f4"},
+        {false, Call::kStat, kPlatformCode, "Get " + archive + " size failed, return 0x4d"},
+        {false, Call::kZipCount, kPlatformCode, "Get file num of " + archive + " failed, return 0x4d"},
+        {false, Call::kZipSize, kPlatformCode, "GetUncompressSize of " + archive + " failed, return 0x4d"},
+        {false, Call::kMalloc, TAV_ERR_NO_MEMORY, "Null pointer, return 0x801611"},
+        {false, Call::kUnzip, TAV_ERR_OPEN, "uncompressed size 1000 in " + archive + " failed, return 0x4d"},
     };
-    const Case cases[] = {
-        {0, "0"}, {1, nullptr}, {kLimit, nullptr}, {kLimit + 1, "104857601"}, {(uint64_t{1} << 32) + 100, "-1"}};
-    for (const Case &test : cases) {
-        MakeSparseFile(path, test.size);
-        log.Take();
-        ReadResult result = ReadWith(TAV_ReadFileToBuffer, path);
-        if (test.shown == nullptr) {
-            EXPECT_EQ(result.code, TAV_OK);
-            EXPECT_EQ(result.size, test.size);
-        } else {
-            EXPECT_EQ(result.code, TAV_ERR_READ) << test.size;
-            log.Expect({{"TAV_ReadFileToBuffer", "File " + path + " empty or too large, size=" + test.shown}});
-        }
-    }
-    log.Take();
-    EXPECT_EQ(ReadWith(TAV_ReadFileToBuffer, folder.Path("none")).code, TAV_ERR_OPEN);
-    log.ExpectAmong({{"TAV_ReadFileToBuffer", "Get " + folder.Path("none") + " size failed, return 0x2"}});
-}
-
-TEST(Files, PlainReadFailingInTurn) {
-    TempFolder folder;
-    const std::string path = folder.Path("a.dat");
-    WriteFile(path, Filled(1000, 7));
-    const std::tuple<Call, uint32_t, const char *> cases[] = {
-        {Call::kStat, TAV_ERR_OPEN, " size failed, return 0x4d"},
-        {Call::kOpen, TAV_ERR_OPEN, " failed"},
-        {Call::kMalloc, TAV_ERR_NO_MEMORY, nullptr},
-        {Call::kRead, TAV_ERR_READ, " failed, len=1000, return 0x1f4"},
-    };
-    DebugLog log;
-    for (const auto &[call, code, report] : cases) {
-        NothingLeaks leaks;
-        log.Take();
+    for (const auto &[isPlain, call, code, report] : cases) {
         interposer::Reset();
         interposer::FailNth(call, 1);
-        EXPECT_EQ(ReadWith(TAV_ReadFileToBuffer, path).code, code);
-        bool opened = call == Call::kMalloc || call == Call::kRead;
-        EXPECT_EQ(interposer::Count(Call::kClose) > 0, opened);
-        interposer::Reset();
-        const char *verb = call == Call::kStat ? "Get " : call == Call::kOpen ? "Open " : "Read ";
-        log.Expect(
-            {{"TAV_ReadFileToBuffer", report == nullptr ? "Null pointer, return 0x801611" : verb + path + report}});
+        ExpectRead(isPlain ? TAV_ReadFileToBuffer : TAV_UnZipExtCfgFileToBuffer, isPlain ? plain : archive, code);
+        EXPECT_EQ(interposer::Count(Call::kOpen) - (call == Call::kOpen), interposer::Count(Call::kClose));
+        log.Expect({{isPlain ? "TAV_ReadFileToBuffer" : "TAV_UnZipExtCfgFileToBuffer", report}});
     }
-    uint8_t *buffer = nullptr;
-    uint32_t size = 0;
-    for (auto reader : {TAV_ReadFileToBuffer, TAV_UnZipExtCfgFileToBuffer}) {
-        EXPECT_EQ(reader(nullptr, &size, path.c_str()), TAV_ERR_NULL);
-        EXPECT_EQ(reader(&buffer, nullptr, path.c_str()), TAV_ERR_NULL);
-        EXPECT_EQ(reader(&buffer, &size, nullptr), TAV_ERR_NULL);
-    }
+    interposer::Reset();
 }
 
 TEST(Files, Archives) {
@@ -112,151 +90,78 @@ TEST(Files, Archives) {
     TempFolder folder;
     DebugLog log;
     const std::string path = folder.Path("a.zip");
-    auto read = [&] {
-        log.Take();
-        return ReadWith(TAV_UnZipExtCfgFileToBuffer, path);
+    auto read = [&](uint32_t code, const std::string &report) {
+        ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, code);
+        log.Expect({{"TAV_UnZipExtCfgFileToBuffer", report}});
     };
-    auto expectReport = [&](const std::string &message) { log.Expect({{"TAV_UnZipExtCfgFileToBuffer", message}}); };
-
     MakeArchive(path, {{"a.zip.dat", Text("content")}});
-    ReadResult whole = read();
-    ASSERT_EQ(whole.code, TAV_OK);
-    EXPECT_EQ(Bytes(whole.block.get(), whole.block.get() + whole.size), Text("content"));
-    log.Expect({});
-
+    Block content = ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, TAV_OK, 7);
+    EXPECT_EQ(Bytes(content.get(), content.get() + 7), Text("content"));
     MakeArchive(path, {{"a.zip.dat", Text("x")}, {"b", Text("y")}});
-    EXPECT_EQ(read().code, TAV_ERR_INVALID);
-    expectReport("File num of " + path + " must be one, now is 2");
-    MakeArchive(path, {{"other.dat", Text("x")}});
-    ReadResult other = read();
-    EXPECT_NE(other.code, TAV_OK);
-    char code[16];
-    std::snprintf(code, sizeof code, "0x%x", other.code);
-    expectReport("GetUncompressSize of " + path + " failed, return " + code);
+    read(TAV_ERR_INVALID, "File num of " + path + " must be one, now is 2");
     MakeArchive(path, {{"a.zip.dat", {}}});
-    EXPECT_EQ(read().code, TAV_ERR_READ);
-    expectReport("File " + path + " uncompressed size 0 is invalid");
-
-    for (uint32_t size : {kLimit, kLimit + 1}) {
-        Bytes zeros(size);
-        ASSERT_EQ(BEX_ZipBuffer(size, zeros.data(), "a.zip.dat", path.c_str(), 0, 1), 0u);
-        ReadResult result = read();
-        EXPECT_EQ(result.code, size > kLimit ? TAV_ERR_READ : TAV_OK);
-        EXPECT_EQ(result.size, size > kLimit ? 0 : kLimit);
-        if (size > kLimit) {
-            expectReport("File " + path + " uncompressed size 104857601 is invalid");
-        }
-    }
+    read(TAV_ERR_READ, "File " + path + " uncompressed size 0 is invalid");
+    const Bytes zeros(kLimit + 1);
+    ASSERT_EQ(BEX_ZipBuffer(kLimit, zeros.data(), "a.zip.dat", path.c_str(), 0, 1), 0u);
+    ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, TAV_OK, kLimit);
+    ASSERT_EQ(BEX_ZipBuffer(kLimit + 1, zeros.data(), "a.zip.dat", path.c_str(), 0, 1), 0u);
+    log.Take();
+    read(TAV_ERR_READ, "File " + path + " uncompressed size 104857601 is invalid");
     MakeSparseFile(path, kLimit + 1);
-    EXPECT_EQ(read().code, TAV_ERR_READ);
-    expectReport("File " + path + " too large, size=104857601");
-    for (uint64_t size : {uint64_t{0}, uint64_t{kLimit}}) {  // both pass the size test, and are no archives
-        MakeSparseFile(path, size);
-        ReadResult result = read();
-        EXPECT_NE(result.code, TAV_OK);
-        std::snprintf(code, sizeof code, "0x%x", result.code);
-        expectReport("Get file num of " + path + " failed, return " + code);
-    }
-    std::remove(path.c_str());
-    ReadResult missing = read();
-    EXPECT_NE(missing.code, TAV_OK);
-    EXPECT_NE(missing.code, TAV_ERR_OPEN) << "the platform's own code, unlike a plain read";
+    read(TAV_ERR_READ, "File " + path + " too large, size=104857601");
 
-    MakeArchive(path, {{"a.zip.dat", Text("content")}});
-    const std::pair<Call, uint32_t> failures[] = {{Call::kStat, interposer::kPlatformCode},
-                                                  {Call::kZipCount, interposer::kPlatformCode},
-                                                  {Call::kZipSize, interposer::kPlatformCode},
-                                                  {Call::kMalloc, TAV_ERR_NO_MEMORY},
-                                                  {Call::kUnzip, TAV_ERR_OPEN}};
-    for (const auto &[call, expected] : failures) {
-        interposer::Reset();
-        interposer::FailNth(call, 1);
-        EXPECT_EQ(read().code, expected);
-        interposer::Reset();
-    }
-    expectReport("uncompressed size 7 in " + path + " failed, return 0x4d");
+    // No archive, a member of another name, and no file at all.
+    MakeSparseFile(path, kLimit);
+    EXPECT_FALSE(Open(1, path));
+    MakeArchive(path, {{"other.dat", Text("x")}});
+    EXPECT_FALSE(Open(1, path));
+    std::remove(path.c_str());
+    EXPECT_FALSE(Open(1, path));
 }
 
 TEST(Files, Names) {
     DebugLog log;
-    EXPECT_EQ(TAV_CheckFileSuffix("a.zip", ".zip"), 1u);
-    EXPECT_EQ(TAV_CheckFileSuffix("a.ZIP", ".zip"), 0u);
-    EXPECT_EQ(TAV_CheckFileSuffix("a.zip.dat", ".zip"), 0u);
-    log.Expect({});
-    EXPECT_EQ(TAV_CheckFileSuffix(".zip", ".zip"), 0u);
-    EXPECT_EQ(TAV_CheckFileSuffix("ip", ".zip"), 0u);
-    EXPECT_EQ(TAV_CheckFileSuffix(nullptr, ".zip"), 0u);
-    EXPECT_EQ(TAV_CheckFileSuffix("a.zip", nullptr), 0u);
-    LogEntry null{"TAV_CheckFileSuffix", "Null pointer, return 0x0"};
+    const std::pair<const char *, uint32_t> names[] = {{"a.zip", 1}, {"a.ZIP", 0}, {"a.zip.dat", 0},
+                                                       {".zip", 0},  {"ip", 0},    {nullptr, 0}};
+    for (const auto &[name, isArchive] : names) {
+        EXPECT_EQ(TAV_CheckFileSuffix(name, ".zip"), isArchive);
+    }
     log.Expect({{"TAV_CheckFileSuffix", "Suffix len 4 too large, filename len 4"},
                 {"TAV_CheckFileSuffix", "Suffix len 4 too large, filename len 2"},
-                null,
-                null});
-
+                {"TAV_CheckFileSuffix", "Null pointer, return 0x0"}});
     char out[16];
-    EXPECT_EQ(TAV_ReplaceFileSuffix("a.zip", ".dat", out, sizeof out), TAV_OK);
-    EXPECT_STREQ(out, "a.zip.dat");
     EXPECT_EQ(TAV_ReplaceFileSuffix("12345678.zi", ".dat", out, sizeof out), TAV_OK);
+    EXPECT_STREQ(out, "12345678.zi.dat");
     EXPECT_EQ(TAV_ReplaceFileSuffix("12345678.zip", ".dat", out, sizeof out), TAV_ERR_COPY);
-    log.Take();
-    EXPECT_EQ(TAV_ReplaceFileSuffix("azip", ".dat", out, sizeof out), TAV_ERR_INVALID);
-    EXPECT_EQ(TAV_ReplaceFileSuffix(nullptr, ".dat", out, sizeof out), TAV_ERR_INVALID);
-    EXPECT_EQ(TAV_ReplaceFileSuffix("a.zip", nullptr, out, sizeof out), TAV_ERR_INVALID);
-    EXPECT_EQ(TAV_ReplaceFileSuffix("a.zip", ".dat", nullptr, sizeof out), TAV_ERR_INVALID);
-    LogEntry noDot{"TAV_ReplaceFileSuffix", "Null pointer, return 0x801617"};
-    log.Expect({noDot, noDot, noDot, noDot});
-
     EXPECT_EQ(TAV_ZipBufferToExtCfgFile("x", 0, "a.zip"), TAV_ERR_INVALID);
-    log.Expect({{"TAV_ZipBufferToExtCfgFile", "Empty file data"}});
-    EXPECT_EQ(TAV_ZipBufferToExtCfgFile(nullptr, 1, "a.zip"), TAV_ERR_NULL);
-    EXPECT_EQ(TAV_ZipBufferToExtCfgFile("x", 1, nullptr), TAV_ERR_NULL);
-    log.Take();
     EXPECT_EQ(TAV_ZipBufferToExtCfgFile("x", 1, "azip"), TAV_ERR_INVALID);
-    log.ExpectAmong({{"TAV_ZipBufferToExtCfgFile", "Replace suffix of azip failed, return 0x801617"}});
-    EXPECT_EQ(TAV_WriteBufferToFile(nullptr, 1, "a"), TAV_ERR_NULL);
-    EXPECT_EQ(TAV_WriteBufferToFile("x", 1, nullptr), TAV_ERR_NULL);
-    uint32_t size = 5;
-    EXPECT_EQ(TAV_GetFileSize(nullptr, &size), TAV_ERR_NULL);
-    EXPECT_EQ(TAV_GetFileSize("a", nullptr), TAV_ERR_NULL);
-    EXPECT_NE(TAV_GetFileSize("/nowhere/at/all", &size), TAV_OK);
-    EXPECT_EQ(size, 0u);
+    log.ExpectAmong({{"TAV_ZipBufferToExtCfgFile", "Empty file data"},
+                     {"TAV_ZipBufferToExtCfgFile", "Replace suffix of azip failed, return 0x801617"}});
 }
 
 TEST(Files, ChecksumsOfAFile) {
     NothingLeaks leaks;
     TempFolder folder;
     const std::string path = folder.Path("a.dat"), archive = folder.Path("a.zip");
-    const Bytes image = Image(VsTlv(0, {}));
-    const Bytes sum = Slice(image, kChecksumAt, kHeadSize);
+    const Bytes image = Image(VsTlv(0, {})), sum = Slice(image, kChecksumAt, kHeadSize), none;
+    const Bytes corrupt = Join({Slice(image, 0, image.size() - 1), {1}});
+    const Bytes longSum = ImageWithHead({Tlv(5, Filled(36, 3))}, {});
+    uint8_t out[64];
     auto raw = [&](const Bytes &content, uint32_t outSize) {
         WriteFile(path, content);
-        Bytes out(64, 0xEE);
-        uint32_t count = TAV_ExtCfgGetChecksumFromFile(path.c_str(), out.data(), outSize);
-        EXPECT_LE(count, outSize);
-        return std::pair(count, Slice(out, 0, count));
+        return Bytes(out, out + TAV_ExtCfgGetChecksumFromFile(path.c_str(), out, outSize));
     };
-    const std::pair<uint32_t, Bytes> none(0, {}), good(32, sum);
-    EXPECT_EQ(raw(image, 32), good);
     EXPECT_EQ(raw(image, 31), none);
-    Bytes corrupt = image;
-    corrupt.back() ^= 1;
-    EXPECT_EQ(raw(corrupt, 64), good) << "nothing is verified";
-    EXPECT_EQ(raw(Join({VsTlv(1, {}), image}), 32), good) << "the head is looked for";
+    EXPECT_EQ(raw(corrupt, 64), sum) << "nothing is verified";
+    EXPECT_EQ(raw(Join({VsTlv(1, {}), image}), 32), sum) << "the head is looked for";
     EXPECT_EQ(raw(VsTlv(0, {}), 32), none);
     EXPECT_EQ(raw(ImageWithHead({Tlv(3, Be32(0x08070001))}, {}), 32), none);
-    EXPECT_EQ(raw(ImageWithHead({Tlv(5, Filled(8, 3))}, {}), 31), none) << "room for less than a checksum";
-    Bytes longSum = ImageWithHead({Tlv(5, Filled(36, 3))}, {});
     EXPECT_EQ(raw(longSum, 32), none) << "longer than the room";
-    EXPECT_EQ(raw(longSum, 36), (std::pair<uint32_t, Bytes>(36, Filled(36, 3))));
+    EXPECT_EQ(raw(longSum, 36), Filled(36, 3));
     for (size_t size = 1; size < image.size(); ++size) {
-        EXPECT_EQ(raw(Slice(image, 0, size), 32), size < kHeadSize ? none : good) << size;
+        EXPECT_EQ(raw(Slice(image, 0, size), 32), size < kHeadSize ? none : sum) << size;
     }
-    uint8_t out[32];
-    DebugLog log;
     EXPECT_EQ(TAV_ExtCfgGetChecksumFromFile(nullptr, out, 32), 0u);
-    EXPECT_EQ(TAV_ExtCfgGetChecksumFromFile(path.c_str(), nullptr, 32), 0u);
-    LogEntry null{"TAV_ExtCfgGetChecksumFromFile", "Null pointer, return 0x0"};
-    log.Expect({null, null});
     EXPECT_EQ(TAV_ExtCfgGetChecksumFromFile(folder.Path("none").c_str(), out, 32), 0u);
 
     EXPECT_EQ(TAV_ZipBufferToExtCfgFile(image.data(), static_cast<uint32_t>(image.size()), archive.c_str()), TAV_OK);
@@ -266,23 +171,11 @@ TEST(Files, ChecksumsOfAFile) {
     WriteFile(path, corrupt);
     EXPECT_EQ(TAV_GetExtCfgFileChecksum(path.c_str(), out, 32), TAV_ERR_INVALID);
     EXPECT_EQ(TAV_GetExtCfgFileChecksum(folder.Path("none").c_str(), out, 32), TAV_ERR_READ);
-    EXPECT_EQ(TAV_GetExtCfgFileChecksum(nullptr, out, 32), TAV_ERR_NULL);
-    EXPECT_EQ(TAV_GetExtCfgFileChecksum(path.c_str(), nullptr, 32), TAV_ERR_NULL);
-    WriteFile(path, image);
-    EXPECT_NE(TAV_GetExtCfgFileChecksum(path.c_str(), out, 31), TAV_OK) << "no room for a checksum";
+    EXPECT_NE(TAV_GetExtCfgFileChecksum(archive.c_str(), out, 31), TAV_OK) << "no room for a checksum";
 
-    const Bytes abc = Text("abc");
-    EXPECT_EQ(TAV_CalcChecksum(abc.data(), 3, out, 32), TAV_OK);
-    EXPECT_EQ(Bytes(out, out + 32), Hex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
-    uint8_t few[6] = {9, 9, 9, 9, 9, 9};
-    EXPECT_EQ(TAV_CalcChecksum(abc.data(), 3, few, 4), TAV_OK);
-    EXPECT_EQ(Bytes(few, few + 6), Hex("ba7816bf0909"));
-    EXPECT_EQ(TAV_CalcChecksum(nullptr, 3, out, 32), TAV_ERR_NULL);
-    EXPECT_EQ(TAV_CalcChecksum(abc.data(), 3, nullptr, 32), TAV_ERR_NULL);
-    interposer::Reset();
-    interposer::FailNth(Call::kDigest, 1);
-    EXPECT_EQ(TAV_CalcChecksum(abc.data(), 3, out, 32), TAV_ERR_COPY);
-    interposer::Reset();
+    Bytes few = Filled(6, 9);
+    EXPECT_EQ(TAV_CalcChecksum(Text("abc").data(), 3, few.data(), 4), TAV_OK);
+    EXPECT_EQ(few, Hex("ba7816bf0909"));
 }
 
 /** A store whose file is just as large as it may be, and then one byte larger. */
@@ -290,28 +183,21 @@ TEST(Files, LargestStore) {
     TempFolder folder;
     const std::string path = folder.Path("a.dat");
     const uint32_t room = kLimit - kHeadSize - 20 - 8 - 12;  // less head, VS with id, record header, key
-    const uint32_t wholeFields = room / (8 + 0xFFFF) - 1;
+    const uint32_t fieldSize = 8 + 0xFFF8, rest = room % fieldSize - 8;
     const Bytes filler(0xFFFF, 0x55);
     Record record = Class13(1);
-    for (uint32_t count = 0; count < wholeFields; ++count) {
-        TAV_ExtCfgRecordAddFieldValue(record.get(), 1000, 0xFFFF, filler.data());
+    for (uint32_t count = room / fieldSize; count > 0; --count) {
+        TAV_ExtCfgRecordAddFieldValue(record.get(), 1000, fieldSize - 8, filler.data());
     }
-    const uint32_t rest = room - wholeFields * (8 + 0xFFFF);
-    TAV_ExtCfgRecordAddFieldValue(record.get(), 1001, rest / 2 - 8, filler.data());
-    TAV_ExtCfgRecordAddFieldValue(record.get(), 1002, rest - rest / 2 - 8, filler.data());
+    TAV_ExtCfgRecordAddFieldValue(record.get(), 1001, rest, filler.data());
     Store store = Open(2, path);
     ASSERT_EQ(Add(store, 0, std::move(record)), TAV_OK);
     ASSERT_EQ(TAV_ExtCfgFlush(store.get()), TAV_OK);
     EXPECT_EQ(ReadFile(path).size(), kLimit);
-    Store again = Open(1, path);
-    ASSERT_TRUE(again);
-    EXPECT_EQ(TAV_CalcExtCfgFileBodySize(again.get()), kLimit - kHeadSize);
-    again.reset();
-
+    EXPECT_TRUE(Open(1, path));
     DebugLog log;
-    Record larger = MakeRecord(13, {{14, Host32(1)}, {1001, Filled(rest / 2 - 8 + 1, 0x55)}});
+    Record larger = MakeRecord(13, {{14, Host32(1)}, {1001, Filled(rest + 1, 0x55)}});
     ASSERT_EQ(TAV_ExtCfgSetRecord(0, larger.get(), store.get()), TAV_OK);
-    log.Take();
     interposer::Reset();
     EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_REFUSED);
     EXPECT_TRUE(interposer::Listed().empty()) << "the file is not touched";

@@ -13,9 +13,7 @@
 namespace {
 
 /** One field twice: as callers give it and as the file keeps it. */
-struct BothForms {
-    uint32_t fid;
-    Bytes host;
+struct BothForms : Field {
     Bytes file;
 };
 using Fields = std::vector<BothForms>;
@@ -41,19 +39,16 @@ class RandomStore {
             Fields fields = {Value(cid == 7 ? 8 : 14)};
             // Keys sort by length, then as bytes from the most significant on, which the file's form has first.
             const Bytes key = fields[0].file;
-            for (uint32_t fid : {9, 10, 11, 12, 15, 16, 17, 18, 19, 21, 22, 23, 24, 25, 27, 28, 0x12345}) {
+            for (uint32_t fid :
+                 {9u, 10u, 11u, 12u, 15u, 16u, 17u, 18u, 19u, 21u, 22u, 23u, 24u, 25u, 27u, 28u, 0x12345u}) {
                 if (Below(3) == 0) {
                     fields.push_back(Value(fid));
                 }
             }
             std::shuffle(fields.begin(), fields.end(), random_);
-            Record record = MakeRecord(cid, {});
-            for (const BothForms &field : fields) {
-                const auto length = static_cast<uint32_t>(field.host.size());
-                TAV_ExtCfgRecordAddFieldValue(record.get(), field.fid, length, ExactBlock(field.host).get());
-            }
             const bool isNew = content_[vsId][cid].try_emplace({key.size(), key}, fields).second;
-            ASSERT_EQ(Add(store, vsId, std::move(record)), isNew ? TAV_OK : TAV_ERR_INVALID);
+            ASSERT_EQ(Add(store, vsId, MakeRecord(cid, {fields.begin(), fields.end()})),
+                      isNew ? TAV_OK : TAV_ERR_INVALID);
         }
     }
 
@@ -84,7 +79,7 @@ class RandomStore {
                     TAV_ExtCfgRecordNode *record = TAV_ExtCfgGetNextRecord(store.get());
                     ASSERT_NE(record, nullptr);
                     for (const BothForms &field : fields) {
-                        ASSERT_EQ(ValueOf(record, field.fid), field.host) << "field " << field.fid;
+                        ASSERT_EQ(ValueOf(record, field.fid), field.value) << "field " << field.fid;
                     }
                 }
                 ASSERT_EQ(TAV_ExtCfgGetNextRecord(store.get()), nullptr);
@@ -105,16 +100,16 @@ class RandomStore {
             case 11:
             case 12:
             case 0x12345:  // a type of a later version: carried as it is
-                return {fid, bytes, bytes};
+                return {{fid, bytes}, bytes};
             case 18:
-                return {fid, Join({{4}, Host32(word), bytes}), Join({{4}, Be32(word), bytes})};
+                return {{fid, Join({{4}, Host32(word), bytes})}, Join({{4}, Be32(word), bytes})};
             case 14:
             case 19:
             case 25:
             case 27:
-                return {fid, Host32(word), Be32(word)};
+                return {{fid, Host32(word)}, Be32(word)};
             default:
-                return {fid, Host16(static_cast<uint16_t>(word)), Be16(word)};
+                return {{fid, Host16(static_cast<uint16_t>(word))}, Be16(word)};
         }
     }
 

@@ -4,8 +4,10 @@
 #ifndef TAV_TESTS_BYTES_H
 #define TAV_TESTS_BYTES_H
 
+#include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 #include <random>
 #include <string>
@@ -20,22 +22,69 @@ using Random = std::independent_bits_engine<std::mt19937, 32, uint32_t>;
 /** Offsets in the head of an image made by Image and by the library, and the sizes of heads. */
 inline constexpr size_t kVersionAt = 16, kTimeAt = 28, kChecksumAt = 48, kHeadSize = 80, kReferHeadSize = 120;
 
-Bytes Be16(uint32_t value);
-Bytes Be32(uint32_t value);
-Bytes Host16(uint16_t value);  // as this host keeps it
-Bytes Host32(uint32_t value);
-Bytes Text(std::string_view text);
-Bytes Hex(std::string_view digits);  // blanks between the digits are skipped
-Bytes Filled(size_t size, uint8_t value);
-Bytes Join(const std::vector<Bytes> &pieces);
-Bytes Slice(const Bytes &bytes, size_t begin, size_t end);
-Bytes Sha256(const Bytes &data);
+inline Bytes Join(const std::vector<Bytes> &pieces) {
+    Bytes all;
+    for (const Bytes &piece : pieces) {
+        all.insert(all.end(), piece.begin(), piece.end());
+    }
+    return all;
+}
 
-Bytes Tlv(uint32_t type, const Bytes &value);
-Bytes Tlv(uint32_t type, const std::vector<Bytes> &inner);
+inline Bytes Text(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
+
+inline Bytes Filled(size_t size, uint8_t value) {
+    return Bytes(size, value);
+}
+
+inline Bytes Slice(const Bytes &bytes, size_t begin, size_t end) {
+    return Bytes(bytes.data() + begin, bytes.data() + end);
+}
+
+inline Bytes Be16(uint32_t value) {
+    return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
+}
+
+inline Bytes Be32(uint32_t value) {
+    return Join({Be16(value >> 16), Be16(value)});
+}
+
+/** The bytes of an integer as this host keeps it. */
+template <class Integer>
+Bytes HostBytes(Integer value) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&value);
+    return Bytes(bytes, bytes + sizeof value);
+}
+
+inline constexpr auto Host16 = HostBytes<uint16_t>;
+inline constexpr auto Host32 = HostBytes<uint32_t>;
+
+/** The bytes of hexadecimal digits; blanks between them are skipped. */
+inline Bytes Hex(std::string_view digits) {
+    std::string pairs(digits);
+    std::erase(pairs, ' ');
+    Bytes bytes;
+    for (size_t at = 0; at < pairs.size(); at += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(pairs.substr(at, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+inline Bytes Tlv(uint32_t type, const Bytes &value) {
+    return Join({Be32(type), Be32(static_cast<uint32_t>(value.size())), value});
+}
+
+inline Bytes Tlv(uint32_t type, const std::vector<Bytes> &inner) {
+    return Tlv(type, Join(inner));
+}
 
 /** A VS TLV with its id and the given records. */
-Bytes VsTlv(uint32_t vsId, const std::vector<Bytes> &records);
+inline Bytes VsTlv(uint32_t vsId, const std::vector<Bytes> &records) {
+    return Tlv(2, {Tlv(6, Be32(vsId)), Join(records)});
+}
+
+Bytes Sha256(const Bytes &data);
 
 /** A whole file: head with the digest of the body, and a refer checksum when one is given; then the body. */
 Bytes Image(const Bytes &body, const std::optional<Bytes> &refer = std::nullopt);
@@ -44,12 +93,18 @@ Bytes Image(const Bytes &body, const std::optional<Bytes> &refer = std::nullopt)
 Bytes ImageWithHead(const std::vector<Bytes> &headFields, const Bytes &body);
 
 /** The image with its modify time zeroed. */
-Bytes WithoutTime(Bytes image);
+inline Bytes WithoutTime(Bytes image) {
+    std::fill_n(image.begin() + kTimeAt, 12, uint8_t{0});
+    return image;
+}
 
 /** The current time in seconds, not from the coarse clock of time(), which lags behind the clock of time stamps. */
 std::time_t Now();
 
-bool FileExists(const std::string &path);
+inline bool FileExists(const std::string &path) {
+    return std::filesystem::exists(path);
+}
+
 Bytes ReadFile(const std::string &path);
 void WriteFile(const std::string &path, const Bytes &data);
 

@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "platform/bex_crypt.h"
-#include "platform/bex_rbt.h"
 #include "platform/bex_string.h"
 #include "platform/bex_vfs.h"
 #include "platform/bex_zip.h"
@@ -57,13 +56,15 @@ std::string NameOf(const char *path) {
     return whole.substr(whole.rfind('/') + 1);
 }
 
-/** Calls the platform, with everything that it calls in turn left uncounted. */
-template <class Function, class... Arguments>
-auto CallUncounted(Function *function, Arguments... arguments) {
-    ++g_depth;
-    auto result = function(arguments...);
-    --g_depth;
-    return result;
+/** A function of the platform, with everything that it calls in turn left uncounted. */
+template <class Function>
+auto Uncounted(Function *function) {
+    return [function](auto... arguments) {
+        ++g_depth;
+        auto result = function(arguments...);
+        --g_depth;
+        return result;
+    };
 }
 
 }  // namespace
@@ -98,87 +99,78 @@ const std::vector<std::string> &Listed() {
 
 using namespace interposer;
 
-// Calls the platform's function of this name, which stands behind the one of this program.
-#define CALL_ON(function, ...)                                                                       \
-    ([&] {                                                                                           \
+// The platform's function of this name, which stands behind the one of this program.
+#define PLATFORM(function)                                                                           \
+    Uncounted([] {                                                                                   \
         static const auto next = reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function)); \
-        return CallUncounted(next, __VA_ARGS__);                                                     \
+        return next;                                                                                 \
     }())
-
-// The body of a function that answers with a code: one of its own when the call is to fail.
-#define CODE_OR_CALL_ON(fails, function, ...) return (fails) ? kPlatformCode : CALL_ON(function, __VA_ARGS__)
 
 extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
-    return Fails(Call::kMalloc) ? nullptr : CALL_ON(MEL_Malloc_F, handle, memPt, size, source, line);
+    return Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
 }
 
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count) {
-    return Fails(Call::kMemCopy) ? -1 : CALL_ON(memcpy_s, dest, destMax, src, count);
-}
-
-BEX_RBT_Node *BEX_RBT_NextNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
-    if (node == nullptr) {
-        Fails(Call::kNextOfNone);
-    }
-    return CALL_ON(BEX_RBT_NextNode, tree, node);
+    return Fails(Call::kMemCopy) ? -1 : PLATFORM(memcpy_s)(dest, destMax, src, count);
 }
 
 BEX_VFS_File *BEX_VFS_FOpen(const char *path, const char *mode) {
     if (*mode == 'a') {
-        return *g_logFiles.insert(CALL_ON(BEX_VFS_FOpen, path, mode)).first;
+        return *g_logFiles.insert(PLATFORM(BEX_VFS_FOpen)(path, mode)).first;
     }
-    return Fails(Call::kOpen, "FOpen", NameOf(path), mode) ? nullptr : CALL_ON(BEX_VFS_FOpen, path, mode);
+    return Fails(Call::kOpen, "FOpen", NameOf(path), mode) ? nullptr : PLATFORM(BEX_VFS_FOpen)(path, mode);
 }
 
 uint32_t BEX_VFS_FRead(void *buffer, uint32_t size, uint32_t count, BEX_VFS_File *file) {
     bool fails = Fails(Call::kRead, "FRead", size * count);
-    return CALL_ON(BEX_VFS_FRead, buffer, fails ? CutLength(size * count) : size, count, file);
+    return PLATFORM(BEX_VFS_FRead)(buffer, fails ? CutLength(size * count) : size, count, file);
 }
 
 uint32_t BEX_VFS_FWrite(const void *buffer, uint32_t size, uint32_t count, BEX_VFS_File *file) {
     bool fails = Fails(Call::kWrite, "FWrite", size * count);
-    return CALL_ON(BEX_VFS_FWrite, buffer, fails ? CutLength(size * count) : size, count, file);
+    return PLATFORM(BEX_VFS_FWrite)(buffer, fails ? CutLength(size * count) : size, count, file);
 }
 
 int32_t BEX_VFS_FSeek(BEX_VFS_File *file, int32_t offset, int32_t origin) {
-    return Fails(Call::kSeek, "FSeek", offset) ? -1 : CALL_ON(BEX_VFS_FSeek, file, offset, origin);
+    return Fails(Call::kSeek, "FSeek", offset) ? -1 : PLATFORM(BEX_VFS_FSeek)(file, offset, origin);
 }
 
 int32_t BEX_VFS_FFlush(BEX_VFS_File *file) {
-    int32_t result = CALL_ON(BEX_VFS_FFlush, file);
+    int32_t result = PLATFORM(BEX_VFS_FFlush)(file);
     return Fails(Call::kOther, "FFlush") ? -1 : result;
 }
 
 int32_t BEX_VFS_FClose(BEX_VFS_File *file) {
     bool fails = g_logFiles.erase(file) > 0 ? Fails(Call::kLogClose) : Fails(Call::kClose, "FClose");
-    int32_t result = CALL_ON(BEX_VFS_FClose, file);
+    int32_t result = PLATFORM(BEX_VFS_FClose)(file);
     return fails ? -1 : result;
 }
 
 uint32_t BEX_VFS_Stat(const char *path, BEX_VFS_StatInfo *info) {
-    CODE_OR_CALL_ON(Fails(Call::kStat, "Stat", NameOf(path)), BEX_VFS_Stat, path, info);
+    return Fails(Call::kStat, "Stat", NameOf(path)) ? kPlatformCode : PLATFORM(BEX_VFS_Stat)(path, info);
 }
 
 uint32_t BEX_VFS_MoveFile(const char *from, const char *to) {
-    CODE_OR_CALL_ON(Fails(Call::kMove, "Move", NameOf(from), NameOf(to)), BEX_VFS_MoveFile, from, to);
+    return Fails(Call::kMove, "Move", NameOf(from), NameOf(to)) ? kPlatformCode : PLATFORM(BEX_VFS_MoveFile)(from, to);
 }
 
 uint32_t BEX_VFS_DeleteFile(const char *path) {
-    CODE_OR_CALL_ON(Fails(Call::kOther, "Delete", NameOf(path)), BEX_VFS_DeleteFile, path);
+    return Fails(Call::kOther, "Delete", NameOf(path)) ? kPlatformCode : PLATFORM(BEX_VFS_DeleteFile)(path);
 }
 
 uint32_t BEX_VFS_IsFileExist(const char *path) {
-    return Fails(Call::kOther, "Exists", NameOf(path)) ? 0 : CALL_ON(BEX_VFS_IsFileExist, path);
+    return Fails(Call::kOther, "Exists", NameOf(path)) ? 0 : PLATFORM(BEX_VFS_IsFileExist)(path);
 }
 
 uint32_t BEX_VFS_SetFileModeEx(const char *path, uint32_t mode) {
-    CODE_OR_CALL_ON(Fails(Call::kOther, "SetMode", NameOf(path), mode), BEX_VFS_SetFileModeEx, path, mode);
+    return Fails(Call::kOther, "SetMode", NameOf(path), mode) ? kPlatformCode
+                                                              : PLATFORM(BEX_VFS_SetFileModeEx)(path, mode);
 }
 
 uint32_t P_MEL_Chown2MEL(const char *path, uint32_t flags) {
-    CODE_OR_CALL_ON(Fails(Call::kOther, "Chown", NameOf(path), flags), P_MEL_Chown2MEL, path, flags);
+    return Fails(Call::kOther, "Chown", NameOf(path), flags) ? kPlatformCode : PLATFORM(P_MEL_Chown2MEL)(path, flags);
 }
 
 uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, const char *archive, uint32_t flags,
@@ -187,27 +179,31 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
         std::ofstream(archive, std::ios::binary) << "half an archive";
         return kPlatformCode;
     }
-    return CALL_ON(BEX_ZipBuffer, length, data, member, archive, flags, level);
+    return PLATFORM(BEX_ZipBuffer)(length, data, member, archive, flags, level);
 }
 
 uint32_t BEX_UnzipGetNumofFiles(const char *archive, uint16_t *count) {
-    CODE_OR_CALL_ON(Fails(Call::kZipCount, "ZipCount", NameOf(archive)), BEX_UnzipGetNumofFiles, archive, count);
+    return Fails(Call::kZipCount, "ZipCount", NameOf(archive)) ? kPlatformCode
+                                                               : PLATFORM(BEX_UnzipGetNumofFiles)(archive, count);
 }
 
 uint32_t ZIP_GetUncompressSize(const char *member, const char *archive, uint32_t *size) {
-    bool fails = Fails(Call::kZipSize, "ZipSize", NameOf(member), NameOf(archive));
-    CODE_OR_CALL_ON(fails, ZIP_GetUncompressSize, member, archive, size);
+    return Fails(Call::kZipSize, "ZipSize", NameOf(member), NameOf(archive))
+               ? kPlatformCode
+               : PLATFORM(ZIP_GetUncompressSize)(member, archive, size);
 }
 
 uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, const char *archive) {
-    bool fails = Fails(Call::kUnzip, "Unzip", size, NameOf(member), NameOf(archive));
-    CODE_OR_CALL_ON(fails, BEX_UnzipToBuffer, size, buffer, member, archive);
+    return Fails(Call::kUnzip, "Unzip", size, NameOf(member), NameOf(archive))
+               ? kPlatformCode
+               : PLATFORM(BEX_UnzipToBuffer)(size, buffer, member, archive);
 }
 
 uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, uint32_t *digestLength,
                           uint32_t capacity) {
-    bool fails = Fails(Call::kDigest, "Digest", length);
-    CODE_OR_CALL_ON(fails, BEX_Crypt_Digest, data, length, digest, digestLength, capacity);
+    return Fails(Call::kDigest, "Digest", length)
+               ? kPlatformCode
+               : PLATFORM(BEX_Crypt_Digest)(data, length, digest, digestLength, capacity);
 }
 
 }  // extern "C"

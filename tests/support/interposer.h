@@ -28,7 +28,6 @@ enum class Call {
     kZipSize,
     kUnzip,
     kDigest,
-    kNextOfNone,
     kLogClose,
     kOther
 };
