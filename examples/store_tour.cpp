@@ -46,13 +46,12 @@ void Heading(const char *text) {
 }
 
 /** Shows a call with its result, and gives up when it is not the one expected. */
-uint32_t Show(const char *call, uint32_t result, uint32_t expected = TAV_OK) {
+void Show(const char *call, uint32_t result, uint32_t expected = TAV_OK) {
     std::printf("   %-58s -> 0x%x\n", call, result);
     if (result != expected) {
         std::fprintf(stderr, "store_tour: %s: expected 0x%x\n", call, expected);
         std::exit(1);
     }
-    return result;
 }
 
 /** Gives up when something that must be there is not. */
@@ -122,8 +121,8 @@ Store FillStore(const std::string &path) {
     for (const NetworkEntry &entry : ReadNetwork()) {
         Add(store, NetworkRecord(entries + 1, entry)) == TAV_OK ? ++entries : ++refused;
     }
-    std::printf("   %u services (class 7), %u addresses and routes (class 13), %u refused as double\n", services,
-                entries, refused);
+    std::printf("   %u services (class 7), %u addresses and routes (class 13), %u refused\n", services, entries,
+                refused);
     return store;
 }
 

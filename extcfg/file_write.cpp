@@ -2,7 +2,6 @@
  * Writing a finished image: as a whole new file, as a new archive, or over part of an existing file.
  */
 #include "common/log.h"
-#include "platform/bex_string.h"
 #include "platform/bex_vfs.h"
 #include "platform/bex_zip.h"
 #include "tav_extcfg.h"

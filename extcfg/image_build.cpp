@@ -2,6 +2,7 @@
  * Building a file image from a store. The body is written first, because the head's checksum covers it.
  */
 #include "common/log.h"
+#include "extcfg/head_size.h"
 #include "extcfg/model.h"
 #include "platform/bex_string.h"
 #include "platform/mel_clock.h"
@@ -36,22 +37,27 @@ uint32_t Store(uint8_t *value, uint32_t length, const void *source) {
 
 }  // namespace
 
-uint32_t TAV_CalcExtCfgFileHeadSize(const CfgLocal *local) {
-    if (!extcfg::IsValid(local)) {
-        TAV_FAIL(0, "Invalid CfgLocal");
-    }
+uint32_t extcfg::BuiltHeadSize(bool withRefer) {
     uint32_t size = 0;
     for (const TAV_ExtTlvProcRow *row = g_astExtCfgFileHeadFillFuncTbl; row->func != nullptr; ++row) {
-        if (row->type == EXT_TLV_REFER_CHECKSUM && local->referFlag == 0) {
+        if (row->type == EXT_TLV_REFER_CHECKSUM && !withRefer) {
             continue;
         }
         const uint32_t length = TAV_GetExtTlvDataLen(row->type);
         if (length == TAV_EXT_LENGTH_UNKNOWN) {
-            TAV_FAIL(0, "Invalid TLV type %d, must specify len", row->type);
+            TAV_LOG_AS("TAV_CalcExtCfgFileHeadSize", "Invalid TLV type %d, must specify len", row->type);
+            return 0;
         }
         size += TAV_EXT_TLV_HEAD_SIZE + length;
     }
     return size + TAV_EXT_TLV_HEAD_SIZE;
+}
+
+uint32_t TAV_CalcExtCfgFileHeadSize(const CfgLocal *local) {
+    if (!extcfg::IsValid(local)) {
+        TAV_FAIL(0, "Invalid CfgLocal");
+    }
+    return extcfg::BuiltHeadSize(local->referFlag != 0);
 }
 
 uint32_t TAV_CalcExtCfgFileBodySize(CfgLocal *local) {

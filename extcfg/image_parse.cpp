@@ -3,7 +3,6 @@
  */
 #include "common/log.h"
 #include "extcfg/model.h"
-#include "extcfg/tlv.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "extcfg/head_size.h"
 #include "extcfg/memory.h"
 #include "extcfg/model.h"
 #include "extcfg/tlv.h"
@@ -16,10 +17,6 @@ using extcfg::TlvValue;
 namespace {
 
 constexpr char kSetInPlace[] = "TAV_ExtCfgSetRecordToFile"; /* the name under which its helpers log */
-
-/* Bytes of the head that is built, without and with a refer checksum. */
-constexpr uint32_t kHeadSize = 80;
-constexpr uint32_t kReferHeadSize = 120;
 
 /**
  * Moves the key fields of a record into a condition, for which they are taken out of the record for good. A key field
@@ -128,8 +125,8 @@ uint32_t TAV_ExtCfgSetRecordToFile(uint32_t vsId, TAV_ExtCfgRecordNode *record, 
     if (context.foundValue == nullptr) {
         TAV_FAIL(TAV_ERR_NOT_FOUND, "Record not exist");
     }
-    /* A head of another size than ours (a longer checksum field) cannot be rebuilt in its place. */
-    if (context.headSize != (referName == nullptr ? kHeadSize : kReferHeadSize)) {
+    /* A head of another size than ours (a longer checksum field) cannot be built anew in its place. */
+    if (context.headSize != extcfg::BuiltHeadSize(referName != nullptr)) {
         TAV_FAIL(TAV_ERR_INVALID, "Update %s head failed, size=%d, return 0x%x", path, context.headSize,
                  TAV_ERR_INVALID);
     }

@@ -22,7 +22,7 @@ uint32_t TAV_LoadExtCfgFile(const char *path, TAV_ExtCfgFileContext *context) {
             TAV_LOG("TAV_ParseExtCfgFile failed, return 0x%x", result);
         }
     }
-    owned.reset();
+    owned.reset(); /* before the end is reported */
     TAV_LOG("Load %s end", path);
     return result;
 }

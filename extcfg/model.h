@@ -124,7 +124,8 @@ inline void AppendTo(SLL_List *list, SLL_Node *link) {
 void RecordUnlinkField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
 
 /**
- * Adds a record to its class, which owns it on success. Records that come in key order go in without a descent.
+ * Adds a record to its class, which owns it on success. While the log is off, records that come in key order
+ * go in without a descent.
  *
  * @return TAV_OK; TAV_ERR_INVALID when the key is there already; else as TAV_RBT_AddNode
  */

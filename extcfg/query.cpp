@@ -10,6 +10,9 @@ namespace {
 /** Copies a condition: its class and its fields in order. Returns none when memory is short. */
 TAV_ExtCfgRecordNode *CopyCondition(const TAV_ExtCfgRecordNode *condition) {
     TAV_ExtCfgRecordNode *copy = TAV_ExtCfgRecordNodeCreate(extcfg::RecordCid(condition));
+    if (copy == nullptr) {
+        return nullptr;
+    }
     for (const auto *field = extcfg::FirstOf<TAV_ExtCfgFieldNode>(&condition->fields); field != nullptr;
          field = extcfg::NextOf(&condition->fields, field)) {
         TAV_ExtCfgRecordAddFieldValue(copy, field->fid, field->length, extcfg::FieldValue(field));

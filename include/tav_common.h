@@ -3,7 +3,7 @@
  *
  * One process-wide switch, off at load, and one call that appends a time-stamped line to a text file below the
  * platform's system working directory. Nothing is cached between calls: a line has reached the file when the call
- * returns, and anyone may rotate, read or delete the file in between. A file that has grown past 32 MiB is moved to
+ * returns, and anyone may rotate, read or delete the file in between. A file that has grown to 32 MiB is moved to
  * "<path>.old" before the next line. Nothing here fails loudly: a line that cannot be written is dropped.
  */
 #ifndef TAV_COMMON_H

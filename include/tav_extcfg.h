@@ -331,8 +331,7 @@ TAV_API TAV_ExtCfgRecordNode *TAV_ExtCfgRecordNodeCreate(uint32_t cid);
  *
  * @param record  the record
  * @param fid     field id
- * @param length  bytes of the value. One shorter than a fixed size is accepted, and later written as it stands in
- * memory
+ * @param length  bytes of the value. One below a fixed size is accepted, and written as the value stands in memory
  * @param value   the value in host order; copied
  */
 TAV_API void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_t fid, uint32_t length,
@@ -476,11 +475,10 @@ typedef struct TAV_ExtCfgFileContext {
     const uint8_t *storedChecksum;    /**< the 32 checksum bytes inside the image, once they have been checked */
 } TAV_ExtCfgFileContext;
 
-/** Head fields in the order in which they are looked for, with the functions that check them. Ends with an empty row.
- */
+/** Head fields in the order in which they are looked for, with the functions that check them. An empty row ends it. */
 TAV_API const TAV_ExtTlvProcRow g_astExtCfgFileHeadCheckFuncTbl[5];
 
-/** Head fields in the order in which they are written, with the functions that fill them in. Ends with an empty row. */
+/** Head fields in the order in which they are written, with the functions that fill them in. An empty row ends it. */
 TAV_API const TAV_ExtTlvProcRow g_astExtCfgFileHeadFillFuncTbl[5];
 
 /**
@@ -515,8 +513,8 @@ TAV_API uint32_t TAV_CheckExtCfgFileData(uint8_t *image, uint32_t size, TAV_ExtC
  * @param size     bytes of the image
  * @param context  as for TAV_CheckExtCfgFileData, with store, VS filter and condition as wanted
  * @return TAV_OK; 1 when a record was found without a store (foundValue is set), and when a copy failed;
- *         TAV_ERR_INVALID for an image that fails its check or its walk; TAV_ERR_NO_MEMORY, also for a value longer
- * than its field's limit; else what adding a record gave. After a failure the store keeps what had been added
+ *         TAV_ERR_INVALID for an image that fails its check or its walk; TAV_ERR_NO_MEMORY, also for a value beyond
+ *         its field's limit; else what adding a record gave. After a failure the store keeps what had been added
  */
 TAV_API uint32_t TAV_ParseExtCfgFileData(uint8_t *image, uint32_t size, TAV_ExtCfgFileContext *context);
 
@@ -550,14 +548,13 @@ TAV_API uint32_t TAV_FillExtCfgFileVersion(uint32_t type, uint8_t *value, uint32
 /** Fills in the current time in host order. TAV_OK, or TAV_ERR_COPY when the length is not 12. */
 TAV_API uint32_t TAV_FillExtCfgFileModifyTime(uint32_t type, uint8_t *value, uint32_t length, void *context);
 
-/** Fills in the digest of the context's body. TAV_OK, or TAV_ERR_COPY when the length is not 32 or the digest failed.
- */
+/** Fills in the digest of the context's body. TAV_OK; TAV_ERR_COPY when the length is not 32 or the digest failed. */
 TAV_API uint32_t TAV_FillExtCfgFileChecksum(uint32_t type, uint8_t *value, uint32_t length, void *context);
 
 /**
  * Fills in the refer file's checksum. TAV_OK; TAV_ERR_COPY when the length is not 32 or the copy failed;
- * TAV_ERR_UNCHANGED without a refer path (the field is left out); TAV_ERR_NOT_FOUND when the refer file has no
- * checksum.
+ * TAV_ERR_UNCHANGED without a refer path (the field is left out); TAV_ERR_NOT_FOUND when the refer file cannot
+ * be read, fails its check, or carries a refer checksum itself.
  */
 TAV_API uint32_t TAV_FillExtCfgFileReferChecksum(uint32_t type, uint8_t *value, uint32_t length, void *context);
 
@@ -573,7 +570,7 @@ TAV_API uint32_t TAV_CalcExtCfgFileBodySize(CfgLocal *local);
  * @param headRecord  an empty record of class EXT_TLV_HDR
  * @param context     image, imageSize, headSize and referPath set; the body must stand in the image already
  * @return TAV_OK; TAV_ERR_COPY when a head field has no fixed length, or the digest or a copy failed;
- * TAV_ERR_NO_MEMORY; TAV_ERR_NOT_FOUND when the refer file has no checksum
+ *         TAV_ERR_NO_MEMORY; TAV_ERR_NOT_FOUND when the refer file gives no checksum
  */
 TAV_API uint32_t TAV_FillExtCfgFileHead(TAV_ExtCfgRecordNode *headRecord, TAV_ExtCfgFileContext *context);
 
@@ -621,7 +618,7 @@ TAV_API uint32_t TAV_BuildExtCfgFileBody(CfgLocal *local, uint8_t *bodyStart, ui
  *
  * @param path     the file
  * @param context  zeroed, with store, VS filter, condition and refer path as wanted. Its pointers into the image
- * (image, foundValue, storedChecksum) are dead afterwards: the image is freed
+ *                 (image, foundValue, storedChecksum) are dead afterwards: the image is freed
  * @return TAV_OK; TAV_ERR_NULL for a null argument; else what reading or parsing gave. The store keeps what had been
  *         added before a failure
  */
@@ -810,8 +807,9 @@ TAV_API uint32_t TAV_ExtCfgDelRecord(uint32_t vsId, const TAV_ExtCfgRecordNode *
 
 /**
  * Writes a store to its own file. The old file is kept as "<path>.bak" until the new one stands, and moved back when
- * the write fails. A ".bak" that a crash had left there before goes when the write succeeds. Where the old file could
- * not be moved (no right to the directory, a path of 255 characters) the new one is written over it.
+ * the write fails. A ".bak" that lies there already, from a crash, is replaced by the old file, or deleted when the
+ * write succeeds: look at it before the first flush. Where the old file cannot be moved (no right to the directory, a
+ * path of 255 characters) the new one is written over it.
  *
  * @return TAV_OK; TAV_ERR_UNCHANGED when the file holds the same body already (it is not touched; callers that take
  *         this as success test for it); TAV_ERR_INVALID for an invalid store; TAV_ERR_REFUSED for a read-only store;
@@ -827,7 +825,7 @@ TAV_API uint32_t TAV_ExtCfgFlush(CfgLocal *local);
  * @param local  the store; its records are not changed, so a failed write can be tried again
  * @return TAV_OK; TAV_ERR_NULL for a null path or an invalid store; TAV_ERR_REFUSED when the image exceeds 100 MiB or
  *         was written short; TAV_ERR_NO_MEMORY; TAV_ERR_UNCHANGED; TAV_ERR_OPEN when the file does not open;
- *         TAV_ERR_NOT_FOUND when the refer file has no checksum; TAV_ERR_COPY before the start-up call; else what
+ *         TAV_ERR_NOT_FOUND when the refer file gives no checksum; TAV_ERR_COPY before the start-up call; else what
  *         building or the platform's archive gave
  */
 TAV_API uint32_t TAV_WriteExtCfgFile(const char *path, CfgLocal *local);

@@ -37,9 +37,11 @@ require_packages() {
 
 # Configures and builds a preset; further arguments go to the configuration.
 build_preset() {
-    local preset=$1
+    local preset=$1 output
     shift
-    cmake --preset "$preset" "$@" >"/tmp/tav-configure-$$.log" || { cat "/tmp/tav-configure-$$.log"; return 1; }
-    rm -f "/tmp/tav-configure-$$.log"
+    if ! output=$(cmake --preset "$preset" "$@" 2>&1); then
+        printf '%s\n' "$output"
+        return 1
+    fi
     cmake --build --preset "$preset"
 }

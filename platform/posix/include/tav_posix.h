@@ -1,7 +1,7 @@
 /*
  * The hosted platform's interface for the hosting process: memory accounts and the data-type registry.
  *
- * The library under management never calls these; start-up code, tests and diagnostics do.
+ * The product library never calls these; start-up code, tests and diagnostics do.
  */
 #ifndef TAV_POSIX_H
 #define TAV_POSIX_H
