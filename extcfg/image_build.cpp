@@ -173,7 +173,13 @@ namespace {
 /** Writes the record TLVs of one class in key order. Returns the first failure. */
 uint32_t BuildClass(TAV_ExtCfgClassNode *classNode, uint8_t **cursor, const uint8_t *end) {
     TAV_RBT_Tree *records = &classNode->records;
-    for (TAV_RBT_Node *node = BEX_RBT_FirstNode(records); node != nullptr; node = BEX_RBT_NextNode(records, node)) {
+    TAV_RBT_Node *next = nullptr;
+    for (TAV_RBT_Node *node = BEX_RBT_FirstNode(records); node != nullptr; node = next) {
+        /* The next record's fields are fetched while this one is written. */
+        next = BEX_RBT_NextNode(records, node);
+        if (next != nullptr) {
+            __builtin_prefetch(reinterpret_cast<TAV_ExtCfgRecordNode *>(next)->fields.head.link.next);
+        }
         const uint32_t result = TAV_BuildExtCfgRecordData(reinterpret_cast<TAV_ExtCfgRecordNode *>(node), cursor, end);
         if (result != TAV_OK) {
             return result;

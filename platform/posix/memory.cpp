@@ -21,6 +21,7 @@
 
 #ifdef TAV_HEAP_MIMALLOC
 #include <mimalloc.h>
+#include <sys/mman.h>
 #endif
 
 uintptr_t g_pTavCommHandle = 1;
@@ -31,8 +32,20 @@ namespace {
 // The heap below. mimalloc is called by its own names: being among a library's dependencies does not put its malloc in
 // front of the C library's, and a platform library should not exchange the heap of the process that loads it anyway.
 #ifdef TAV_HEAP_MIMALLOC
+constexpr size_t kLargePage = size_t{1} << 21;
+constexpr size_t kOwnPages = size_t{1} << 23;  // blocks of this size and more get pages to themselves
+
+// Takes a block in pages of its own. The heap asks for large pages by whole pages only, so here it is done by hand.
+[[gnu::noinline]] void *TakeOwnPages(size_t size) {
+    void *const memory = mi_malloc_aligned(size, kLargePage);
+    if (memory != nullptr && mi_option_is_enabled(mi_option_large_os_pages)) {
+        madvise(memory, size, MADV_HUGEPAGE);  // a wish: small pages serve as well
+    }
+    return memory;
+}
+
 void *HeapTake(size_t size) {
-    return mi_malloc(size);
+    return size < kOwnPages ? mi_malloc(size) : TakeOwnPages(size);
 }
 void HeapReturn(void *memory) {
     mi_free(memory);
