@@ -65,6 +65,15 @@ void CompleteRow(TAV_ExtTlvDataTypeRow &row, const PLATFORM_DataType &descriptor
 
 }  // namespace
 
+[[gnu::cold]] TAV_ExtTlvDataTypeRow *extcfg::SearchRow(uint32_t type) {
+    for (TAV_ExtTlvDataTypeRow *row = g_astExtTlvDataTypeTbl; row->type != 0; ++row) {
+        if (row->type == type) {
+            return row;
+        }
+    }
+    return nullptr;
+}
+
 void TAV_InitExtTlvDataTypeTable(PLATFORM_DataTypeLookup lookup) {
     if (lookup == nullptr) {
         return;

@@ -16,6 +16,9 @@ inline uint32_t UsualPlace(uint32_t type) {
     return type <= EXT_TLV_CHECKSUM || type > EXT_TLV_REFER_CHECKSUM ? type - 1 : type;
 }
 
+/** Searches the table for a type's row, from the first one on. Returns none when there is no such row. */
+TAV_ExtTlvDataTypeRow *SearchRow(uint32_t type);
+
 /** Finds a type's row, or none. The usual place is tried before the search. */
 inline TAV_ExtTlvDataTypeRow *FindRow(uint32_t type) {
     constexpr uint32_t kRowCount = sizeof(g_astExtTlvDataTypeTbl) / sizeof(g_astExtTlvDataTypeTbl[0]) - 1;
@@ -23,12 +26,7 @@ inline TAV_ExtTlvDataTypeRow *FindRow(uint32_t type) {
     if (place < kRowCount && g_astExtTlvDataTypeTbl[place].type == type) {
         return &g_astExtTlvDataTypeTbl[place];
     }
-    for (TAV_ExtTlvDataTypeRow *row = g_astExtTlvDataTypeTbl; row->type != 0; ++row) {
-        if (row->type == type) {
-            return row;
-        }
-    }
-    return nullptr;
+    return SearchRow(type);
 }
 
 /** Finds the row of a type whose length is known: nothing about it is left to report. Else none. */
