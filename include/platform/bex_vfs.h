@@ -18,6 +18,14 @@ typedef struct BEX_VFS_StatInfo {
     uint64_t size; /**< size in bytes */
 } BEX_VFS_StatInfo;
 
+/** A search of a directory. */
+typedef struct BEX_VFS_Find BEX_VFS_Find;
+
+/** What a search of a directory finds. */
+typedef struct BEX_VFS_FindEntry {
+    char name[256]; /**< name of a file or directory, without its folder */
+} BEX_VFS_FindEntry;
+
 /** Origins of BEX_VFS_FSeek. */
 enum { BEX_VFS_SEEK_SET = 0, BEX_VFS_SEEK_CUR = 1, BEX_VFS_SEEK_END = 2 };
 
@@ -70,6 +78,47 @@ uint32_t BEX_VFS_DeleteFile(const char *path);
 
 /** Returns 1 when a file (not a directory) exists at path, else 0. */
 uint32_t BEX_VFS_IsFileExist(const char *path);
+
+/** Returns 1 when a directory exists at path, else 0. */
+uint32_t BEX_VFS_IsDirExist(const char *path);
+
+/**
+ * Makes a directory, and those above it that are missing.
+ *
+ * @param path  path of the directory
+ * @param mode  permission bits of all that is made, less the process's mask (0755 is 493)
+ * @return 0; else a code, also when something stands at the path already; directories above it may have been made
+ */
+uint32_t P_MEL_Mkdir(const char *path, uint32_t mode);
+
+/**
+ * Deletes a directory with everything in it. Symbolic links are deleted themselves, what they lead to is not touched.
+ *
+ * @param path  path of the directory
+ * @return 0; else a code, and then part of the content may be gone
+ */
+uint32_t BEX_DeleteDir(const char *path);
+
+/**
+ * Begins a search of a directory and finds the first entry, in no particular order.
+ *
+ * @param pattern  path whose last component is a pattern with the shell's wildcards: "folder/" and a star finds all
+ *                 entries, "." and ".." too
+ * @param search   where the search goes, to be closed with BEX_VFS_FindClose; null on failure
+ * @param entry    where the entry goes
+ * @return 0; else a code: no such directory, or no entry that matches
+ */
+uint32_t BEX_VFS_FindFirst(const char *pattern, BEX_VFS_Find **search, BEX_VFS_FindEntry *entry);
+
+/**
+ * Finds the next entry. Entries found may be deleted while the search is open.
+ *
+ * @return 0; else a code (and the entry is left alone): no further entry matches
+ */
+uint32_t BEX_VFS_FindNext(BEX_VFS_Find *search, BEX_VFS_FindEntry *entry);
+
+/** Ends a search. Null is ignored. */
+void BEX_VFS_FindClose(BEX_VFS_Find *search);
 
 /** Sets the permission bits of a file (0640 is 416). Returns 0, else a code. */
 uint32_t BEX_VFS_SetFileModeEx(const char *path, uint32_t mode);

@@ -12,6 +12,9 @@
 extern "C" {
 #endif
 
+/** A member of an archive that is open for reading. */
+typedef struct BEX_UnzipFile BEX_UnzipFile;
+
 /**
  * Writes a new archive with one member, replacing what stands at the path.
  *
@@ -42,6 +45,41 @@ uint32_t ZIP_GetUncompressSize(const char *member, const char *archive, uint32_t
  * @return 0, else a code; the buffer's content is then undefined
  */
 uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, const char *archive);
+
+/**
+ * Decompresses every member of an archive into a file of a folder, replacing files that stand there. Directories that
+ * the archive lists are skipped.
+ *
+ * @param archive  path of the archive
+ * @param folder   path of an existing folder
+ * @return 0, else a code; the files written until then are the caller's to delete
+ */
+uint32_t BEX_Unzip(const char *archive, const char *folder);
+
+/**
+ * Opens a member for reading.
+ *
+ * @param member   the member's name
+ * @param archive  path of the archive
+ * @param flags    0
+ * @return the handle, to be closed with BEX_UnzipFileClose; null on failure
+ */
+BEX_UnzipFile *BEX_UnzipFileOpen(const char *member, const char *archive, uint32_t flags);
+
+/**
+ * Reads the next chunk of a member.
+ *
+ * @param file    the open member
+ * @param buffer  where the address of the chunk goes; the chunk belongs to the handle and is valid until the next read
+ *                or the close
+ * @param length  where its length in bytes goes, 0 at the end of the member
+ * @return 0; else a code (and the outputs are left alone): the content is damaged, or not of the stated size. What was
+ *         read before is to be given up then, too
+ */
+uint32_t BEX_UnzipFileRead(BEX_UnzipFile *file, void **buffer, uint32_t *length);
+
+/** Closes a member. Null is ignored. */
+void BEX_UnzipFileClose(BEX_UnzipFile *file);
 
 #ifdef __cplusplus
 }

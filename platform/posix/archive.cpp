@@ -13,12 +13,17 @@
 #include <unistd.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <memory>
+#include <new>
 
 #include "durable.h"
 #include "interfaces.h"
+#include "paths.h"
 
 namespace {
+
+constexpr uint32_t kChunkSize = 0x10000;  // a member is read in pieces of so many bytes
 
 // An archive that is only read, or whose changes are given up.
 struct Discard {
@@ -51,8 +56,21 @@ uint32_t OpenForReading(const char *path, Archive *archive) {
         return ZIP_ER_NOENT;
     }
     int error = ZIP_ER_OK;
-    archive->reset(zip_open(path, ZIP_RDONLY, &error));
+    archive->reset(zip_open(HostPath(path).Get(), ZIP_RDONLY, &error));
     return *archive ? 0 : CodeOf(error);
+}
+
+// Tells the uncompressed size in bytes that an archive states for a member.
+uint32_t StatedSize(zip_t *zip, zip_uint64_t index, zip_uint64_t *size) {
+    zip_stat_t status;
+    if (zip_stat_index(zip, index, 0, &status) != 0) {
+        return LastCode(zip);
+    }
+    if ((status.valid & ZIP_STAT_SIZE) == 0) {
+        return ZIP_ER_INCONS;
+    }
+    *size = status.size;
+    return 0;
 }
 
 // A member of an open archive.
@@ -73,34 +91,103 @@ uint32_t OpenAndFind(const char *path, const char *name, FoundMember *member) {
     }
     zip_t *const zip = member->archive.get();
     const zip_int64_t found = zip_name_locate(zip, LastComponent(name), ZIP_FL_NODIR | ZIP_FL_ENC_RAW);
-    zip_stat_t status;
-    if (found < 0 || zip_stat_index(zip, static_cast<zip_uint64_t>(found), 0, &status) != 0) {
+    if (found < 0) {
         return LastCode(zip);
     }
-    if ((status.valid & ZIP_STAT_SIZE) == 0) {
-        return ZIP_ER_INCONS;
-    }
     member->index = static_cast<zip_uint64_t>(found);
-    member->size = status.size;
-    return 0;
+    return StatedSize(zip, member->index, &member->size);
 }
 
-// Reads exactly `size` bytes of a member, and its end: only there the checksum is compared.
-uint32_t ReadWhole(zip_file_t *member, void *buffer, uint32_t size) {
-    uint32_t done = 0;
-    zip_int64_t got = 1;
-    while (done < size && got > 0) {
-        got = zip_fread(member, static_cast<char *>(buffer) + done, size - done);
-        done += got > 0 ? static_cast<uint32_t>(got) : 0;
+// A member that is read from its beginning to its end.
+struct Stream {
+    Member content;
+    zip_uint64_t left = 0;  // bytes of the stated size that have not come out yet
+    uint32_t code = 0;      // of the read that failed; so do all after it
+};
+
+uint32_t OpenStream(zip_t *zip, zip_uint64_t index, zip_uint64_t size, Stream *stream) {
+    stream->content.reset(zip_fopen_index(zip, index, 0));
+    stream->left = size;
+    return stream->content ? 0 : LastCode(zip);
+}
+
+// Reads up to `capacity` bytes, which must be more than 0 before the end; 0 bytes are the end. The end is read too:
+// only there the checksum is compared. More or less than the stated size is an error.
+uint32_t ReadNext(Stream *stream, void *buffer, uint32_t capacity, uint32_t *length) {
+    if (stream->code != 0) {
+        return stream->code;
     }
     char beyond = 0;
-    if (done == size) {
-        got = zip_fread(member, &beyond, sizeof beyond);
-    }
+    const bool atEnd = stream->left == 0;
+    void *const target = atEnd ? &beyond : buffer;
+    const zip_uint64_t wanted = atEnd ? sizeof beyond : std::min<zip_uint64_t>(capacity, stream->left);
+    const zip_int64_t got = zip_fread(stream->content.get(), target, wanted);
     if (got < 0) {
-        return CodeOf(zip_error_code_zip(zip_file_get_error(member)));
+        stream->code = CodeOf(zip_error_code_zip(zip_file_get_error(stream->content.get())));
+    } else if ((got == 0) != atEnd) {
+        stream->code = ZIP_ER_INCONS;
+    } else {
+        stream->left -= static_cast<zip_uint64_t>(got);
+        *length = static_cast<uint32_t>(got);
     }
-    return done == size && got == 0 ? 0 : ZIP_ER_INCONS;
+    return stream->code;
+}
+
+// Reads a whole member into a buffer of its stated size.
+uint32_t ReadWhole(Stream *stream, void *buffer) {
+    auto *target = static_cast<char *>(buffer);
+    uint32_t code = 0;
+    uint32_t length = 0;
+    do {
+        code = ReadNext(stream, target, UINT32_MAX, &length);
+        target += length;
+    } while (code == 0 && length != 0);
+    return code;
+}
+
+// Reads a whole member into a file.
+uint32_t ReadIntoFile(Stream *stream, int fd) {
+    char chunk[kChunkSize];
+    uint32_t code = 0;
+    uint32_t length = 0;
+    do {
+        code = ReadNext(stream, chunk, sizeof chunk, &length);
+        const auto put = [&](uint32_t offset, uint32_t size) { return write(fd, chunk + offset, size); };
+        if (code == 0 && TransferAll(length, put) < length) {
+            code = ZIP_ER_WRITE;
+        }
+    } while (code == 0 && length != 0);
+    return code;
+}
+
+// Reads a member into a new file of an open folder, in place of what stands there; a directory is skipped.
+uint32_t UnpackMember(zip_t *zip, zip_uint64_t index, int folder) {
+    const char *const path = zip_get_name(zip, index, ZIP_FL_ENC_RAW);
+    if (path == nullptr) {
+        return LastCode(zip);
+    }
+    const char *const name = LastComponent(path);
+    if (*name == '\0' && name != path) {
+        return 0;
+    }
+    Stream stream;
+    zip_uint64_t size = 0;
+    uint32_t code = StatedSize(zip, index, &size);
+    if (code == 0) {
+        code = OpenStream(zip, index, size, &stream);
+    }
+    if (code != 0) {
+        return code;
+    }
+    // No name leads elsewhere: it holds no slash, no link is followed, and "", "." and ".." cannot be created.
+    unlinkat(folder, name, 0);
+    const int fd = openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, static_cast<mode_t>(kFileMode));
+    if (fd < 0) {
+        return ZIP_ER_OPEN;
+    }
+    code = ReadIntoFile(&stream, fd);
+    close(fd);
+    return code;
 }
 
 // Adds the data to a new archive as its only member.
@@ -149,15 +236,22 @@ uint32_t FinishArchive(const char *path) {
 
 }  // namespace
 
+struct BEX_UnzipFile {
+    FoundMember member;
+    Stream stream;  // reads the member, so it goes first
+    char chunk[kChunkSize];
+};
+
 uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, const char *archive, uint32_t /*flags*/,
                        int32_t level) {
     const char *const name = member != nullptr ? LastComponent(member) : "";
-    if (data == nullptr || *name == '\0' || archive == nullptr || level < 1 || level > 9) {
+    const HostPath host(archive);
+    if (data == nullptr || *name == '\0' || host.Get() == nullptr || level < 1 || level > 9) {
         return ZIP_ER_INVAL;
     }
     // The archive grows under another name and takes its own only when it is complete and on stable storage.
     char draft[PATH_MAX];
-    if (sprintf_s(draft, sizeof draft, "%s.XXXXXX", archive) < 0) {
+    if (sprintf_s(draft, sizeof draft, "%s.XXXXXX", host.Get()) < 0) {
         return ZIP_ER_INVAL;
     }
     const int fd = mkostemp(draft, O_CLOEXEC);
@@ -169,7 +263,7 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
     if (code == 0) {
         code = FinishArchive(draft);
     }
-    if (code == 0 && RenameDurably(draft, archive) != 0) {
+    if (code == 0 && RenameDurably(draft, host.Get()) != 0) {
         code = ZIP_ER_RENAME;
     }
     if (code != 0) {
@@ -213,13 +307,69 @@ uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, cons
         return ZIP_ER_INVAL;
     }
     FoundMember found;
-    const uint32_t code = OpenAndFind(archive, member, &found);
+    uint32_t code = OpenAndFind(archive, member, &found);
     if (code != 0) {
         return code;
     }
     if (found.size != size) {
         return ZIP_ER_INCONS;
     }
-    const Member content(zip_fopen_index(found.archive.get(), found.index, 0));
-    return content ? ReadWhole(content.get(), buffer, size) : LastCode(found.archive.get());
+    Stream stream;
+    code = OpenStream(found.archive.get(), found.index, found.size, &stream);
+    return code == 0 ? ReadWhole(&stream, buffer) : code;
+}
+
+uint32_t BEX_Unzip(const char *archive, const char *folder) {
+    const HostPath host(folder);
+    if (archive == nullptr || host.Get() == nullptr) {
+        return ZIP_ER_INVAL;
+    }
+    Archive opened;
+    uint32_t code = OpenForReading(archive, &opened);
+    if (code != 0) {
+        return code;
+    }
+    const int fd = open(host.Get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return ZIP_ER_OPEN;
+    }
+    const zip_int64_t entries = zip_get_num_entries(opened.get(), 0);
+    for (zip_int64_t index = 0; code == 0 && index < entries; ++index) {
+        code = UnpackMember(opened.get(), static_cast<zip_uint64_t>(index), fd);
+    }
+    close(fd);
+    return code;
+}
+
+BEX_UnzipFile *BEX_UnzipFileOpen(const char *member, const char *archive, uint32_t /*flags*/) {
+    void *const memory = malloc(sizeof(BEX_UnzipFile));
+    if (memory == nullptr) {
+        return nullptr;
+    }
+    auto *const file = new (memory) BEX_UnzipFile;
+    FoundMember &found = file->member;
+    if (OpenAndFind(archive, member, &found) != 0 ||
+        OpenStream(found.archive.get(), found.index, found.size, &file->stream) != 0) {
+        BEX_UnzipFileClose(file);
+        return nullptr;
+    }
+    return file;
+}
+
+uint32_t BEX_UnzipFileRead(BEX_UnzipFile *file, void **buffer, uint32_t *length) {
+    if (file == nullptr || buffer == nullptr || length == nullptr) {
+        return ZIP_ER_INVAL;
+    }
+    const uint32_t code = ReadNext(&file->stream, file->chunk, sizeof file->chunk, length);
+    if (code == 0) {
+        *buffer = file->chunk;
+    }
+    return code;
+}
+
+void BEX_UnzipFileClose(BEX_UnzipFile *file) {
+    if (file != nullptr) {
+        file->~BEX_UnzipFile();
+        free(file);
+    }
 }

@@ -11,7 +11,7 @@ namespace {
 // The result of a sync as a code. EINVAL and ENOTSUP say that there is nothing to sync or no way to.
 uint32_t SyncCode(int result) {
     const bool done = result == 0 || errno == EINVAL || errno == ENOTSUP;
-    return done ? 0 : static_cast<uint32_t>(errno);
+    return done ? 0 : LastError();
 }
 
 // Length of the directory part of a path, with its last slash; 0 when there is none.
@@ -43,7 +43,7 @@ uint32_t SyncDirectoryOf(const char *path) {
     }
     const int fd = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
-        return static_cast<uint32_t>(errno);
+        return LastError();
     }
     const uint32_t code = SyncCode(RetryInterrupted([=] { return fsync(fd); }));
     close(fd);
@@ -52,7 +52,7 @@ uint32_t SyncDirectoryOf(const char *path) {
 
 uint32_t RenameDurably(const char *from, const char *to) {
     if (rename(from, to) != 0) {
-        return static_cast<uint32_t>(errno);
+        return LastError();
     }
     const uint32_t code = SyncDirectoryOf(to);
     if (code != 0 || InSameDirectory(from, to)) {

@@ -1,11 +1,12 @@
 /*
- * Stable storage: what files and archives need to outlive a loss of power.
+ * Calls of the system made to the end, and stable storage: what files and archives need to outlive a loss of power.
  */
 #ifndef PLATFORM_POSIX_DURABLE_H
 #define PLATFORM_POSIX_DURABLE_H
 
 #include <errno.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 /** Permission bits of the files that the platform creates: configuration and logs are no one else's. */
 constexpr uint32_t kFileMode = 0640;
@@ -23,6 +24,33 @@ auto RetryInterrupted(Call call) {
         result = call();
     }
     return result;
+}
+
+/**
+ * Repeats a transfer until all is through, the end is reached, or it fails.
+ *
+ * @param amount    bytes to transfer
+ * @param transfer  transfers up to so many bytes (offset, bytes left); answers as read(2) and write(2) do
+ * @return the bytes that went through
+ */
+template <typename Transfer>
+uint32_t TransferAll(uint32_t amount, Transfer transfer) {
+    constexpr uint32_t kMaxStep = 1u << 30;  // fits the result of a system call on every host
+    uint32_t done = 0;
+    while (done < amount) {
+        const uint32_t left = amount - done;
+        const ssize_t moved = RetryInterrupted([&] { return transfer(done, left < kMaxStep ? left : kMaxStep); });
+        if (moved <= 0) {
+            break;
+        }
+        done += static_cast<uint32_t>(moved);
+    }
+    return done;
+}
+
+/** The code of the system call that has just failed. */
+inline uint32_t LastError() {
+    return static_cast<uint32_t>(errno);
 }
 
 /**

@@ -19,10 +19,14 @@
 #include "platform/bex_vfs.h"
 #include "platform/bex_zip.h"
 #include "platform/data_type.h"
+#include "platform/dms_message.h"
+#include "platform/mel_assert.h"
 #include "platform/mel_clock.h"
+#include "platform/mel_environment.h"
 #include "platform/mel_memory.h"
 #include "platform/sll.h"
 #include "tav_posix.h"
+#include "tav_posix_bus.h"
 #pragma GCC visibility pop
 
 #endif

@@ -25,6 +25,7 @@
 #endif
 
 uintptr_t g_pTavCommHandle = 1;
+uint32_t g_uiMelHandleCommon = 1;
 uint8_t g_aucMelMemPt[1] = {0};
 
 namespace {
@@ -340,6 +341,15 @@ void Untrack(const TrackedHeader *tracked) {
     abort();
 }
 
+// The header of a block that a caller gives back. Ends the process when it is no live block, as far as can be told.
+[[gnu::always_inline]] inline Header *LiveHeaderOf(void *block, const char *source, uint32_t line) {
+    Header *const header = HeaderOf(block);
+    if (header->magic != kMagic) [[unlikely]] {
+        RefuseBlock(block, source, line);
+    }
+    return header;
+}
+
 // Takes a block with `overhead` bytes in front and accounts it to a module. Returns null when memory is short.
 [[gnu::always_inline]] inline void *TakeBlock(Ledger *ledger, uint16_t module, size_t overhead, uint32_t size) {
     if (size > SIZE_MAX - overhead) {
@@ -396,14 +406,26 @@ void *MEL_Malloc_F(uintptr_t /*handle*/, uint8_t /*memPt*/, uint32_t size, const
     return TakeBlock(ledger, ledger->lastModule, sizeof(Header), size);
 }
 
+// The new block is taken in the name, and if blocks are tracked at the line, of whoever took the old one.
+void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
+    if (block == nullptr) {
+        return MEL_Malloc_F(handle, memPt, size, nullptr, 0);
+    }
+    const Header old = *LiveHeaderOf(block, __func__, 0);
+    const char *const module = moduleNames[old.module].load(std::memory_order_relaxed);
+    void *const resized = MEL_Malloc_F(handle, memPt, size, module, tracking ? TrackedHeaderOf(block)->line : 0);
+    if (resized != nullptr) {
+        memcpy(resized, block, size < old.size ? size : old.size);
+        MEL_Free_F(block, __func__, 0);
+    }
+    return resized;
+}
+
 void MEL_Free_F(void *block, const char *source, uint32_t line) {
     if (block == nullptr) {
         return;
     }
-    Header *const header = HeaderOf(block);
-    if (header->magic != kMagic) [[unlikely]] {
-        RefuseBlock(block, source, line);
-    }
+    Header *const header = LiveHeaderOf(block, source, line);
     Ledger *const ledger = ownLedger;
     if (ledger == nullptr || ledger->tracking) [[unlikely]] {
         ReturnSpecially(block);

@@ -27,6 +27,13 @@ int32_t BEX_StrCmp(const char *a, const char *b) {
     return a != nullptr && b != nullptr ? strcmp(a, b) : CompareWithNull(a, b);
 }
 
+int32_t BEX_StrNCmp(const char *a, const char *b, uint32_t count) {
+    if (count == 0) {
+        return 0;
+    }
+    return a != nullptr && b != nullptr ? strncmp(a, b, count) : CompareWithNull(a, b);
+}
+
 int32_t BEX_StrICmp(const char *a, const char *b) {
     if (a == nullptr || b == nullptr) {
         return CompareWithNull(a, b);
@@ -36,6 +43,16 @@ int32_t BEX_StrICmp(const char *a, const char *b) {
         ++b;
     }
     return LowerAscii(*a) - LowerAscii(*b);
+}
+
+char *BEX_StrStr(const char *text, const char *part) {
+    return text != nullptr && part != nullptr ? const_cast<char *>(strstr(text, part)) : nullptr;
+}
+
+void BEX_StrToLower(char *text) {
+    for (; text != nullptr && *text != '\0'; ++text) {
+        *text = static_cast<char>(LowerAscii(*text));
+    }
 }
 
 char *BEX_StrRChr(const char *text, int32_t character) {

@@ -13,6 +13,7 @@
 
 #include "durable.h"
 #include "interfaces.h"
+#include "paths.h"
 
 struct BEX_VFS_File {
     int fd;
@@ -37,10 +38,6 @@ constexpr OpenMode kOpenModes[] = {
     {"wb+", O_RDWR | O_TRUNC, true, false, true},
     {"ab", O_WRONLY | O_APPEND, true, true, false},
 };
-
-uint32_t LastError() {
-    return static_cast<uint32_t>(errno);
-}
 
 const OpenMode *FindOpenMode(const char *text) {
     for (const OpenMode &mode : kOpenModes) {
@@ -97,23 +94,6 @@ uint32_t Amount(uint32_t size, uint32_t count) {
     return amount <= UINT32_MAX ? static_cast<uint32_t>(amount) : 0;
 }
 
-// Repeats `transfer` (offset, bytes left) until all is through, the end is reached, or it fails.
-// Returns the bytes that went through.
-template <typename Transfer>
-uint32_t TransferAll(uint32_t amount, Transfer transfer) {
-    constexpr uint32_t kMaxStep = 1u << 30;  // fits the result of a system call on every host
-    uint32_t done = 0;
-    while (done < amount) {
-        const uint32_t left = amount - done;
-        const ssize_t moved = RetryInterrupted([&] { return transfer(done, left < kMaxStep ? left : kMaxStep); });
-        if (moved <= 0) {
-            break;
-        }
-        done += static_cast<uint32_t>(moved);
-    }
-    return done;
-}
-
 // Tells whether what was written may be reported as written: at once, or once a durable file has been synced.
 bool Settle(const BEX_VFS_File *file) {
     return !file->durable || SyncData(file->fd) == 0;
@@ -128,21 +108,22 @@ int32_t WriteOnce(const BEX_VFS_File *file, const char *text, size_t length) {
 }  // namespace
 
 BEX_VFS_File *BEX_VFS_FOpen(const char *path, const char *mode) {
-    const OpenMode *const openMode = path != nullptr && mode != nullptr ? FindOpenMode(mode) : nullptr;
+    const HostPath host(path);
+    const OpenMode *const openMode = host.Get() != nullptr && mode != nullptr ? FindOpenMode(mode) : nullptr;
     if (openMode == nullptr) {
         return nullptr;
     }
     bool created = false;
-    const int fd = OpenDescriptor(path, *openMode, &created);
+    const int fd = OpenDescriptor(host.Get(), *openMode, &created);
     if (fd < 0) {
         return nullptr;
     }
-    const bool usable = SettleDescriptor(fd) && (!created || !openMode->durable || SyncDirectoryOf(path) == 0);
+    const bool usable = SettleDescriptor(fd) && (!created || !openMode->durable || SyncDirectoryOf(host.Get()) == 0);
     BEX_VFS_File *const file = usable ? NewFile(fd, *openMode) : nullptr;
     if (file == nullptr) {
         close(fd);
         if (created) {
-            unlink(path);
+            unlink(host.Get());
         }
     }
     return file;
@@ -228,11 +209,12 @@ int32_t BEX_VFS_FPrintf(BEX_VFS_File *file, const char *format, ...) {
 }
 
 uint32_t BEX_VFS_Stat(const char *path, BEX_VFS_StatInfo *info) {
-    if (path == nullptr || info == nullptr) {
+    const HostPath host(path);
+    if (host.Get() == nullptr || info == nullptr) {
         return EINVAL;
     }
     struct stat status = {};
-    if (stat(path, &status) != 0) {
+    if (stat(host.Get(), &status) != 0) {
         return LastError();
     }
     info->size = static_cast<uint64_t>(status.st_size);
@@ -240,27 +222,32 @@ uint32_t BEX_VFS_Stat(const char *path, BEX_VFS_StatInfo *info) {
 }
 
 uint32_t BEX_VFS_MoveFile(const char *from, const char *to) {
-    return from != nullptr && to != nullptr ? RenameDurably(from, to) : EINVAL;
+    const HostPath hostFrom(from);
+    const HostPath hostTo(to);
+    return hostFrom.Get() != nullptr && hostTo.Get() != nullptr ? RenameDurably(hostFrom.Get(), hostTo.Get()) : EINVAL;
 }
 
 uint32_t BEX_VFS_DeleteFile(const char *path) {
-    if (path == nullptr) {
+    const HostPath host(path);
+    if (host.Get() == nullptr) {
         return EINVAL;
     }
-    return unlink(path) == 0 ? SyncDirectoryOf(path) : LastError();
+    return unlink(host.Get()) == 0 ? SyncDirectoryOf(host.Get()) : LastError();
 }
 
 uint32_t BEX_VFS_IsFileExist(const char *path) {
+    const HostPath host(path);
     struct stat status = {};
-    return path != nullptr && stat(path, &status) == 0 && S_ISREG(status.st_mode) ? 1 : 0;
+    return host.Get() != nullptr && stat(host.Get(), &status) == 0 && S_ISREG(status.st_mode) ? 1 : 0;
 }
 
 uint32_t BEX_VFS_SetFileModeEx(const char *path, uint32_t mode) {
     constexpr uint32_t kPermissionBits = 07777;
-    if (path == nullptr || (mode & ~kPermissionBits) != 0) {
+    const HostPath host(path);
+    if (host.Get() == nullptr || (mode & ~kPermissionBits) != 0) {
         return EINVAL;
     }
-    return chmod(path, static_cast<mode_t>(mode)) == 0 ? 0 : LastError();
+    return chmod(host.Get(), static_cast<mode_t>(mode)) == 0 ? 0 : LastError();
 }
 
 uint32_t P_MEL_Chown2MEL(const char * /*path*/, uint32_t /*flags*/) {

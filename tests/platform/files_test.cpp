@@ -64,6 +64,7 @@ namespace {
 class Files : public testing::Test {
   protected:
     void SetUp() override { faults = {}; }
+    void TearDown() override { faults = {}; }
 
     // Writes text into a file opened in a mode. Returns the amount reported, or -1 when it does not open.
     static int64_t Write(const std::string &path, const char *mode, const std::string &text) {

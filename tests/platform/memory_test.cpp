@@ -67,7 +67,7 @@ TEST(Memory, ReportsTellWhatIsLive) {
     static const char twin[] = "red";  // the same module by another address
     const char *const modules[] = {"red", "green", twin};
     std::mt19937 random(1);
-    Places live;
+    Places live = {{MEL_MemReAlloc(g_uiMelHandleCommon, g_aucMelMemPt[0], nullptr, 0), {"(others)", 0, 0}}};
     for (uint32_t line = 1; line < 1000; ++line) {
         if (line < 700 && random() % 5 < 3) {
             const char *const module = modules[random() % 3];
@@ -79,10 +79,18 @@ TEST(Memory, ReportsTellWhatIsLive) {
         } else if (!live.empty()) {
             const auto leaver = std::next(live.begin(), static_cast<long>(random() % live.size()));
             auto *const bytes = static_cast<uint8_t *>(leaver->first);
-            const uint32_t size = std::get<2>(leaver->second);
+            const auto [module, taken, size] = leaver->second;
             EXPECT_EQ(std::count(bytes, bytes + size, size), size);
-            MEL_Free_F(bytes, "another", line);
             live.erase(leaver);
+            if (line < 700 && random() % 3 == 0) {
+                const auto other = static_cast<uint32_t>(random() % 200);
+                auto *const moved = static_cast<uint8_t *>(MEL_MemReAlloc(1, 0, bytes, other));
+                EXPECT_EQ(std::count(moved, moved + std::min(size, other), size), std::min(size, other));
+                std::memset(moved, static_cast<int>(other), other);
+                live[moved] = {module, taken, other};
+            } else {
+                MEL_Free_F(bytes, "another", line);
+            }
         }
         ExpectLive(live);
     }

@@ -76,6 +76,23 @@ void TAV_Posix_MemVisitModules(TAV_Posix_MemModuleVisitor visitor, void *context
 int32_t TAV_Posix_MemVisitBlocks(TAV_Posix_MemBlockVisitor visitor, void *context);
 
 /**
+ * Is told of an assertion that failed. When it returns, so does MEL_Assert.
+ *
+ * @param source  name of the source module; valid during the call
+ * @param line    source line of the assertion
+ */
+typedef void (*TAV_Posix_AssertHandler)(const char *source, uint32_t line);
+
+/**
+ * Lets a handler decide what a failed assertion does, for all threads. Without one, the place is printed to the
+ * standard error output and the process aborts.
+ *
+ * @param handler  the handler, or null for none
+ * @return the former handler, or null when there was none
+ */
+TAV_Posix_AssertHandler TAV_Posix_SetAssertHandler(TAV_Posix_AssertHandler handler);
+
+/**
  * Finds the platform's descriptor of a data type: the lookup that completes the type table at start-up.
  *
  * @param dataType  data type id

@@ -1,0 +1,213 @@
+// The message bus: real sockets, other processes, other users, and datagrams that are no messages.
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <thread>
+
+#include "bytes.h"
+#include "platform/dms_message.h"
+#include "platform/mel_environment.h"
+#include "platform/mel_memory.h"
+#include "tav_posix.h"
+#include "tav_posix_bus.h"
+
+namespace {
+
+using Port = std::unique_ptr<TAV_Posix_BusPort, decltype(&TAV_Posix_BusUnbind)>;
+constexpr uint32_t kMax = UINT32_MAX, kMagic = 0x54415642;
+
+Port Bind(uint32_t id, uint32_t expected = 0) {
+    TAV_Posix_BusPort *port = nullptr;
+    EXPECT_EQ(TAV_Posix_BusBind(id, &port), expected);
+    return Port(port, TAV_Posix_BusUnbind);
+}
+
+int64_t Send(uint32_t sender, uint32_t receiver, uint32_t size = 16, uint32_t excess = 0) {
+    void *const message = memset(MEL_MsgAlloc_F(sender, size, "test", 1), 1, size);
+    return TAV_AdjustSendMsg(receiver, 0, 0, message, size + excess);
+}
+
+// Receives a message. Returns the code, or the negative id of the sender.
+int64_t Receive(const Port &port, int32_t timeoutMs = 50) {
+    void *message = nullptr;
+    uint32_t length = 0;
+    const uint32_t code = TAV_Posix_BusReceive(port.get(), timeoutMs, &message, &length);
+    const int64_t result = code == 0 ? -int64_t{DMS_MsgSendCidGet(message)} : code;
+    DMS_MsgFree(0, message);
+    return result;
+}
+
+// A datagram, byte by byte, to component 7 from component 6.
+void SendRaw(size_t size, uint32_t receiver = 7, uint32_t magic = kMagic, uint16_t version = 1) {
+    Bytes data = Join({Host32(magic), Host16(version), Host16(0), Host32(6), Host32(receiver), Host32(0)});
+    data.resize(size);
+    sockaddr_un address = {AF_UNIX, {}};
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/7", getenv("TAV_BUS_PATH"));
+    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sendto(sender, data.data(), size, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    close(sender);
+}
+
+// Expects a condition, and what it expects in turn, to hold in a process of its own.
+#define EXPECT_IN_CHILD(...) EXPECT_EXIT(_exit((__VA_ARGS__) && !HasFailure() ? 0 : 1), testing::ExitedWithCode(0), "")
+
+// Returns who serves a VS, or a negative code.
+int64_t Served(uint32_t vsId, uint32_t component = 180) {
+    uint32_t id = 0;
+    const uint32_t code = CMF_GetPIDByVR(component, 0, kMax, vsId, &id);
+    return code == 0 ? int64_t{id} : -int64_t{code};
+}
+
+uint32_t Serve(const Port &port, uint32_t vsId) {
+    return TAV_Posix_BusServe(port.get(), 180, kMax, vsId);
+}
+
+TAV_Posix_BusCounts Counts() {
+    TAV_Posix_BusCounts counts;
+    TAV_Posix_BusAccount(&counts);
+    return counts;
+}
+
+// Every test leaves nothing behind: no message, no block, no descriptor.
+class Bus : public testing::Test {
+  protected:
+    Bus() { setenv("TAV_BUS_PATH", folder_.Path("bus").c_str(), 1); }
+    ~Bus() override { EXPECT_EQ(Left(), left_); }
+    static std::vector<uint64_t> Left() {
+        TAV_Posix_MemAccount memory;
+        TAV_Posix_MemTotal(&memory);
+        const int lowestFree = dup(0);
+        close(lowestFree);
+        return {Counts().alive, memory.blocks, static_cast<uint64_t>(lowestFree)};
+    }
+    TempFolder folder_;
+    const std::vector<uint64_t> left_ = Left();
+    const TAV_Posix_BusCounts before_ = Counts();
+};
+
+TEST_F(Bus, MessagesOfAnotherProcessComeWholeAndWithZerosBehind) {
+    const Port port = Bind(7);
+    for (const uint32_t size : {16u, 17u, 65535u}) {
+        void *message = memset(MEL_MsgAlloc_F(8, size, "test", 1), 0x5A, size);
+        DMS_MEL_MSG_SET_INTF(message, 1);
+        DMS_MEL_MSG_SET_SUB_INTF(message, 3);
+        EXPECT_IN_CHILD(DMS_MsgRecvIidGet(message) == 0 && TAV_AdjustSendMsg(7, 0, 0x103, message, size) == 0);
+        DMS_MsgFree(8, message);
+        MEL_Free_F(memset(MEL_Malloc_F(0, 0, size + 65568, "test", 2), 0xFF, size + 65568), "test", 3);
+        uint32_t length = 0;
+        ASSERT_EQ(TAV_Posix_BusReceive(port.get(), 1000, &message, &length), 0u);
+        const auto *const bytes = static_cast<const uint8_t *>(message);
+        EXPECT_EQ(Bytes(bytes, bytes + length + 65536), Join({Filled(size, 0x5A), Filled(65536, 0)}));
+        EXPECT_TRUE(DMS_MsgSendCidGet(message) == 8 && DMS_MsgRecvCidGet(message) == 7 &&
+                    DMS_MsgRecvIidGet(message) == 0x103 && DMS_MEL_MSG_GET_INTF(message) == 1 &&
+                    DMS_MEL_MSG_GET_SUB_INTF(message) == 3);
+        DMS_MsgFree(7, message);
+    }
+}
+
+TEST_F(Bus, FailedSendsTellWhyAndStillTakeTheMessage) {
+    const Port port = Bind(7), other = Bind(9);
+    EXPECT_TRUE(Send(7, 8) == ENOENT && Send(7, 9, 15) == EINVAL);
+    EXPECT_TRUE(Send(7, 9, 65536) == EMSGSIZE && Send(7, 9, 40, 1) == EMSGSIZE);
+    while (Send(7, 7, 65535) == 0 && Counts().sent - before_.sent < 10000) {
+    }
+    EXPECT_EQ(Send(7, 7, 65535), EAGAIN);
+    EXPECT_TRUE(Send(7, 9, 65535) == 0 && Receive(other) == -7) << "a full receiver is no one else's trouble";
+    EXPECT_TRUE(Receive(port) == -7 && Send(7, 7) == 0);
+    setenv("TAV_BUS_PATH", ("/" + std::string(97, 'x')).c_str(), 1);
+    EXPECT_TRUE(Send(7, 7) == ENAMETOOLONG && Counts().sendFailures - before_.sendFailures == 7);
+}
+
+TEST_F(Bus, DropsWhatIsNoMessageAndWaitsNoLonger) {
+    const Port port = Bind(7);
+    const std::array<uint32_t, 4> junk[] = {{0, 7, kMagic, 1},  {35, 7, kMagic, 1}, {65556, 7, kMagic, 1},
+                                            {36, 8, kMagic, 1}, {36, 7, 99, 1},     {36, 7, kMagic, 2}};
+    for (const auto &[size, receiver, magic, version] : junk) {
+        SendRaw(size, receiver, magic, static_cast<uint16_t>(version));
+        SendRaw(36);
+        EXPECT_EQ(Receive(port), -6) << size;
+    }
+    EXPECT_TRUE(Counts().refused - before_.refused == 6 && Counts().received - before_.received == 6);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Receive(port), ETIMEDOUT);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+    EXPECT_TRUE(signal(SIGALRM, [](int) {}) != SIG_ERR && ualarm(50000, 0) == 0 && Receive(port, -1) == EINTR);
+    SendRaw(0);
+    SendRaw(36);
+    EXPECT_TRUE(Receive(port, 0) == ETIMEDOUT && Receive(port, 0) == -6);  // one look is one look
+}
+
+TEST_F(Bus, AKilledHoldersComponentCanBeBoundAgain) {
+    EXPECT_EXIT((Serve(*new Port(Bind(7)), 1), raise(SIGKILL)), testing::KilledBySignal(SIGKILL), "");
+    EXPECT_TRUE(Send(8, 7) == ECONNREFUSED && Served(1) == 7);
+    Port port = Bind(7);
+    EXPECT_IN_CHILD(!Bind(7, EADDRINUSE));
+    EXPECT_TRUE(!Bind(7, EADDRINUSE) && Send(8, 7) == 0 && Receive(port) == -8);
+    port.reset();  // with what the killed one has announced
+    EXPECT_TRUE(Served(1) == -ENOENT && Send(8, 7) == ENOENT && Bind(7));
+}
+
+TEST_F(Bus, TheLastAnnouncementCountsUntilItsPortGoes) {
+    Port first = Bind(7), last = Bind(kMax);
+    EXPECT_EQ(Serve(first, 1) + Serve(first, 2) + Serve(last, 2) + Serve(last, kMax), 0u);
+    EXPECT_IN_CHILD(Served(1) == 7 && Served(2) == kMax && Served(kMax) == kMax);
+    first.reset();
+    EXPECT_TRUE(Served(1) == -ENOENT && Served(2) == kMax && Served(2, 181) == -ENOENT);
+}
+
+TEST_F(Bus, OtherUsersSpeakForThemselvesAlone) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    const auto leave = [] { return setgroups(0, nullptr) == 0 && setgid(4711) == 0 && setuid(4711) == 0; };
+    const auto open = [&](const char *name) { return chmod(folder_.Path(name).c_str(), 01777) == 0; };
+    const Port port = Bind(7), second = Bind(8);
+    EXPECT_TRUE(open("") && open("bus"));
+    EXPECT_IN_CHILD(leave() && Send(5, 7) == EACCES && !Bind(8, EACCES));
+    EXPECT_TRUE(open("bus/7") && Send(5, 7) == 0 && Receive(port) == -5);  // 5 is no one's: the same user may use it
+    EXPECT_IN_CHILD(leave() && Send(5, 7) == 0 && Send(8, 7) == 0);
+    EXPECT_EQ(Receive(port), ETIMEDOUT);
+    EXPECT_IN_CHILD(leave() && Serve(*new Port(Bind(9)), 1) == 0 && Served(1) == 9 && Send(9, 7) == 0);
+    EXPECT_TRUE(Receive(port) == -9 && Send(9, 7) == 0 && Receive(port) == ETIMEDOUT);  // root is not that user either
+    EXPECT_TRUE(Served(1) == -EACCES && Serve(port, 1) == 0);
+    EXPECT_IN_CHILD(leave() && Served(1) == 7 && Serve(port, 1) != 0);
+}
+
+TEST_F(Bus, ThreadsLoseNothing) {
+    const Port port = Bind(7);
+    const auto exchange = [&] {
+        for (uint32_t size = 16; size < 500; ++size) {
+            EXPECT_TRUE(Send(7, 7, size) == 0 && Receive(port, 5000) == -7);
+        }
+    };
+    const std::jthread threads[] = {std::jthread(exchange), std::jthread(exchange), std::jthread(exchange)};
+}
+
+TEST_F(Bus, MessagesAreReturnedOnce) {
+    alignas(8) char foreign[128] = {};
+    EXPECT_DEATH(DMS_MsgFree(7, foreign + 64), "DMS_MsgFree: 0x[0-9a-f]+ is not a live message");
+    EXPECT_DEATH(DMS_MsgSendCidSet(foreign + 65, 1), "DMS_MsgSendCidSet: ");
+#if !defined(__SANITIZE_ADDRESS__)  // which reports these first
+    void *const message = MEL_MsgAlloc_F(7, 400, "test", 1);
+    EXPECT_DEATH((DMS_MsgFree(7, message), DMS_MsgFree(7, message)), "DMS_MsgFree: ");
+    EXPECT_DEATH((TAV_AdjustSendMsg(8, 0, 0, message, 16), DMS_MsgFree(7, message)), "DMS_MsgFree: ");
+    DMS_MsgFree(7, message);
+#endif
+}
+
+TEST(Environment, SettingsAreWholeNumbers) {
+    constexpr int64_t kKept = 77, kNone = kKept - ENOENT, kBad = kKept - EINVAL;
+    const std::pair<const char *, int64_t> settings[] = {
+        {"0", 0},     {"4294967295", kMax}, {"0xfF", 255}, {"010", 10},  {"", kNone},           {"0x", kBad},
+        {" 1", kBad}, {"1 ", kBad},         {"-1", kBad},  {"+1", kBad}, {"0x100000000", kBad}, {"0x-1", kBad}};
+    for (const auto &[text, expected] : settings) {
+        uint32_t value = kKept;
+        setenv("TAV_ENV_4294967295", text, 1);
+        const uint32_t code = MEL_GetEnvValue(kMax, &value);
+        EXPECT_EQ(int64_t{value} - code, expected) << text;
+    }
+}
+
+}  // namespace
