@@ -11,6 +11,8 @@
 #include "platform/bex_string.h"
 #include "platform/bex_vfs.h"
 #include "platform/bex_zip.h"
+#include "platform/dms_message.h"
+#include "platform/mel_clock.h"
 #include "platform/mel_memory.h"
 
 namespace interposer {
@@ -59,11 +61,13 @@ std::string NameOf(const char *path) {
 /** A function of the platform, with everything that it calls in turn left uncounted. */
 template <class Function>
 auto Uncounted(Function *function) {
+    struct Depth {
+        Depth() { ++g_depth; }
+        ~Depth() { --g_depth; }
+    };
     return [function](auto... arguments) {
-        ++g_depth;
-        auto result = function(arguments...);
-        --g_depth;
-        return result;
+        const Depth depth;
+        return function(arguments...);
     };
 }
 
@@ -110,6 +114,19 @@ extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
     return Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
+}
+
+void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
+    return Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_MemReAlloc)(handle, memPt, block, size);
+}
+
+void *MEL_MsgAlloc_F(uint32_t sender, uint32_t size, const char *source, uint32_t line) {
+    return Fails(Call::kMsgAlloc) ? nullptr : PLATFORM(MEL_MsgAlloc_F)(sender, size, source, line);
+}
+
+uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t reserved, uint32_t code, void *message, uint32_t length) {
+    // A message that cannot be sent is consumed all the same: the bus refuses a length beyond any message's, and frees.
+    return PLATFORM(TAV_AdjustSendMsg)(receiver, reserved, code, message, Fails(Call::kSend) ? UINT32_MAX : length);
 }
 
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count) {
@@ -164,6 +181,33 @@ uint32_t BEX_VFS_IsFileExist(const char *path) {
     return Fails(Call::kOther, "Exists", NameOf(path)) ? 0 : PLATFORM(BEX_VFS_IsFileExist)(path);
 }
 
+uint32_t BEX_VFS_IsDirExist(const char *path) {
+    return Fails(Call::kOther, "DirExists", NameOf(path)) ? 0 : PLATFORM(BEX_VFS_IsDirExist)(path);
+}
+
+uint32_t P_MEL_Mkdir(const char *path, uint32_t mode) {
+    return Fails(Call::kOther, "Mkdir", NameOf(path), mode) ? kPlatformCode : PLATFORM(P_MEL_Mkdir)(path, mode);
+}
+
+uint32_t BEX_DeleteDir(const char *path) {
+    uint32_t result = PLATFORM(BEX_DeleteDir)(path);
+    return Fails(Call::kOther, "DeleteDir", NameOf(path)) ? kPlatformCode : result;
+}
+
+uint32_t BEX_VFS_FindFirst(const char *pattern, BEX_VFS_Find **search, BEX_VFS_FindEntry *entry) {
+    return Fails(Call::kOther, "FindFirst", NameOf(pattern)) ? kPlatformCode
+                                                             : PLATFORM(BEX_VFS_FindFirst)(pattern, search, entry);
+}
+
+uint32_t BEX_VFS_FindNext(BEX_VFS_Find *search, BEX_VFS_FindEntry *entry) {
+    return Fails(Call::kOther, "FindNext") ? kPlatformCode : PLATFORM(BEX_VFS_FindNext)(search, entry);
+}
+
+void BEX_VFS_FindClose(BEX_VFS_Find *search) {
+    Fails(Call::kOther, "FindClose");
+    PLATFORM(BEX_VFS_FindClose)(search);
+}
+
 uint32_t BEX_VFS_SetFileModeEx(const char *path, uint32_t mode) {
     return Fails(Call::kOther, "SetMode", NameOf(path), mode) ? kPlatformCode
                                                               : PLATFORM(BEX_VFS_SetFileModeEx)(path, mode);
@@ -197,6 +241,30 @@ uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, cons
     return Fails(Call::kUnzip, "Unzip", size, NameOf(member), NameOf(archive))
                ? kPlatformCode
                : PLATFORM(BEX_UnzipToBuffer)(size, buffer, member, archive);
+}
+
+uint32_t BEX_Unzip(const char *archive, const char *folder) {
+    uint32_t result = PLATFORM(BEX_Unzip)(archive, folder);
+    return Fails(Call::kOther, "UnzipAll", NameOf(archive)) ? kPlatformCode : result;
+}
+
+BEX_UnzipFile *BEX_UnzipFileOpen(const char *member, const char *archive, uint32_t flags) {
+    return Fails(Call::kOther, "UnzipOpen", member, NameOf(archive), flags)
+               ? nullptr
+               : PLATFORM(BEX_UnzipFileOpen)(member, archive, flags);
+}
+
+uint32_t BEX_UnzipFileRead(BEX_UnzipFile *file, void **buffer, uint32_t *length) {
+    return Fails(Call::kOther, "UnzipRead") ? kPlatformCode : PLATFORM(BEX_UnzipFileRead)(file, buffer, length);
+}
+
+void BEX_UnzipFileClose(BEX_UnzipFile *file) {
+    Fails(Call::kOther, "UnzipClose");
+    PLATFORM(BEX_UnzipFileClose)(file);
+}
+
+uint32_t MEL_SystimeGet(BEX_SysTime *time) {
+    return Fails(Call::kOther, "Systime") ? kPlatformCode : PLATFORM(MEL_SystimeGet)(time);
 }
 
 uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, uint32_t *digestLength,

@@ -16,6 +16,8 @@ namespace interposer {
 /** Kinds of calls that are counted apart. */
 enum class Call {
     kMalloc,
+    kMsgAlloc,
+    kSend,
     kMemCopy,
     kOpen,
     kRead,

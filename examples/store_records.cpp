@@ -1,0 +1,105 @@
+#include "store_records.h"
+
+#include <charconv>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+constexpr uint16_t kTextDataType = 25; /* the platform's id of it */
+
+/** Tells whether a field holds a number; all of the fixed sizes 1, 2 and 4 are. */
+bool IsNumber(const TAV_ExtTlvDataTypeRow &row) {
+    return row.dataType != kTextDataType && (row.length == 1 || row.length == 2 || row.length == 4);
+}
+
+/** Parses a decimal number that fits its type, into bytes in host order. */
+template <typename Number>
+std::vector<uint8_t> ParseBytes(const std::string &text, const char *what) {
+    const uint32_t wide = ParseNumber(text, what);
+    if (wide > std::numeric_limits<Number>::max()) {
+        throw std::invalid_argument(std::string(what) + " " + text + " is too large");
+    }
+    const auto number = static_cast<Number>(wide);
+    std::vector<uint8_t> bytes(sizeof(number));
+    std::memcpy(bytes.data(), &number, sizeof(number));
+    return bytes;
+}
+
+std::string HexText(Bytes value) {
+    std::string text = "0x";
+    for (const uint8_t byte : value) {
+        text += "0123456789abcdef"[byte >> 4];
+        text += "0123456789abcdef"[byte & 15];
+    }
+    return text;
+}
+
+}  // namespace
+
+bool AddField(const Record &record, uint32_t fid, Bytes value) {
+    const auto length = static_cast<uint32_t>(value.size());
+    TAV_ExtCfgRecordAddFieldValue(record.get(), fid, length, value.data());
+    /* Adding tells nothing, so the record is asked. A value that does not fit into the byte is there as well. */
+    uint8_t byte = 0;
+    return TAV_ExtCfgRecordGetFieldValue(record.get(), fid, sizeof(byte), &byte, nullptr) != TAV_ERR_NOT_FOUND;
+}
+
+std::optional<uint32_t> KeyFieldOf(uint32_t cid) {
+    uint32_t fids[TAV_EXT_MAX_KEY_FIDS] = {};
+    if (cid == EXT_TLV_VS || TAV_GetExtClassKeyFid(cid, fids, TAV_EXT_MAX_KEY_FIDS) != 1) {
+        return std::nullopt; /* a VS has a key as well, but is no class */
+    }
+    return fids[0];
+}
+
+uint32_t ParseNumber(const std::string &text, const char *what) {
+    uint32_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc{} || stop != end) {
+        throw std::invalid_argument(std::string(what) + " '" + text + "' is not a number of 32 bits");
+    }
+    return number;
+}
+
+std::vector<uint8_t> ParseValue(uint32_t fid, const std::string &text) {
+    const std::string what = "field " + std::to_string(fid) + ": value";
+    const TAV_ExtTlvDataTypeRow *row = TAV_GetExtTlvDataTable(fid);
+    if (row != nullptr && row->dataType == kTextDataType) {
+        if (text.size() > row->length) {
+            throw std::invalid_argument(what + " has more than " + std::to_string(row->length) + " bytes");
+        }
+        return {text.begin(), text.end()};
+    }
+    if (row == nullptr || !IsNumber(*row)) {
+        throw std::invalid_argument("field " + std::to_string(fid) + " is not one of a number or a text");
+    }
+    switch (row->length) {
+        case 1:
+            return ParseBytes<uint8_t>(text, what.c_str());
+        case 2:
+            return ParseBytes<uint16_t>(text, what.c_str());
+        default:
+            return ParseBytes<uint32_t>(text, what.c_str());
+    }
+}
+
+std::string ValueText(uint32_t fid, Bytes value) {
+    const TAV_ExtTlvDataTypeRow *row = TAV_GetExtTlvDataTable(fid);
+    if (row != nullptr && row->dataType == kTextDataType) {
+        return {value.begin(), value.end()};
+    }
+    if (row == nullptr || !IsNumber(*row) || value.size() != row->length) {
+        return HexText(value);
+    }
+    switch (row->length) {
+        case 1:
+            return std::to_string(value[0]);
+        case 2:
+            return std::to_string(Load<uint16_t>(value.data()));
+        default:
+            return std::to_string(Load<uint32_t>(value.data()));
+    }
+}

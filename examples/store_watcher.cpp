@@ -1,0 +1,327 @@
+/*
+ * A detecting process: it owns a store file, takes edits from its standard input, and tells subscribers (such as
+ * store_subscriber) of the edits that they have asked for.
+ *
+ * usage: store_watcher FILE COMPONENT VS...
+ *
+ * FILE is opened for reading and writing, and created when it is absent. COMPONENT is this process's id on the message
+ * bus. Each VS can have one subscriber, which is whoever serves it as component 180. Commands, one a line:
+ *
+ *     set VS CLASS KEYFID=VALUE FID=VALUE...     adds a record, or changes its fields
+ *     del VS CLASS KEYFID=VALUE                  deletes a record
+ *     quit                                       as the end of the input, SIGINT and SIGTERM do
+ */
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "aru_detect.h"
+#include "bus_process.h"
+#include "change_event.h"
+#include "event_messages.h"
+#include "platform/mel_memory.h"
+#include "store_records.h"
+#include "tav_posix.h"
+
+namespace {
+
+struct UnInitHandle {
+    void operator()(ARU_Detect_Handle *handle) const { ARU_Detect_UnInit(handle); }
+};
+using Detection = std::unique_ptr<ARU_Detect_Handle, UnInitHandle>;
+
+/** Throws std::runtime_error for a result other than 0. */
+void Require(uint32_t result, const char *what) {
+    if (result != 0) {
+        char code[16];
+        std::snprintf(code, sizeof(code), "0x%x", result);
+        throw std::runtime_error(std::string(what) + " failed with " + code);
+    }
+}
+
+/** Adds a VS and the condition types that its subscriber can use. */
+Detection AddVs(Detection detection, uint32_t componentId, uint32_t vsId) {
+    /* The handle is given away: when the call fails, it has been freed. */
+    detection.reset(ARU_Detect_Init(g_pTavCommHandle, componentId, vsId, detection.release(), FillChangePayload, 0));
+    if (!detection) {
+        throw std::bad_alloc();
+    }
+    Require(RegisterChangeConditions(vsId, detection.get()), "registering the condition types");
+    return detection;
+}
+
+/** Prints what a message of the subscriber was for. */
+void PrintMessage(uint32_t vsId, const BusMessage &message, uint32_t result) {
+    const auto header = Load<MessageHeader>(message.Get());
+    std::printf("vs %u: component %u ", vsId, message.Sender());
+    uint32_t key = 0;
+    if (header.operation == kNotification) {
+        std::printf("has taken notification %u\n", header.sequence);
+    } else if (ARU_Detect_MsgGetBookKey(message.Get(), &key) == ARU_DETECT_OK) {
+        std::printf("%s key %u, result %u\n", header.operation == kSubscribe ? "subscribes" : "unsubscribes", key,
+                    result);
+    } else {
+        std::printf("has sent a message without a key, result %u\n", result);
+    }
+}
+
+/**
+ * Hands a message to the VS whose subscriber has sent it. Every other VS ignores it, because a component is the
+ * subscriber of one VS alone.
+ */
+void HandleMessage(ARU_Detect_Handle *handle, const std::vector<uint32_t> &vsIds, const BusMessage &message) {
+    for (const uint32_t vsId : vsIds) {
+        const uint32_t result = ARU_Detect_ProcMsg(vsId, handle, message.Get());
+        if (result != ARU_DETECT_IGNORED) {
+            PrintMessage(vsId, message, result);
+            return;
+        }
+    }
+    std::printf("message of component %u ignored: not from a subscriber, or of an unknown kind\n", message.Sender());
+}
+
+/** Reports a change as an event, and prints what has become of it. */
+void ReportChange(ARU_Detect_Handle *handle, const std::string &command, Change change) {
+    const uint32_t result = ARU_Detect_Filter(change.vsId, handle, reinterpret_cast<uintptr_t>(&change), 0);
+    const char *outcome = "nobody is notified";
+    if (result != ARU_DETECT_OK) {
+        outcome = "the notification could not be sent";
+    } else if (change.isTold) {
+        outcome = "the subscriber is notified";
+    }
+    std::printf("vs %u: %s -> event, conditions matched: %u, %s\n", change.vsId, command.c_str(), change.matches,
+                outcome);
+}
+
+/** Opens the file. A damaged one is refused: opened read-write it would pass for an empty store and be replaced. */
+Store OpenStore(const char *path) {
+    if (access(path, F_OK) == 0 && !Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path, nullptr))) {
+        throw std::runtime_error(std::string(path) + " is there, but is no store that can be read");
+    }
+    Store store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_WRITE, path, nullptr));
+    if (!store) {
+        throw std::runtime_error(std::string(path) + " cannot be opened");
+    }
+    return store;
+}
+
+/** Makes an empty record. */
+Record MakeRecord(uint32_t cid) {
+    Record record(TAV_ExtCfgRecordNodeCreate(cid));
+    if (!record) {
+        throw std::bad_alloc();
+    }
+    return record;
+}
+
+/** An edit, taken from a command. */
+struct Edit {
+    bool isDelete;
+    uint32_t vsId;
+    uint32_t cid;
+    Record record; /* the key field, and of a set the other fields */
+};
+
+/** Adds the field of one FID=VALUE to a record. The library needs each field once. */
+void AddAssignment(const std::string &assignment, std::vector<uint32_t> &fids, const Record &record) {
+    const size_t equals = assignment.find('=');
+    if (equals == std::string::npos) {
+        throw std::invalid_argument("'" + assignment + "' is not FID=VALUE");
+    }
+    const uint32_t fid = ParseNumber(assignment.substr(0, equals), "field");
+    if (std::find(fids.begin(), fids.end(), fid) != fids.end()) {
+        throw std::invalid_argument("field " + std::to_string(fid) + " is given twice");
+    }
+    if (!AddField(record, fid, ParseValue(fid, assignment.substr(equals + 1)))) {
+        throw std::bad_alloc();
+    }
+    fids.push_back(fid);
+}
+
+/** Parses a command other than `quit`. Throws std::invalid_argument. */
+Edit ParseEdit(const std::string &command, const std::vector<uint32_t> &vsIds) {
+    std::istringstream words(command);
+    std::string verb, vs, cls, assignment;
+    words >> verb >> vs >> cls;
+    if ((verb != "set" && verb != "del") || !words) {
+        throw std::invalid_argument(
+            "a command is set VS CLASS KEYFID=VALUE FID=VALUE..., del VS CLASS KEYFID=VALUE, or quit");
+    }
+    Edit edit = {verb == "del", ParseNumber(vs, "VS"), ParseNumber(cls, "class"), nullptr};
+    if (std::find(vsIds.begin(), vsIds.end(), edit.vsId) == vsIds.end()) {
+        throw std::invalid_argument("VS " + vs + " is not watched");
+    }
+    const std::optional<uint32_t> keyFid = KeyFieldOf(edit.cid);
+    if (!keyFid) {
+        throw std::invalid_argument("class " + cls + " is not known");
+    }
+    edit.record = MakeRecord(edit.cid);
+    std::vector<uint32_t> fids;
+    while (words >> assignment) {
+        AddAssignment(assignment, fids, edit.record);
+    }
+    if (fids.empty() || fids.front() != *keyFid || (edit.isDelete && fids.size() > 1)) {
+        throw std::invalid_argument("class " + cls + " is keyed by field " + std::to_string(*keyFid) +
+                                    ": it comes first, and to delete it is all");
+    }
+    return edit;
+}
+
+/** The command line. */
+struct Options {
+    std::string path;
+    uint32_t componentId;
+    std::vector<uint32_t> vsIds;
+};
+
+class Watcher {
+  public:
+    explicit Watcher(const Options &options);
+
+    /** Serves messages and commands until it is told to end. */
+    void Run();
+
+  private:
+    void Set(const std::string &command, Edit edit);
+    void Delete(const std::string &command, const Edit &edit);
+    bool Flush(const std::string &command, uint32_t vsId);
+    void Execute(const std::string &command);
+    bool ReadCommands();
+
+    std::vector<uint32_t> vsIds_;
+    Store store_;
+    BusPort port_;
+    Detection detection_;
+    std::string input_; /* what has been read of the standard input and not been executed yet */
+};
+
+Watcher::Watcher(const Options &options)
+    : vsIds_(options.vsIds), store_(OpenStore(options.path.c_str())), port_(options.componentId) {
+    for (const uint32_t vsId : vsIds_) {
+        detection_ = AddVs(std::move(detection_), options.componentId, vsId);
+    }
+}
+
+/** Brings an edit to the file. Returns false when that holds the same already: nothing has happened then. */
+bool Watcher::Flush(const std::string &command, uint32_t vsId) {
+    const uint32_t result = TAV_ExtCfgFlush(store_.get());
+    if (result == TAV_ERR_UNCHANGED) {
+        std::printf("vs %u: %s -> nothing has changed, no event\n", vsId, command.c_str());
+        return false;
+    }
+    /* A process whose file no longer follows its memory has nothing reliable to tell any more. */
+    Require(result, "writing the file");
+    return true;
+}
+
+void Watcher::Set(const std::string &command, Edit edit) {
+    const TAV_ExtCfgRecordNode *stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());
+    if (stored != nullptr) {
+        Require(TAV_ExtCfgSetRecord(edit.vsId, edit.record.get(), store_.get()), "changing the record");
+        stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get()); /* an edit ends the use of the old */
+    } else {
+        Require(TAV_ExtCfgAddRecord(edit.vsId, edit.record.get(), store_.get()), "adding the record");
+        stored = edit.record.release(); /* the store's from here on */
+    }
+    if (Flush(command, edit.vsId)) {
+        ReportChange(detection_.get(), command, {kSetText, edit.vsId, edit.cid, stored});
+    }
+}
+
+/** The event shows the record as it was, so it is copied before it goes. */
+void Watcher::Delete(const std::string &command, const Edit &edit) {
+    const TAV_ExtCfgRecordNode *stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());
+    if (stored == nullptr) {
+        throw std::invalid_argument("there is no such record");
+    }
+    const Record copy = MakeRecord(edit.cid);
+    Require(TAV_ExtCfgRecordNodeSet(copy.get(), stored), "copying the record");
+    Require(TAV_ExtCfgDelRecord(edit.vsId, edit.record.get(), store_.get()), "deleting the record");
+    if (Flush(command, edit.vsId)) {
+        ReportChange(detection_.get(), command, {kDeletedText, edit.vsId, edit.cid, copy.get()});
+    }
+}
+
+/** Executes one command. A bad one is reported and otherwise ignored. */
+void Watcher::Execute(const std::string &command) {
+    try {
+        Edit edit = ParseEdit(command, vsIds_);
+        if (edit.isDelete) {
+            Delete(command, edit);
+        } else {
+            Set(command, std::move(edit));
+        }
+    } catch (const std::invalid_argument &error) {
+        std::fprintf(stderr, "store_watcher: %s: %s\n", command.c_str(), error.what());
+    }
+}
+
+/** Executes the lines that have come. Returns false at `quit` and at the end of the input. */
+bool Watcher::ReadCommands() {
+    char buffer[4096];
+    const ssize_t size = read(STDIN_FILENO, buffer, sizeof(buffer));
+    if (size < 0) {
+        throw std::system_error(errno, std::generic_category(), "reading commands");
+    }
+    input_.append(buffer, static_cast<size_t>(size));
+    if (size == 0 && !input_.empty()) {
+        input_ += '\n'; /* a last line without an end is a command, too */
+    }
+    for (size_t end; (end = input_.find('\n')) != std::string::npos;) {
+        const std::string command = input_.substr(0, end);
+        input_.erase(0, end + 1);
+        if (command == "quit") {
+            return false;
+        }
+        if (!command.empty()) {
+            Execute(command);
+        }
+    }
+    return size != 0;
+}
+
+void Watcher::Run() {
+    const int stopFd = CatchStopSignals();
+    std::printf("component %u watches %zu VS\n", port_.ComponentId(), vsIds_.size());
+    for (bool goesOn = true; goesOn;) {
+        const std::vector<bool> readable = WaitForInput({stopFd, port_.Fd(), STDIN_FILENO});
+        if (readable[1]) {
+            if (const std::optional<BusMessage> message = port_.Receive()) {
+                HandleMessage(detection_.get(), vsIds_, *message);
+            }
+        }
+        goesOn = !readable[0] && (!readable[2] || ReadCommands());
+    }
+}
+
+Options ParseOptions(const std::vector<std::string> &arguments) {
+    if (arguments.size() < 3) {
+        throw std::invalid_argument("a file, a component and a VS are needed");
+    }
+    Options options = {arguments[0], ParseNumber(arguments[1], "component"), {}};
+    for (size_t i = 2; i < arguments.size(); ++i) {
+        options.vsIds.push_back(ParseNumber(arguments[i], "VS"));
+    }
+    return options;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType); /* once, before the first store */
+    Options options;
+    try {
+        options = ParseOptions({argv + 1, argv + argc});
+    } catch (const std::invalid_argument &error) {
+        std::fprintf(stderr, "store_watcher: %s\nusage: store_watcher FILE COMPONENT VS...\n", error.what());
+        return 2;
+    }
+    return RunAccounted("store_watcher", [&] { Watcher(options).Run(); });
+}
