@@ -68,8 +68,7 @@ void TakeSubscriptions(const List &matched, Satisfied *satisfied) {
     }
 }
 
-/** Tells whether all conditions of a subscription match: every answer but 0 is a match, and no function to ask is, too.
- */
+/** Tells whether all conditions of a subscription match: every answer but 0 is a match, and so is nobody to ask. */
 bool AllMatch(const Instance *instance, const BookInfo &bookInfo, const Event &event) {
     if (IsEmpty(bookInfo.conds)) {
         return false;
@@ -129,7 +128,11 @@ void FillNotification(const Instance *instance, const List &bookInfos, uint32_t 
     head->eventType = {{kEventType, 4}, instance->eventType};
     head->bookKeys = {kBookKey, static_cast<uint16_t>(count * sizeof(uint32_t))};
     auto *key = reinterpret_cast<uint32_t *>(head + 1);
+    const uint32_t *const keysEnd = key + count;
     for (BookInfo &bookInfo : DETECT_ELEMENTS(BookInfo, link, bookInfos)) {
+        if (key == keysEnd) {
+            return;
+        }
         *key++ = bookInfo.key;
     }
 }

@@ -12,20 +12,18 @@ namespace {
 constexpr uint32_t kSubscriberComponent = 180;  // the platform's number of the component that subscribes
 constexpr uint32_t kVrSetting = 5;              // the platform's setting that names the virtual router
 
-/** Gives a handle a list when it has none, making the handle first when there is none. Null when memory is short. */
-Handle *WithList(uintptr_t memModule, Handle *given) {
-    Handle *const handle = given != nullptr ? given : DETECT_NEW(memModule, Handle);
-    if (handle == nullptr || handle->vsList != nullptr) {
-        return handle;
+/** Makes a handle with an empty list; null when memory is short. */
+Handle *NewHandle(uintptr_t memModule) {
+    Handle *const handle = DETECT_NEW(memModule, Handle);
+    if (handle == nullptr) {
+        return nullptr;
     }
     handle->vsList = ARU_Detect_VS_LIST_Alloc(memModule);
-    if (handle->vsList != nullptr) {
-        return handle;
-    }
-    if (given == nullptr) {
+    if (handle->vsList == nullptr) {
         DETECT_GIVE_BACK(handle);
+        return nullptr;
     }
-    return nullptr;
+    return handle;
 }
 
 /** Unlinks and frees a VS node; its instance is left alone. */
@@ -50,8 +48,10 @@ uint32_t detect::FindInstance(uint32_t vsId, const Handle *handle, Instance **in
 
 ARU_Detect_Handle *ARU_Detect_Init(uintptr_t memModule, uint32_t ownId, uint32_t vsId, ARU_Detect_Handle *handle,
                                    ARU_Detect_FillFunc fill, uintptr_t userData) {
-    handle = WithList(memModule, handle);
     if (handle == nullptr) {
+        handle = NewHandle(memModule);
+    }
+    if (handle == nullptr || handle->vsList == nullptr) {
         return nullptr;
     }
     VsNode *const node = ARU_Detect_VS_LIST_NodeAdd(memModule, handle->vsList);

@@ -33,11 +33,11 @@ struct ARU_Detect_Instance {
 struct ARU_Detect_CondType {
     uint32_t typeId;                 // type of the TLVs that become such conditions
     ARU_Detect_List link;            // in the instance
-    ARU_Detect_ParseFunc parse;      // all callbacks may be null
-    ARU_Detect_MatchFunc match;      //
-    ARU_Detect_FreeFunc free;        //
-    ARU_Detect_CompareFunc compare;  //
-    ARU_Detect_NotifyFunc notify;    //
+    ARU_Detect_ParseFunc parse;      // builds the private form of a condition; this and the others may be null
+    ARU_Detect_MatchFunc match;      // tells whether an event satisfies a condition
+    ARU_Detect_FreeFunc free;        // releases a private form
+    ARU_Detect_CompareFunc compare;  // tells whether two conditions are the same
+    ARU_Detect_NotifyFunc notify;    // told the satisfied conditions under the command-line rule
     ARU_Detect_Instance *instance;   // the instance that it is registered with
 };
 

@@ -9,8 +9,7 @@ using namespace detect;
 
 namespace {
 
-/** Finds the value of the first TLV of a type; null when there is none. Whether it lies within the message is not said.
- */
+/** Finds the value of the first TLV of a type, which may reach beyond the message; null when there is none. */
 const uint8_t *FindValue(const void *message, TlvType type) {
     const uint8_t *value = nullptr;
     ForEachTlv(message, [&](const TlvHeader &header, const uint8_t *tlv) {
@@ -103,9 +102,11 @@ bool IsFromSubscriber(uint32_t vsId, Instance *instance, const void *message) {
 
 /** Frees the TLV saved on a subscription, if there is one. */
 void DropSavedTlv(BookInfo *bookInfo) {
-    Unlink(&bookInfo->unparsedLink);
-    DETECT_GIVE_BACK(bookInfo->savedTlv);
-    bookInfo->savedTlv = nullptr;
+    if (bookInfo->savedTlv != nullptr) {
+        Unlink(&bookInfo->unparsedLink);
+        DETECT_GIVE_BACK(bookInfo->savedTlv);
+        bookInfo->savedTlv = nullptr;
+    }
 }
 
 /** Completes an acknowledgement that holds the header of its request. */
@@ -183,7 +184,10 @@ void ARU_Detect_BookTlvSave(ARU_Detect_Instance *instance, ARU_Detect_BookInfo *
     if (copy == nullptr) {
         return;
     }
-    memcpy_s(copy, length, tlv, length);
+    if (memcpy_s(copy, length, tlv, length) != 0) {
+        DETECT_GIVE_BACK(copy);
+        return;
+    }
     DropSavedTlv(bookInfo);
     bookInfo->savedTlv = copy;
     InsertAtTail(&instance->unparsed, &bookInfo->unparsedLink);

@@ -25,10 +25,10 @@
  */
 #define ARU_DETECT_OK          0u /**< done; also when an event satisfies no subscription */
 #define ARU_DETECT_IGNORED     1u /**< a message that is not for this instance; a TLV that is not there */
-#define ARU_DETECT_BAD_ARG     2u /**< a null argument, an empty handle, one of parse and free without the other */
+#define ARU_DETECT_BAD_ARG     2u /**< null or empty argument; parse without free or the reverse; header not copied */
 #define ARU_DETECT_NO_MEMORY   3u /**< an allocation failed; a condition whose parse callback yielded nothing */
 #define ARU_DETECT_SEND_FAILED 4u /**< an acknowledgement or a notification could not be sent */
-#define ARU_DETECT_REFUSED     5u /**< there already, or not there; a required TLV is missing; a copy failed */
+#define ARU_DETECT_REFUSED     5u /**< there already, or not there; a required TLV is missing; condition not copied */
 #define ARU_DETECT_UNKNOWN_VS  6u /**< the handle has no such VS */
 
 /** The event type that selects the command-line rule, under which all conditions of a subscription must match. */
@@ -74,7 +74,7 @@ typedef struct ARU_Detect_Handle {
  * Builds the private form of a condition.
  *
  * @param tlv       the whole condition TLV: type (16 bits), length of the value (16 bits), value; in host byte order,
- *                  at any alignment, the instance's
+ *                  at any alignment, to be read during the call alone
  * @param data      where the private form's address goes; null, which it is before the call, says that the condition
  *                  cannot be parsed now
  * @param length    where its length in bytes goes; 0 before the call
@@ -132,7 +132,7 @@ typedef uint32_t (*ARU_Detect_FillFunc)(void *dest, uint32_t size, uintptr_t arg
  * @param memModule  memory module to which all blocks are accounted
  * @param ownId      component id of the detecting process, the sender of notifications
  * @param vsId       VS id
- * @param handle     a handle of an earlier call with a list of VS nodes; null makes a new one
+ * @param handle     a handle of an earlier call; null makes a new one. An empty one is refused and stays the caller's
  * @param fill       writes the payload of notifications; null for none
  * @param userData   handed to every callback
  * @return the handle, the caller's until ARU_Detect_UnInit; null when memory is short. When the instance alone cannot
@@ -142,8 +142,7 @@ typedef uint32_t (*ARU_Detect_FillFunc)(void *dest, uint32_t size, uintptr_t arg
 TAV_API ARU_Detect_Handle *ARU_Detect_Init(uintptr_t memModule, uint32_t ownId, uint32_t vsId,
                                            ARU_Detect_Handle *handle, ARU_Detect_FillFunc fill, uintptr_t userData);
 
-/** Tears all instances down and frees the handle. A null handle is ignored, and so is one without a list (not freed).
- */
+/** Tears all instances down and frees the handle. Ignored when null; an empty handle is not freed. */
 TAV_API void ARU_Detect_UnInit(ARU_Detect_Handle *handle);
 
 /** Tears the VS's newest instance down and removes the VS; ignored when handle, list or VS are not there. */
@@ -238,8 +237,8 @@ TAV_API void ARU_Detect_VS_LIST_NodeDel(ARU_Detect_List *list, uint32_t vsId);
  * Registers a condition type, which becomes the last of the instance's. There is no way back but the instance's end.
  *
  * @param instance  the instance
- * @param typeId    type id, which is the type of the subscription TLVs that it reads; 2, 17 and 18 are the message's
- * own and would become conditions as well as what they are
+ * @param typeId    type id, which is the type of the TLVs that become its conditions; 2, 17 and 18 are the message's
+ *                  own, and would become conditions besides
  * @param parse     builds the private form of a condition; null: the TLV itself is kept
  * @param match     tells whether an event satisfies a condition; null: never under the ordinary rule, always under the
  *                  command-line rule
@@ -270,7 +269,7 @@ TAV_API void ARU_Detect_UnRegAllCondTypes(ARU_Detect_Instance *instance);
  * @param type         its type
  * @param extraLength  bytes of room behind it, for a copy of the TLV
  * @return the condition, zero-filled but for its type, the caller's until ARU_Detect_FreeCond; null when memory is
- * short
+ *         short
  */
 TAV_API ARU_Detect_Cond *ARU_Detect_NewCond(uintptr_t memModule, ARU_Detect_CondType *type, uint32_t extraLength);
 
@@ -294,7 +293,7 @@ TAV_API void ARU_Detect_DestroyAllConds(ARU_Detect_BookInfo *bookInfo);
 /**
  * Tells whether two conditions are the same: of one type, of one length, and equal.
  *
- * @param condA    a condition with data
+ * @param condA    a condition with type and data
  * @param condB    another one
  * @param compare  decides on their data; null: their bytes do
  * @return 0 when they differ, 1 when they are the same; what `compare` answers when it is asked
@@ -342,7 +341,7 @@ TAV_API void ARU_Detect_BookTlvSave(ARU_Detect_Instance *instance, ARU_Detect_Bo
 
 /**
  * Makes one condition of a TLV and, when that succeeds, drops the TLV saved on the subscription. Ignored when the TLV's
- * type is not registered; a failure is counted and changes nothing else.
+ * type is not registered. A failure leaves subscription and groups as they were.
  */
 TAV_API void ARU_Detect_BookTlvParse(ARU_Detect_Instance *instance, ARU_Detect_BookInfo *bookInfo, const void *tlv);
 
@@ -360,7 +359,8 @@ TAV_API uint32_t ARU_Detect_BookMsgParse(ARU_Detect_Instance *instance, ARU_Dete
                                          const void *message);
 
 /**
- * Subscribes: the conditions of the message replace all that the key had before.
+ * Subscribes: the conditions of the message replace all that the key had before. Only a TLV that is saved for a later
+ * attempt stays, unless another one replaces it.
  *
  * @return ARU_DETECT_OK, whatever becomes of the conditions; ARU_DETECT_NO_MEMORY when a new key cannot be entered
  */
@@ -377,8 +377,8 @@ TAV_API uint32_t ARU_Detect_ProcUnBookMsg(ARU_Detect_Instance *instance, uint32_
  * Handles a message of the subscriber: a subscription, an unsubscription (both are acknowledged), or the
  * acknowledgement of a notification.
  *
- * The declared length of the message and of its TLVs is trusted: whatever hands the message in must have made sure that
- * the bytes behind it, 64 KiB of them, can be read, as the hosted platform's bus does.
+ * The declared length of the message and of its TLVs is trusted. So 64 KiB of zeros must stand behind what has really
+ * come in, as the hosted platform's bus has them.
  *
  * @param vsId      VS id, by which the subscriber is looked up again when the message comes from a new component
  * @param instance  the instance
