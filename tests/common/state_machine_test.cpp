@@ -1,0 +1,54 @@
+/*
+ * The state machine runner: outcomes and repeats as a table, and the ring of steps against a plain list of them.
+ */
+#include <gtest/gtest.h>
+
+#include "bytes.h"
+#include "tav_common.h"
+
+static uint32_t g_clock;  // tells how often it was asked
+extern "C" void MEL_Local_SystimeGet(MEL_Date *date, MEL_DayTime *time) {
+    *date = {2000, 1, 1};
+    *time = {0, 0, 0, 0, ++g_clock};
+}
+
+TEST(StateMachine, OutcomesAndRepeats) {
+    const auto act = [](auto s, auto event, auto arg, auto data) { return uint32_t(s + event + data == 9 ? arg : 7); };
+    const TAV_FSM_Transition table[] = {{0, 1, act, {1, 1}, {0, 2}}, {0, 1, nullptr, {}, {}},
+                                        {1, 1, nullptr, {1, 3}, {}}, {3, 1, nullptr, {2, 4}, {}},
+                                        {2, 1, nullptr, {1, 9}, {}}, {9, 2, nullptr, {0, 5}, {}}};
+    const uint16_t cases[][6] = {{0, 1, 1, 0, 4, 1}, {0, 1, 0, 0, 2, 0}, {0, 1, 2, 0, 2, 0},  {2, 1, 0, 1, 9, 1},
+                                 {9, 1, 0, 1, 9, 8}, {9, 2, 0, 1, 9, 8}, {0, 257, 1, 1, 0, 8}};
+    for (const auto &[state, event, argument, result, last, repeat] : cases) {
+        uint16_t flag = 8;  // stays when there is no step
+        TAV_FSM machine;
+        TAV_FSM_Init(&machine, uint8_t(state), table, 5, 8);  // without the last transition
+        TAV_FSM once = machine;
+        EXPECT_TRUE(TAV_FSM_Run(&machine, event, argument) == result && machine.state == last) << state << event;
+        EXPECT_TRUE(TAV_FSM_Run_Base(&once, event, argument, &flag) == (repeat == 8) && flag == repeat);
+        EXPECT_TRUE(once.ring.next == (repeat == 8 ? 1 : 2) && once.ring.records[1].event == (repeat == 8 ? 0 : event));
+    }
+}
+
+TEST(StateMachine, RingShowsNineRecords) {
+    const auto copy = [](auto from, auto to, auto size) { return size < 20 ? 0u : (memcpy(to, from, 20), 20u); };
+    Random random(1);
+    for (int run = 0; run < 50; ++run) {
+        TAV_FSM machine{};  // a ring of zeros has its last step in state 0, and does not show it
+        std::vector<TAV_FSM_Record> steps(1);
+        for (int step = 0; step < 40; ++step) {
+            const uint16_t state = random() % 2, event = (run + step) % 9 == 0 ? 0xFFFF : random() % 2;
+            step == 0 && event == 0xFFFF ? TAV_FSM_Init(&machine, uint8_t(state), nullptr, 0, 0)
+                                         : TAV_FSM_SaveDiagnoseInfo(&machine.ring, state, event);
+            if (steps.back().state != state || steps.back().event != event) {
+                steps.push_back({state, event, {2000, 1, 1}, {0, 0, 0, 0, g_clock}, 0});
+            }
+            ++steps.back().repeatCount;
+            const size_t first = steps.size() > 10 ? steps.size() - 9 : 1, room = step % 2 * 100 + 100;
+            const size_t length = std::min(20 * (steps.size() - first), room);
+            char text[200];
+            ASSERT_EQ(TAV_FSM_DumpDiagnoseInfo(&machine, copy, text, uint32_t(room)), length);
+            EXPECT_EQ(memcmp(text, steps.data() + first, length), 0) << step;
+        }
+    }
+}
