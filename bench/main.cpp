@@ -18,27 +18,11 @@
 #include "peer_protobuf.h"
 #include "peer_sqlite.h"
 #include "peer_store.h"
+#include "report.h"
 #include "tav_posix.h"
 
 namespace tav::bench {
 namespace {
-
-constexpr int kRepetitions = 15;
-
-/** Runs a function and returns the seconds that it took. */
-template <class Function>
-double Seconds(Function function) {
-    const auto start = std::chrono::steady_clock::now();
-    function();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-/** Adds a measurement; a name is "<data set>/<measure>/<who>". The body sets the time of each iteration. */
-template <class Body>
-void Register(const std::string &name, benchmark::TimeUnit unit, Body body) {
-    auto *added = benchmark::RegisterBenchmark(name.c_str(), body);
-    added->Iterations(1)->Repetitions(kRepetitions)->UseManualTime()->Unit(unit);
-}
 
 /** Measures opening; closing is reported beside it. */
 template <class Opener, class Record>
@@ -97,55 +81,6 @@ void RegisterSet(const std::string &folder) {
     RegisterGet<LmdbGetter<Record>>("lmdb", path, shuffled);
     RegisterFlush<StoreFlusher<Record>>("store", path, shuffled->front());
     RegisterFlush<FloorFlusher<Record>>("reference", path, shuffled->front());
-}
-
-/** Prints median and variation of what has ended, and keeps the times by name. */
-class CollectingReporter : public benchmark::ConsoleReporter {
-  public:
-    CollectingReporter() : ConsoleReporter(OO_None) {}
-
-    void ReportRuns(const std::vector<Run> &runs) override {
-        std::vector<Run> shown;
-        for (const Run &run : runs) {
-            if (run.run_type == Run::RT_Iteration) {
-                Keep(run);
-            } else if (run.aggregate_name == "median" || run.aggregate_name == "cv") {
-                shown.push_back(run);
-            }
-        }
-        ConsoleReporter::ReportRuns(shown);
-    }
-
-    /** The median of a measurement, or 0 when it did not run. */
-    double Median(const std::string &name) {
-        std::vector<double> &times = times_[name];
-        std::sort(times.begin(), times.end());
-        return times.empty() ? 0 : times[times.size() / 2];
-    }
-
-  private:
-    void Keep(const Run &run) {
-        const std::string name = run.run_name.function_name;
-        times_[name].push_back(run.GetAdjustedRealTime());
-        if (const auto close = run.counters.find("close_ms"); close != run.counters.end()) {
-            times_[name + "/close"].push_back(close->second);
-        }
-    }
-
-    std::map<std::string, std::vector<double>> times_;
-};
-
-/** Prints a row of the table; without a target it is for information. A measurement that did not run has no row. */
-void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs, double target) {
-    if (ours == 0 || theirs == 0) {
-        return;
-    }
-    const double ratio = ours / theirs;
-    std::printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
-    if (target > 0) {
-        std::printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
-    }
-    std::printf("\n");
 }
 
 /** A line of the process's status in MB, such as its resident memory or the peak of that. */
@@ -229,11 +164,7 @@ void RunAll(int argc, char **argv) {
         ~Remover() { std::filesystem::remove_all(folder); }
     } remover{folder};
 
-    std::vector<char *> options(argv, argv + argc);
-    options.push_back(const_cast<char *>("--benchmark_enable_random_interleaving=true"));
-    int count = static_cast<int>(options.size());
-    benchmark::Initialize(&count, options.data());
-    Require(!benchmark::ReportUnrecognizedArguments(count, options.data()), "unknown option");
+    ReadOptions(argc, argv);
     RegisterSet<Record13>(folder);
     RegisterSet<Record7>(folder);
     CollectingReporter reporter;

@@ -12,18 +12,11 @@
 #include <unistd.h>
 
 #include <memory>
-#include <stdexcept>
 
 #include "records.h"
+#include "report.h"
 
 namespace tav::bench {
-
-/** Throws unless a step of the benchmark worked. */
-inline void Require(bool worked, const char *what) {
-    if (!worked) {
-        throw std::runtime_error(what);
-    }
-}
 
 /** A whole file in memory. */
 struct Image {

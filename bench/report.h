@@ -1,0 +1,107 @@
+/*
+ * What the benchmarks share: how measurements are registered and timed, and how ratios are printed.
+ *
+ * The repetitions of all measurements of a program are interleaved at random, so that a slow moment of the machine
+ * falls on all alike; ratios are of medians.
+ */
+#ifndef TAV_BENCH_REPORT_H
+#define TAV_BENCH_REPORT_H
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tav::bench {
+
+inline constexpr int kRepetitions = 15;
+
+/** Throws unless a step of the benchmark worked. */
+inline void Require(bool worked, const char *what) {
+    if (!worked) {
+        throw std::runtime_error(what);
+    }
+}
+
+/** Runs a function and returns the seconds that it took. */
+template <class Function>
+double Seconds(Function function) {
+    const auto start = std::chrono::steady_clock::now();
+    function();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/** Adds a measurement; a name is "<data set>/<measure>/<who>". The body sets the time of each iteration. */
+template <class Body>
+benchmark::internal::Benchmark *Register(const std::string &name, benchmark::TimeUnit unit, Body body) {
+    auto *added = benchmark::RegisterBenchmark(name.c_str(), body);
+    return added->Iterations(1)->Repetitions(kRepetitions)->UseManualTime()->Unit(unit);
+}
+
+/** Prints median and variation of what has ended, and keeps the times by name. */
+class CollectingReporter : public benchmark::ConsoleReporter {
+  public:
+    CollectingReporter() : ConsoleReporter(OO_None) {}
+
+    void ReportRuns(const std::vector<Run> &runs) override {
+        std::vector<Run> shown;
+        for (const Run &run : runs) {
+            if (run.run_type == Run::RT_Iteration) {
+                Keep(run);
+            } else if (run.aggregate_name == "median" || run.aggregate_name == "cv") {
+                shown.push_back(run);
+            }
+        }
+        ConsoleReporter::ReportRuns(shown);
+    }
+
+    /** The median of a measurement, or 0 when it did not run. */
+    double Median(const std::string &name) {
+        std::vector<double> &times = times_[name];
+        std::sort(times.begin(), times.end());
+        return times.empty() ? 0 : times[times.size() / 2];
+    }
+
+  private:
+    void Keep(const Run &run) {
+        const std::string name = run.run_name.function_name;
+        times_[name].push_back(run.GetAdjustedRealTime());
+        if (const auto close = run.counters.find("close_ms"); close != run.counters.end()) {
+            times_[name + "/close"].push_back(close->second);
+        }
+    }
+
+    std::map<std::string, std::vector<double>> times_;
+};
+
+/** Prints a row of the table; without a target it is for information. A measurement that did not run has no row. */
+inline void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs,
+                     double target) {
+    if (ours == 0 || theirs == 0) {
+        return;
+    }
+    const double ratio = ours / theirs;
+    std::printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
+    if (target > 0) {
+        std::printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
+    }
+    std::printf("\n");
+}
+
+/** Reads the options of Google Benchmark, and refuses others. */
+inline void ReadOptions(int argc, char **argv) {
+    std::vector<char *> options(argv, argv + argc);
+    options.push_back(const_cast<char *>("--benchmark_enable_random_interleaving=true"));
+    int count = static_cast<int>(options.size());
+    benchmark::Initialize(&count, options.data());
+    Require(!benchmark::ReportUnrecognizedArguments(count, options.data()), "unknown option");
+}
+
+}  // namespace tav::bench
+
+#endif

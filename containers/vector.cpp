@@ -1,0 +1,221 @@
+/*
+ * Vector. Besides the slots it remembers up to where they are full, so that items set one after the other do not look
+ * at all that are there already.
+ */
+#include "tav_vector.h"
+
+#include "platform/bex_string.h"
+#include "platform/mel_memory.h"
+
+struct VEC_Vector {
+    uint32_t active;    /* one past the highest slot in use; slots from here on are empty */
+    uint32_t allocated; /* number of slots, at least 1 */
+    uintptr_t *slots;   /* allocated words; 0 is an empty slot */
+    uint32_t full;      /* no slot below this one is empty; never above active */
+};
+
+namespace {
+
+using Vector = VEC_Vector;
+
+constexpr char kModule[] = "tav_vector";
+
+/** How many slots one block can hold: its size is a 32-bit number. */
+constexpr uint32_t kMaxSlots = UINT32_MAX / sizeof(uintptr_t);
+static_assert(kMaxSlots <= INT32_MAX, "the index of a slot is a result, and results below 0 are failures");
+
+uint32_t BytesOf(uint32_t slotCount) {
+    return slotCount * uint32_t{sizeof(uintptr_t)};
+}
+
+/** Takes a vector whose slots are not filled yet, or null. */
+Vector *Take(uintptr_t module, uint32_t slotCount, const char *source, uint32_t line) {
+    if (slotCount > kMaxSlots) {
+        return nullptr;
+    }
+    auto *vector = static_cast<Vector *>(MEL_Malloc_F(module, g_aucMelMemPt[0], sizeof(Vector), source, line));
+    if (vector == nullptr) {
+        return nullptr;
+    }
+    void *slots = MEL_Malloc_F(module, g_aucMelMemPt[0], BytesOf(slotCount), source, line);
+    if (slots == nullptr) {
+        MEL_Free_F(vector, kModule, __LINE__);
+        return nullptr;
+    }
+    *vector = {.active = 0, .allocated = slotCount, .slots = static_cast<uintptr_t *>(slots), .full = 0};
+    return vector;
+}
+
+/** Doubles a number of slots until it exceeds an index. Returns 0 when no block can hold so many. */
+uint32_t GrownCount(uint32_t slotCount, uint32_t index) {
+    while (slotCount <= index) {
+        if (slotCount > kMaxSlots / 2) {
+            return 0;
+        }
+        slotCount *= 2;
+    }
+    return slotCount;
+}
+
+/** Draws the end of the active slots back to behind the highest item. */
+void Trim(Vector *vector) {
+    while (vector->active > 0 && vector->slots[vector->active - 1] == 0) {
+        --vector->active;
+    }
+}
+
+}  // namespace
+
+int32_t VEC_Bzero(void *block, uint32_t size) {
+    if (block == nullptr) {
+        return -1;
+    }
+    memset_s(block, size, 0, size);
+    return 0;
+}
+
+int32_t VEC_Bcopy(void *dest, uint32_t destSize, const void *src, uint32_t count) {
+    if (dest == nullptr || src == nullptr) {
+        return -1;
+    }
+    return memcpy_s(dest, destSize, src, count) == 0 ? 0 : -1;
+}
+
+VEC_Vector *VEC_VectorInit_F(uintptr_t module, uint32_t size, const char *source, uint32_t line) {
+    Vector *vector = Take(module, size == 0 ? 1 : size, source, line);
+    if (vector != nullptr) {
+        VEC_VectorClearAll(vector);
+    }
+    return vector;
+}
+
+void VEC_VectorFree_F(VEC_Vector *vector) {
+    if (vector == nullptr) {
+        return;
+    }
+    MEL_Free_F(vector->slots, kModule, __LINE__);
+    MEL_Free_F(vector, kModule, __LINE__);
+}
+
+int32_t VEC_VectorCopy_F(uintptr_t module, const VEC_Vector *vector, VEC_Vector **copy, const char *source,
+                         uint32_t line) {
+    if (copy == nullptr) {
+        return -1;
+    }
+    Vector *made = vector != nullptr ? Take(module, vector->allocated, source, line) : nullptr;
+    if (made == nullptr) {
+        *copy = nullptr;
+        return -1;
+    }
+    const uint32_t bytes = BytesOf(vector->allocated);
+    if (VEC_Bcopy(made->slots, bytes, vector->slots, bytes) != 0) {
+        VEC_VectorFree_F(made); /* on purpose the caller's pointer stays as it is here */
+        return -1;
+    }
+    made->active = vector->active;
+    made->full = vector->full;
+    *copy = made;
+    return 0;
+}
+
+int32_t VEC_VectorEnsure(VEC_Vector *vector, uint32_t index) {
+    if (vector == nullptr) {
+        return -1;
+    }
+    const uint32_t present = vector->allocated;
+    if (index < present) {
+        return 0;
+    }
+    const uint32_t wanted = GrownCount(present, index);
+    if (wanted == 0) {
+        return -1;
+    }
+    void *slots = MEL_MemReAlloc(g_uiMelHandleCommon, g_aucMelMemPt[0], vector->slots, BytesOf(wanted));
+    if (slots == nullptr) {
+        return -1;
+    }
+    vector->slots = static_cast<uintptr_t *>(slots);
+    vector->allocated = wanted;
+    return VEC_Bzero(vector->slots + present, BytesOf(wanted - present));
+}
+
+int32_t VEC_VectorEmptySlot(VEC_Vector *vector) {
+    if (vector == nullptr) {
+        return -1;
+    }
+    while (vector->full < vector->active && vector->slots[vector->full] != 0) {
+        ++vector->full;
+    }
+    return static_cast<int32_t>(vector->full);
+}
+
+int32_t VEC_VectorSet(VEC_Vector *vector, uintptr_t item) {
+    return VEC_VectorSetIndex(vector, static_cast<uint32_t>(VEC_VectorEmptySlot(vector)), item);
+}
+
+int32_t VEC_VectorSetNoDel(VEC_Vector *vector, uintptr_t item) {
+    return VEC_VectorSetIndex(vector, vector->active, item);
+}
+
+int32_t VEC_VectorSetIndex(VEC_Vector *vector, uint32_t index, uintptr_t item) {
+    if (VEC_VectorEnsure(vector, index) != 0) {
+        return -1;
+    }
+    vector->slots[index] = item;
+    if (item == 0 && index < vector->full) {
+        vector->full = index;
+    }
+    if (index >= vector->active) {
+        vector->active = index + 1; /* also for the item 0: only emptying a slot draws the end back */
+    }
+    return static_cast<int32_t>(index);
+}
+
+void VEC_VectorUnset(VEC_Vector *vector, uint32_t index) {
+    (void)VEC_VectorGetUnset(vector, index);
+}
+
+uintptr_t VEC_VectorGetUnset(VEC_Vector *vector, uint32_t index) {
+    if (vector == nullptr || index >= vector->allocated) {
+        return 0;
+    }
+    const uintptr_t item = vector->slots[index];
+    vector->slots[index] = 0;
+    if (index < vector->full) {
+        vector->full = index;
+    }
+    if (index + 1 == vector->active) {
+        Trim(vector);
+    }
+    return item;
+}
+
+void VEC_VectorClearAll(VEC_Vector *vector) {
+    VEC_Bzero(vector->slots, BytesOf(vector->allocated));
+    vector->active = 0;
+    vector->full = 0;
+}
+
+int32_t VEC_VectorCount(const VEC_Vector *vector) {
+    if (vector == nullptr) {
+        return -1;
+    }
+    int32_t count = 0;
+    for (uint32_t index = 0; index < vector->active; ++index) {
+        count += vector->slots[index] != 0 ? 1 : 0;
+    }
+    return count;
+}
+
+void VEC_VectorZipEmptySlot(VEC_Vector *vector) {
+    uint32_t count = vector->full;
+    for (uint32_t index = count; index < vector->active; ++index) {
+        const uintptr_t item = vector->slots[index];
+        vector->slots[index] = 0;
+        if (item != 0) {
+            vector->slots[count++] = item;
+        }
+    }
+    vector->active = count;
+    vector->full = count;
+}

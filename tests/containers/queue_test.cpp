@@ -1,0 +1,63 @@
+// The circular queue against std::deque, and what happens when memory is short.
+#include <deque>
+
+#include "interposer.h"
+#include "store.h"
+#include "tav_queue.h"
+
+namespace {
+
+/** What a walk has visited, and at which visit it is to end. */
+struct Visits {
+    size_t last;
+    std::vector<uintptr_t> items;
+
+    static uint32_t Add(uintptr_t item, uintptr_t argument) {
+        auto &[last, items] = *reinterpret_cast<Visits *>(argument);
+        items.push_back(item);
+        return items.size() == last ? 7 : 0;
+    }
+};
+
+TEST(CircularQueue, AgreesWithADeque) {
+    NothingLeaks leaks;
+    Random random(51);
+    for (const uint32_t capacity : {0u, 1u, 2u, 7u, 64u}) {
+        TAV_CIRCLEQ_Queue *queue = TAV_CIRCLEQ_Alloc(g_pTavCommHandle, capacity);
+        std::deque<uintptr_t> model;
+        for (uint32_t step = 0; step < 3000; ++step) {
+            const bool hasItem = !model.empty(), hasRoom = model.size() < capacity;
+            ASSERT_TRUE(TAV_CIRCLEQ_IsEmpty(queue) == !hasItem && TAV_CIRCLEQ_IsFull(queue) == !hasRoom);
+            ASSERT_TRUE(TAV_CIRCLEQ_GetUsedNum(queue) == model.size() && TAV_CIRCLEQ_GetMaxNum(queue) == capacity);
+            ASSERT_EQ(TAV_CIRCLEQ_First(queue), hasItem ? model.front() : 0);
+            std::vector<uintptr_t> items(model.begin(), model.end());
+            for (auto walk : {TAV_CIRCLEQ_Walk, TAV_CIRCLEQ_Walk_Reverse}) {
+                Visits visits{1 + random() % (capacity + 1), {}};
+                const bool ends = visits.last <= items.size();
+                ASSERT_EQ(walk(queue, Visits::Add, reinterpret_cast<uintptr_t>(&visits)), ends ? 7u : 0u);
+                ASSERT_EQ(visits.items.size(), std::min(visits.last, items.size()));
+                ASSERT_TRUE(std::equal(visits.items.begin(), visits.items.end(), items.begin()));
+                std::reverse(items.begin(), items.end());
+            }
+            if (random() % 8 < (step / 200 % 2 == 0 ? 5u : 3u)) {
+                model.insert(model.end(), hasRoom ? 1 : 0, random() % 10 == 0 ? 0 : UINTPTR_MAX - step);
+                ASSERT_EQ(TAV_CIRCLEQ_InsertTail(queue, hasRoom ? model.back() : 1), hasRoom ? 0u : 1u);
+            } else {
+                ASSERT_EQ(TAV_CIRCLEQ_Remove(queue), hasItem ? model.front() : 0);
+                model.erase(model.begin(), model.begin() + (hasItem ? 1 : 0));
+            }
+        }
+        TAV_CIRCLEQ_Free(queue);
+    }
+}
+
+TEST(CircularQueue, IsNotMadeWhenMemoryIsShortOrTheSizeWraps) {
+    NothingLeaks leaks;
+    for (const auto &[capacity, nth] : {std::pair(UINT32_MAX, 0u), {1u << 30, 0u}, {4u, 1u}, {4u, 2u}}) {
+        interposer::FailNth(interposer::Call::kMalloc, nth);
+        EXPECT_EQ(TAV_CIRCLEQ_Alloc(g_pTavCommHandle, capacity), nullptr) << capacity;
+    }
+    TAV_CIRCLEQ_Free(nullptr);
+}
+
+}  // namespace
