@@ -19,8 +19,8 @@ extern "C" {
  * @param data          bytes to digest; may be null when length is 0
  * @param length        number of bytes
  * @param digest        where the digest goes
- * @param digestLength  in and out: receives the digest's length in bytes
- * @param capacity      bytes at `digest`, at least 33
+ * @param digestLength  receives the digest's length in bytes
+ * @param capacity      bytes at `digest`, at least those of the digest
  * @return 0, else a code
  */
 uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, uint32_t *digestLength,
@@ -96,7 +96,8 @@ uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output,
  */
 
 /**
- * Classifies a text as BEX_CRYPT_IsCipher does, but only what decrypts here under the key context.
+ * Classifies a text as BEX_CRYPT_IsCipher does, but only what this platform can decrypt: under the key context, or,
+ * when that is empty, under whatever context the text was made.
  *
  * @param text        the text
  * @param length      its length in bytes

@@ -261,6 +261,10 @@ uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output,
 }
 
 uint32_t SYSDT_IsStringCipher_CRYPT(const char *text, uint32_t length, uint32_t /*mode*/, const char *keyContext) {
+    // Who does not know the context asks for the look: a text of ours decrypts under the context it was made under.
+    if (keyContext == nullptr || keyContext[0] == '\0') {
+        return BEX_CRYPT_IsCipher(text, length) == kReversible.id ? kReversible.id : 0;
+    }
     Plain plain;
     size_t plainSize = 0;
     return Unseal(kReversible, text, length, keyContext, &plain, &plainSize) == 0 ? kReversible.id : 0;

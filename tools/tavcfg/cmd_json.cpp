@@ -5,12 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <system_error>
 
 #include "commands.h"
 #include "errors.h"
@@ -20,28 +17,6 @@
 namespace tavcfg {
 
 namespace {
-
-/** Reads a text file, or standard input for "-". Throws Failure. */
-std::string ReadText(const std::string &name) {
-    struct Close {
-        void operator()(std::FILE *file) const { std::fclose(file); }
-    };
-    const bool isInput = name == "-";
-    const std::unique_ptr<std::FILE, Close> file(isInput ? nullptr : std::fopen(name.c_str(), "rb"));
-    std::FILE *source = isInput ? stdin : file.get();
-    std::string text;
-    if (source != nullptr) {
-        char buffer[1 << 16];
-        while (const size_t count = std::fread(buffer, 1, sizeof(buffer), source)) {
-            text.append(buffer, count);
-        }
-    }
-    if (source == nullptr || std::ferror(source) != 0) {
-        throw Failure(fmt::format("cannot read {}: {}", isInput ? "standard input" : name,
-                                  std::generic_category().message(errno)));
-    }
-    return text;
-}
 
 /** Shows on a terminal how far a long import is. */
 class Progress {

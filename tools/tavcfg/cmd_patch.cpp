@@ -1,10 +1,20 @@
 /*
  * patch: values written in place. The file is searched for the record, but not loaded into a store.
+ *
+ * In place means field by field and the head last: a crash in between leaves a file that does not load. With --safe, a
+ * copy is patched instead, and takes the file's place in one step.
  */
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #include "assignments.h"
 #include "commands.h"
@@ -62,6 +72,67 @@ void RequireFits(const TlvList &stored, const Record &change) {
     }
 }
 
+uint32_t WriteInPlace(const Target &target, uint32_t vsId, const Record &change) {
+    return TAV_ExtCfgSetRecordToFile(vsId, RecordNode(change).Get(), target.file.path.c_str(), target.ReferPath());
+}
+
+/** A new file beside another one, under a name of its own. It goes with this object, unless it has been moved away. */
+class Draft {
+  public:
+    /** Makes an empty file. Throws Failure when its name would be too long, Problem when it cannot be made. */
+    explicit Draft(const std::string &path)
+        : file_(NamedFile(path + ".XXXXXX.dat")), fd_(::mkostemps(file_.path.data(), kSuffixLength, O_CLOEXEC)) {
+        if (fd_ < 0) {
+            throw Problem("no copy can be made beside it: " + std::generic_category().message(errno));
+        }
+        file_.given = file_.path;
+    }
+    ~Draft() {
+        ::close(fd_);
+        ::unlink(file_.path.c_str());
+    }
+    Draft(const Draft &) = delete;
+    Draft &operator=(const Draft &) = delete;
+
+    const File &Get() const { return file_; }
+
+    /** Takes over the owner and mode of another file, and brings all to stable storage. Throws Problem. */
+    void Finish(const std::string &original) const {
+        constexpr mode_t kPermissionBits = 07777;
+        struct stat status = {};
+        if (::stat(original.c_str(), &status) != 0 || ::fchown(fd_, status.st_uid, status.st_gid) != 0 ||
+            ::fchmod(fd_, status.st_mode & kPermissionBits) != 0 || ::fsync(fd_) != 0) {
+            throw Problem("its copy cannot be finished: " + std::generic_category().message(errno));
+        }
+    }
+
+  private:
+    static constexpr int kSuffixLength = 4;  // of the ".dat" that a file to patch must have
+
+    File file_;
+    int fd_;
+};
+
+/**
+ * Writes a change into a copy of a file, and moves the copy over the file once it loads: whatever happens, the old file
+ * or the new one is there. Throws Failure and Problem.
+ */
+void PatchCopy(const Target &target, const Image &image, uint32_t vsId, const Record &change) {
+    const std::string original = std::filesystem::canonical(target.file.path);  // where a link leads
+    const Draft draft(original);
+    const Target copy{draft.Get(), target.refer};
+    uint32_t code = TAV_WriteFileAtOffset(image.data.get(), image.size, copy.file.path.c_str(), 0);
+    if (code == TAV_OK) {
+        code = WriteInPlace(copy, vsId, change);
+    }
+    if (code != TAV_OK) {
+        throw Problem("its copy cannot be written: " + Explain(code));
+    }
+    draft.Finish(original);
+    Store::Parse(copy, ReadImage(copy.file));
+    MoveFile(copy.file, {target.file.given, original, {}});
+}
+
 }  // namespace
 
 int RunPatch(const Options &options) {
@@ -76,9 +147,9 @@ int RunPatch(const Options &options) {
         RequireWritable(target.file);
         const Image image = ReadImage(target.file);
         RequireFits(FindStored(target, image, vsId, change), change);
-        const uint32_t code =
-            TAV_ExtCfgSetRecordToFile(vsId, RecordNode(change).Get(), target.file.path.c_str(), target.ReferPath());
-        if (code != TAV_OK) {
+        if (options.safe) {
+            PatchCopy(target, image, vsId, change);
+        } else if (const uint32_t code = WriteInPlace(target, vsId, change); code != TAV_OK) {
             throw Problem(Explain(code) + "; look at the file with: tavcfg verify " + target.file.given);
         }
     } catch (const Problem &problem) {

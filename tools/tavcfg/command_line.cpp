@@ -21,6 +21,9 @@ const char *const kFooter =
     "  any type   hex: and pairs of hexadecimal digits, in the byte order of the file; values that have no\n"
     "             form of their own, or hold control characters, are also shown that way\n"
     "\n"
+    "Passwords and texts to encrypt or decrypt are one line on standard input, never an argument; a terminal\n"
+    "does not show passwords and texts while they are typed.\n"
+    "\n"
     "A FILE whose name ends in .zip is an archive. Nothing is written while a FILE.bak lies beside FILE: look at\n"
     "it with recover.\n"
     "\n"
@@ -36,6 +39,8 @@ class Commands {
         AddReaders();
         AddEditors();
         AddWholeFile();
+        AddPasswords();
+        AddSecrets();
     }
 
     CLI::App &App() { return app_; }
@@ -84,7 +89,10 @@ class Commands {
         AddOnRecord("add", "add a record; a missing file is made", RunAdd, true);
         AddOnRecord("set", "overwrite values of a record", RunSet, true);
         AddOnRecord("del", "delete a record, found by its key fields", RunDel, false);
-        AddOnRecord("patch", "write values of the same length in place, in a .dat file", RunPatch, true);
+        CLI::App *patch =
+            AddOnRecord("patch", "write values of the same length in place, in a .dat file", RunPatch, true);
+        patch->add_flag("--safe", options_.safe,
+                        "patch a copy, and move it over FILE once it loads: no crash leaves a broken file");
     }
 
     void AddWholeFile() {
@@ -102,7 +110,45 @@ class Commands {
         Add("recover", "after a crash: keep the newest of FILE and FILE.bak that loads", RunRecover);
     }
 
-    CLI::App app_{"Looks into and edits extended configuration files.", "tavcfg"};
+    /** Adds a command that reads a password or a text from standard input. */
+    CLI::App *AddOnInput(CLI::App *parent, const char *name, const char *help, Run run) {
+        CLI::App *command = parent->add_subcommand(name, help);
+        command->callback([this, run] { invocation_.run = run; });
+        return command;
+    }
+
+    CLI::Option *AddContext(CLI::App *command) {
+        return command->add_option("--context", options_.context, "key context, which separates keys")
+            ->option_text("TEXT");
+    }
+
+    void AddPasswords() {
+        CLI::App *passwd = app_.add_subcommand("passwd", "check passwords; make and verify their stored forms");
+        passwd->require_subcommand(1);
+        CLI::App *check = AddOnInput(passwd, "check", "tell whether a new password is acceptable", RunPasswdCheck);
+        check->add_option("--user", options_.user, "user name, which must not be alike")->option_text("NAME");
+        check->add_flag("--strict", options_.strict,
+                        "8 characters or more of all four kinds, and not alike the user name (default)");
+        check->add_flag("--basic", options_.basic, "a digit, an upper-case letter and another character are enough");
+        check->add_option("--history", options_.history, "stored forms of the last passwords, one a line")
+            ->option_text("FILE");
+        CLI::App *hash = AddOnInput(passwd, "hash", "print the stored form of a password", RunPasswdHash);
+        hash->add_flag("--legacy", options_.legacy, "of the older scheme, which costs an attacker less");
+        CLI::App *verify = AddOnInput(passwd, "verify", "compare a password with a stored form", RunPasswdVerify);
+        verify->add_option("FORM", options_.form, "the stored form; in single quotes, for the shell");
+        verify->add_option("--from", options_.formFile, "the file whose only line is the stored form")
+            ->option_text("FILE");
+        AddContext(verify);
+    }
+
+    void AddSecrets() {
+        AddContext(AddOnInput(&app_, "encrypt", "encrypt a text of one line", RunEncrypt))->required();
+        AddContext(AddOnInput(&app_, "decrypt", "decrypt a text", RunDecrypt))->required();
+    }
+
+    CLI::App app_{
+        "Looks into and edits extended configuration files; checks, stores and verifies passwords; keeps secrets.",
+        "tavcfg"};
     Invocation &invocation_;
     Options &options_;
 };

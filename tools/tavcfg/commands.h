@@ -25,11 +25,25 @@ struct Options {
     bool json = false;
     bool merge = false;
     bool rewrite = false;
+    bool safe = false;
     bool log = false;
+
+    // Of the commands on passwords and secrets.
+    std::optional<std::string> user;
+    std::string history;   // a file; empty for none
+    std::string form;      // a stored form; empty when it is read from a file
+    std::string formFile;  // that file
+    std::string context;   // key context
+    bool strict = false;
+    bool basic = false;
+    bool legacy = false;
 };
 
 /** The target that the options name. */
 Target TargetOf(const Options &options);
+
+/** Throws UsageError for a key context that is too long for the platform. */
+void RequireContext(const std::string &context);
 
 int RunInfo(const Options &options);
 int RunVerify(const Options &options);
@@ -44,6 +58,11 @@ int RunExport(const Options &options);
 int RunConvert(const Options &options);
 int RunDiff(const Options &options);
 int RunRecover(const Options &options);
+int RunPasswdCheck(const Options &options);
+int RunPasswdHash(const Options &options);
+int RunPasswdVerify(const Options &options);
+int RunEncrypt(const Options &options);
+int RunDecrypt(const Options &options);
 
 }  // namespace tavcfg
 

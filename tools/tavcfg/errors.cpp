@@ -2,7 +2,13 @@
 
 #include <fmt/format.h>
 
-#include "tav_base.h"
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include "platform/bex_vfs.h"
+#include "tav_crypt.h"
+#include "tav_extcfg.h"
 
 namespace tavcfg {
 
@@ -33,10 +39,42 @@ const char *Words(uint32_t code) {
     }
 }
 
+/** Where the platform looks for the key file. */
+std::string KeyFile() {
+    const char *const setting = ::secure_getenv("TAV_KEY_FILE");
+    if (setting != nullptr && setting[0] != '\0') {
+        return setting;
+    }
+    char workPath[TAV_EXT_PATH_SIZE] = "";
+    MEL_GetSysWorkPath(workPath, sizeof(workPath));
+    return std::string(workPath) + "etc/tav.key";
+}
+
 }  // namespace
 
 std::string Explain(uint32_t code) {
     return fmt::format("{} (code 0x{:x})", Words(code), code);
+}
+
+std::string ExplainCipher(uint32_t code) {
+    switch (code) {
+        case TAV_CRYPT_FAILED:
+            return "there are no random numbers";
+        case EINVAL:
+            return "it is no cipher text that can be decrypted";
+        case ERANGE:
+            return "it is too long for a cipher text";
+        case EBADMSG:
+            return fmt::format("it was changed, or encrypted under another key context or a key file other than {}",
+                               KeyFile());
+        case EIO:
+            return fmt::format("the cryptography fails, or key file {} cannot be read or made", KeyFile());
+        case EACCES:
+            return fmt::format("key file {}: permission denied, or it is no key file that its owner alone may touch",
+                               KeyFile());
+        default:
+            return fmt::format("key file {}: {}", KeyFile(), std::generic_category().message(static_cast<int>(code)));
+    }
 }
 
 }  // namespace tavcfg

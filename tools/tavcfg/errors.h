@@ -28,6 +28,9 @@ class Problem : public std::runtime_error {
 /** Says in words what a result code of the library means, with the code itself behind it. */
 std::string Explain(uint32_t code);
 
+/** Says why a text could not be encrypted or decrypted: what a code of the platform's ciphers means. */
+std::string ExplainCipher(uint32_t code);
+
 }  // namespace tavcfg
 
 #endif

@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <system_error>
 
 #include "errors.h"
 #include "platform/bex_vfs.h"
@@ -67,6 +71,27 @@ void RequireWritable(const File &file) {
         throw Failure(fmt::format("cannot write {}: a backup lies beside it, {}; look at it with: tavcfg recover {}",
                                   file.given, backup.given, file.given));
     }
+}
+
+std::string ReadText(const std::string &name) {
+    struct Close {
+        void operator()(std::FILE *file) const { std::fclose(file); }
+    };
+    const bool isInput = name == "-";
+    const std::unique_ptr<std::FILE, Close> file(isInput ? nullptr : std::fopen(name.c_str(), "rb"));
+    std::FILE *source = isInput ? stdin : file.get();
+    std::string text;
+    if (source != nullptr) {
+        char buffer[1 << 16];
+        while (const size_t count = std::fread(buffer, 1, sizeof(buffer), source)) {
+            text.append(buffer, count);
+        }
+    }
+    if (source == nullptr || std::ferror(source) != 0) {
+        throw Failure(fmt::format("cannot read {}: {}", isInput ? "standard input" : name,
+                                  std::generic_category().message(errno)));
+    }
+    return text;
 }
 
 void MoveFile(const File &from, const File &to) {

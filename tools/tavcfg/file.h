@@ -48,6 +48,9 @@ bool SameFile(const File &a, const File &b);
  */
 void RequireWritable(const File &file);
 
+/** Reads a text file, or standard input for "-". Throws Failure. */
+std::string ReadText(const std::string &name);
+
 /** Moves a file, replacing what has the new name. Throws Failure. */
 void MoveFile(const File &from, const File &to);
 

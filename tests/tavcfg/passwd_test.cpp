@@ -1,0 +1,75 @@
+// passwd, encrypt, decrypt: verdicts, forms, what standard input may hold, and that a terminal shows nothing of it.
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+
+#include "tool.h"
+
+struct PasswdTest : ToolTest {
+    void SetUp() override { ::setenv("TAV_KEY_FILE", Path("tav.key").c_str(), 1); }
+    std::string WithInput(const std::string &input, const std::string &arguments) const {
+        Put("in", input);
+        return arguments + " <in";
+    }
+};
+
+TEST_F(PasswdTest, VerdictsOfThePolicy) {
+    Out(WithInput("Older 12\n", "passwd hash >old"));
+    Out(WithInput("Older 34\n", "encrypt --context ZPT-MOLD-CARDFRAME >>old"));
+    for (const std::string row :
+         {"|--user bob --history old|Secret 1", "|--basic --history old|A1!", "0x16f9|--basic|", "0x16f9||****",
+          "0x824||Secre 1", "0xefd|--strict --basic|SECRET 1", "0xefc|--basic|Secret12", "0xf01|--user bOb|Secret 1BoB",
+          "0xaba0|--user 'a1 TerCes'|Secret 1", "0xefb|--history old|Older 12", "0xefb|--basic --history old|Older 34",
+          "in: line 1: it is no stored form|--history in|Secret 1"}) {
+        const size_t options = row.find('|'), password = row.rfind('|');
+        const std::string check = "passwd check " + row.substr(options + 1, password - options - 1);
+        const Result result = Run(WithInput(row.substr(password + 1) + "\n", check));
+        EXPECT_EQ(result.code == 0, options == 0) << row << result.error;
+        EXPECT_NE(result.error.find(row.substr(0, options)), std::string::npos) << row << result.error;
+    }
+}
+
+TEST_F(PasswdTest, FormsAndCipherTexts) {
+    for (const std::string option : {"", " --legacy"}) {
+        Put("form", Out(WithInput(std::string(432, 'x'), "passwd hash" + option)));
+        EXPECT_EQ(Content("form").size(), option.empty() ? 89u : 87u);
+        Out("passwd verify --from form <in; '" TAVCFG_PROGRAM "' passwd verify \"$(cat form)\" <in");
+        Refused(1, "does not match", "passwd verify --from form <form");
+    }
+    Refused(2, "", "passwd hash Secret1!");
+    Refused(2, "either FORM or --from", "passwd verify");
+    Put("cipher", Out(WithInput(std::string(287, 'x'), "encrypt --context a")));
+    EXPECT_EQ(Out("decrypt --context a <cipher"), std::string(287, 'x') + "\n");
+    Refused(1, "another key context", "decrypt --context b <cipher");
+    std::filesystem::permissions(Path("tav.key"), std::filesystem::perms(0640));
+    Refused(1, "key file " + Path("tav.key") + ": permission denied", "decrypt --context a <cipher");
+    Refused(1, "too long for a cipher", WithInput(std::string(288, 'x'), "encrypt --context a"));
+    Refused(1, "longer than 432 bytes", WithInput(std::string(433, 'x'), "encrypt --context a"));
+    Refused(1, "a zero byte", WithInput(std::string(1, '\0'), "passwd check"));
+    Refused(1, "more than one line", WithInput("a\nb", "passwd hash"));
+    Refused(1, "there is no password", "passwd verify --from form");
+}
+
+TEST_F(PasswdTest, ATerminalShowsNoPassword) {
+    for (const std::string second : {"Secret\n", "Secre\x03"}) {  // typed to the end, and interrupted
+        int terminal = -1, status = 0;
+        if (::forkpty(&terminal, nullptr, nullptr, nullptr) == 0) {
+            ::_exit(::execl(TAVCFG_PROGRAM, "tavcfg", "passwd", "hash", nullptr));
+        }
+        std::string shown;
+        const auto answer = [&](const std::string &prompt, bool hasEcho, const std::string &typed) {
+            for (char c; !shown.ends_with(prompt) && ::read(terminal, &c, 1) == 1;) {
+                shown += c;
+            }
+            termios settings = {};
+            EXPECT_TRUE(::tcgetattr(terminal, &settings) == 0 && (settings.c_lflag & ECHO) / ECHO == hasEcho) << shown;
+            static_cast<void>(!::write(terminal, typed.data(), typed.size()));
+        };
+        answer("password: ", false, "Secret\n");
+        answer("again: ", false, second);
+        answer("the end", true, "");
+        EXPECT_EQ((::wait(&status), status), second.ends_with('\n') ? 0 : SIGINT);
+        EXPECT_EQ(shown.find("$scrypt$") != std::string::npos, status == 0) << shown;
+        EXPECT_EQ(shown.find("Secre"), std::string::npos) << shown;
+    }
+}

@@ -1,0 +1,51 @@
+/*
+ * Passwords and secret texts: where they are kept, and how they are asked for.
+ */
+#ifndef TAVCFG_SECRET_INPUT_H
+#define TAVCFG_SECRET_INPUT_H
+
+#include <cstdint>
+
+#include "tav_crypt.h"
+
+namespace tavcfg {
+
+/** A text that nobody may find in memory later: wiped with its holder. Always terminated. */
+class SecretText {
+  public:
+    /** Bytes that can be stored, terminator included: a longest line with its line feed, and one more. */
+    static constexpr uint32_t kSize = TAV_PWD_BUFFER_SIZE + 1;
+
+    SecretText() = default;
+    ~SecretText();
+    SecretText(const SecretText &) = delete;
+    SecretText &operator=(const SecretText &) = delete;
+
+    char *Data() { return bytes_; }
+    const char *Text() const { return bytes_; }
+    uint32_t Length() const;
+
+  private:
+    char bytes_[kSize] = {};
+};
+
+/** How a text is asked for when standard input is a terminal. */
+enum class Asking { kShown, kHidden, kHiddenTwice };
+
+/**
+ * Reads one line, without its line feed, from standard input. From a terminal that is the next line; anything else must
+ * hold no further one. No buffer but the given one sees the text. Throws Failure, also for a line of
+ * TAV_PWD_BUFFER_SIZE bytes and more and for a zero byte.
+ *
+ * @param what    what is asked for, for prompts and messages: "password"
+ * @param asking  how
+ * @param text    receives the line
+ */
+void ReadLine(const char *what, Asking asking, SecretText *text);
+
+/** Prints a text and a line feed on standard output, past its buffer. Throws Failure. */
+void PrintSecret(const SecretText &text);
+
+}  // namespace tavcfg
+
+#endif
