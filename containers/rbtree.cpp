@@ -1,5 +1,8 @@
 /*
  * Red-black tree wrapper. The descents are here; re-balancing, removal and walking are the platform's.
+ *
+ * In a descent the ways of a step are branches on purpose: the processor goes on with the child that it expects while
+ * the key is still on its way from memory. A choice between two addresses would have to wait.
  */
 #include "containers/rbtree.h"
 
@@ -81,10 +84,13 @@ uint32_t TAV_RBT_AddNode(TAV_RBT_Tree *tree, void *element) {
             return TAV_ERR_NULL; /* a damaged tree */
         }
         const int32_t order = tree->comparer(RbtKey(node), RbtKey(parent));
-        if (order == 0) {
+        if (order < 0) {
+            link = &parent->smaller;
+        } else if (order > 0) {
+            link = &parent->greater;
+        } else {
             return TAV_ERR_INVALID;
         }
-        link = order < 0 ? &parent->smaller : &parent->greater;
     }
     LinkLeaf(tree, parent, link, node);
     return TAV_OK;
@@ -96,14 +102,14 @@ void *TAV_RBT_GetNode(TAV_RBT_Tree *tree, const void *key) {
     }
     TAV_RBT_Node *node = tree->root;
     while (node != &tree->sentinel) {
-        /* In a large tree a step waits for memory: both children are fetched while the keys are compared. */
-        __builtin_prefetch(RbtKey(node->smaller));
-        __builtin_prefetch(RbtKey(node->greater));
         const int32_t order = tree->comparer(key, RbtKey(node));
-        if (order == 0) {
+        if (order < 0) {
+            node = node->smaller;
+        } else if (order > 0) {
+            node = node->greater;
+        } else {
             return node;
         }
-        node = order < 0 ? node->smaller : node->greater;
     }
     return nullptr;
 }

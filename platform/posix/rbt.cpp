@@ -117,18 +117,25 @@ Node *Unlink(Tree *tree, const Node *node) {
     return child;
 }
 
-// Gives `node` the place, the children and the colour of `old`, which has two children (or one, and the sentinel).
-void TakePlace(Tree *tree, Node *node, const Node *old) {
-    // Word by word: an element may keep data in the padding behind the colour.
-    node->parent = old->parent;
-    node->greater = old->greater;
-    node->smaller = old->smaller;
-    node->colour = old->colour;
-    ReplaceChild(tree, old, node);
-    node->smaller->parent = node;
-    if (node->greater != &tree->sentinel) {
-        node->greater->parent = node;
+// Unlinks a node that has two children; its successor takes its place and its colour. Only the successor's greater
+// child (perhaps the sentinel) loses its parent; it gets the one that it then hangs below. Returns that child.
+Node *UnlinkInner(Tree *tree, const Node *node, Node *successor) {
+    Node *const child = successor->greater;
+    if (successor == node->greater) {
+        child->parent = successor;
+    } else {
+        child->parent = successor->parent;
+        successor->parent->smaller = child;
+        successor->greater = node->greater;
+        successor->greater->parent = successor;
     }
+    // Word by word: an element may keep data in the padding behind the colour.
+    successor->smaller = node->smaller;
+    successor->smaller->parent = successor;
+    successor->parent = node->parent;
+    successor->colour = node->colour;
+    ReplaceChild(tree, node, successor);
+    return child;
 }
 
 }  // namespace
@@ -143,17 +150,18 @@ void BEX_RBT_InsertNodeFixup(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
 }
 
 void BEX_RBT_RemoveNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
+    // In a large tree a removal waits for memory: these come while the successor is looked for.
+    __builtin_prefetch(node->parent);
+    __builtin_prefetch(node->smaller);
     Node *const sentinel = &tree->sentinel;
-    const bool twoChildren = node->smaller != sentinel && node->greater != sentinel;
-    // With two children it is the successor that leaves its place, to take the node's.
-    Node *const leaver = twoChildren ? Smallest(tree, node->greater) : node;
-    const uint32_t lostColour = leaver->colour;
-    Node *const child = Unlink(tree, leaver);
-    if (twoChildren) {
-        TakePlace(tree, leaver, node);
-        if (child->parent == node) {
-            child->parent = leaver;  // the successor was the node's own child
-        }
+    uint32_t lostColour = node->colour;
+    Node *child;
+    if (node->smaller != sentinel && node->greater != sentinel) {
+        Node *const successor = Smallest(tree, node->greater);
+        lostColour = successor->colour;
+        child = UnlinkInner(tree, node, successor);
+    } else {
+        child = Unlink(tree, node);
     }
     if (lostColour == BEX_RBT_BLACK) {
         RemoveFixup(tree, child);
