@@ -1,9 +1,10 @@
 #include "store_records.h"
 
-#include <charconv>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+
+#include "numbers.h"
 
 namespace {
 
@@ -52,16 +53,6 @@ std::optional<uint32_t> KeyFieldOf(uint32_t cid) {
         return std::nullopt; /* a VS has a key as well, but is no class */
     }
     return fids[0];
-}
-
-uint32_t ParseNumber(const std::string &text, const char *what) {
-    uint32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc{} || stop != end) {
-        throw std::invalid_argument(std::string(what) + " '" + text + "' is not a number of 32 bits");
-    }
-    return number;
 }
 
 std::vector<uint8_t> ParseValue(uint32_t fid, const std::string &text) {

@@ -31,9 +31,6 @@ bool AddField(const Record &record, uint32_t fid, Bytes value);
 /** Returns the key field of a class; none for a class that is not known, or that has not just one. */
 std::optional<uint32_t> KeyFieldOf(uint32_t cid);
 
-/** Parses a decimal number of 32 bits; `what` names it in the message. Throws std::invalid_argument. */
-uint32_t ParseNumber(const std::string &text, const char *what);
-
 /**
  * Parses a field's value as its type says: decimal numbers, and texts as they are.
  *

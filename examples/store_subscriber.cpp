@@ -21,6 +21,7 @@
 #include "aru_detect.h"
 #include "bus_process.h"
 #include "event_messages.h"
+#include "numbers.h"
 #include "platform/dms_message.h"
 #include "platform/mel_environment.h"
 #include "store_records.h"

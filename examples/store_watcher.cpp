@@ -26,6 +26,7 @@
 #include "bus_process.h"
 #include "change_event.h"
 #include "event_messages.h"
+#include "numbers.h"
 #include "platform/mel_memory.h"
 #include "store_records.h"
 #include "tav_posix.h"

@@ -10,8 +10,8 @@
 #include <string_view>
 
 #include "bus_process.h"
+#include "numbers.h"
 #include "tav_ftpci.h"
-#include "transfer_arguments.h"
 
 namespace {
 
@@ -57,8 +57,8 @@ int main(int argc, char **argv) {
         return 2;
     }
     return RunAccounted("transfer_client", [&] {
-        /* Nothing is bound, for no answer is waited for: the bus takes our word for COMPONENT as long as nobody has
-         * bound it and the service runs under our user. */
-        SendAll({NumberArgument(argv[1], "component"), NumberArgument(argv[2], "component")}, argv[3], argv[4]);
+        /* Nothing is bound, for no answer is waited for: the bus takes our word for COMPONENT as long as no other user
+         * has ever bound it and the service runs under our user. */
+        SendAll({ParseNumber(argv[1], "component"), ParseNumber(argv[2], "component")}, argv[3], argv[4]);
     });
 }

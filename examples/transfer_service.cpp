@@ -4,18 +4,27 @@
  *
  * usage: transfer_service COMPONENT [COUNT]
  *
- * COMPONENT is this process's id on the message bus. It ends after COUNT requests, and by SIGINT or SIGTERM.
+ * COMPONENT is this process's id on the message bus. It ends by SIGINT or SIGTERM, and after COUNT requests when that
+ * is given; messages that are no requests are reported and do not count.
  */
+#include <array>
 #include <cinttypes>
 #include <cstdio>
-#include <limits>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "bus_process.h"
+#include "numbers.h"
+#include "platform/dms_message.h"
 #include "tav_ftpci.h"
-#include "transfer_arguments.h"
 
 namespace {
+
+/* What a request carries in its envelope. */
+constexpr uint8_t kInterface = 1;
+constexpr uint8_t kSubInterface = 3;
+constexpr uint32_t kMessageCode = 0x103;
 
 /* Offsets in the header of a message, in bytes. */
 constexpr size_t kClassAt = 3;
@@ -50,20 +59,45 @@ TlvText TextOf(uint16_t type) {
     return {type, "unknown", Shown::kSize};
 }
 
-/** The name of a request by its class and operation code. */
+struct RequestText {
+    uint8_t requestClass;
+    uint16_t operation;
+    const char *text;
+};
+constexpr RequestText kRequestTexts[] = {
+    {NFTPCI_CLASS_DISK_FILE, NFTPCI_OP_PUT, "put disk file"},
+    {NFTPCI_CLASS_MEM_BUFFER, NFTPCI_OP_PUT, "put memory buffer"},
+    {NFTPCI_CLASS_MEM_BUFFER, NFTPCI_OP_MEM_BLOCK, "memory block"},
+    {NFTPCI_CLASS_QUERY, NFTPCI_OP_PROGRESS, "progress"},
+    {NFTPCI_CLASS_QUERY, NFTPCI_OP_QUERY, "query"},
+};
+
+/** The name of a request; null when there is none of this class and operation code. */
 const char *RequestName(uint8_t requestClass, uint16_t operation) {
-    switch (operation) {
-        case NFTPCI_OP_PUT:
-            return requestClass == NFTPCI_CLASS_DISK_FILE ? "put disk file" : "put memory buffer";
-        case NFTPCI_OP_MEM_BLOCK:
-            return "memory block";
-        case NFTPCI_OP_PROGRESS:
-            return "progress";
-        case NFTPCI_OP_QUERY:
-            return "query";
-        default:
-            return "unknown request";
+    for (const RequestText &each : kRequestTexts) {
+        if (each.requestClass == requestClass && each.operation == operation) {
+            return each.text;
+        }
     }
+    return nullptr;
+}
+
+/** A name up to its terminator, with escapes for what a terminal could take as a command, and for the backslash. */
+std::string NameText(Bytes name) {
+    std::string text;
+    for (const uint8_t byte : name) {
+        if (byte == '\0') {
+            break;
+        }
+        if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
+            text += static_cast<char>(byte);
+        } else {
+            char escape[sizeof "\\xff"];
+            std::snprintf(escape, sizeof(escape), "\\x%02x", byte);
+            text += escape;
+        }
+    }
+    return text;
 }
 
 void PrintTlv(uint16_t type, Bytes value) {
@@ -72,57 +106,69 @@ void PrintTlv(uint16_t type, Bytes value) {
     if (text.shown == Shown::kNumber && value.size() == sizeof(uint32_t)) {
         std::printf("%" PRIu32 "\n", Load<uint32_t>(value.data()));
     } else if (text.shown == Shown::kName) {
-        std::printf("%.*s\n", static_cast<int>(value.size()), reinterpret_cast<const char *>(value.data()));
+        std::printf("%s\n", NameText(value).c_str());
     } else {
         std::printf("%zu bytes\n", value.size());
     }
 }
 
-/** Prints the TLVs of a message, up to one that is cut off by its end. */
+/** Prints the TLVs of a message, up to one that is cut off by its end, be it right behind the length. */
 void PrintTlvs(Bytes tlvs) {
-    while (tlvs.size() >= NFTPCI_TLV_HEADER_SIZE) {
-        const auto type = Load<uint16_t>(tlvs.data());
-        const auto length = Load<uint16_t>(tlvs.data() + sizeof(type));
-        tlvs = tlvs.subspan(NFTPCI_TLV_HEADER_SIZE);
-        if (length > tlvs.size()) {
-            break;
+    while (!tlvs.empty()) {
+        const bool whole = tlvs.size() >= NFTPCI_TLV_HEADER_SIZE;
+        const size_t length = whole ? Load<uint16_t>(tlvs.data() + sizeof(uint16_t)) : 0;
+        if (!whole || length > tlvs.size() - NFTPCI_TLV_HEADER_SIZE) {
+            std::printf("    the last TLV is cut off\n");
+            return;
         }
-        PrintTlv(type, tlvs.first(length));
-        tlvs = tlvs.subspan(length);
-    }
-    if (!tlvs.empty()) {
-        std::printf("    the last TLV is cut off\n");
+        PrintTlv(Load<uint16_t>(tlvs.data()), tlvs.subspan(NFTPCI_TLV_HEADER_SIZE, length));
+        tlvs = tlvs.subspan(NFTPCI_TLV_HEADER_SIZE + length);
     }
 }
 
-/** Prints a message, brought into local order first. Every length in it is checked: anyone may have sent it. */
-void PrintMessage(uint32_t sender, std::vector<uint8_t> message) {
-    if (message.size() < NFTPCI_MSG_HEADER_SIZE || Load<uint16_t>(message.data()) != message.size()) {
-        std::printf("component %" PRIu32 ": a message of %zu bytes whose header is not that of a request\n", sender,
-                    message.size());
-        return;
-    }
-    TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data());
-    const uint8_t *header = message.data();
-    std::printf("component %" PRIu32 ": %s (%" PRIu32 ", %" PRIu32 ", %" PRIu32 ")\n", sender,
-                RequestName(header[kClassAt], Load<uint16_t>(header + kOperationAt)), Load<uint32_t>(header + kIdsAt),
-                Load<uint32_t>(header + kIdsAt + 4), Load<uint32_t>(header + kIdsAt + 8));
-    PrintTlvs(Bytes(message).subspan(NFTPCI_MSG_HEADER_SIZE));
+/** Tells whether the envelope and the stated length of a message are those of a request. */
+bool LooksLikeRequest(const BusMessage &message) {
+    return DMS_MEL_MSG_GET_INTF(message.Get()) == kInterface &&
+           DMS_MEL_MSG_GET_SUB_INTF(message.Get()) == kSubInterface &&
+           DMS_MsgRecvIidGet(message.Get()) == kMessageCode && message.Content().size() >= NFTPCI_MSG_HEADER_SIZE &&
+           Load<uint16_t>(message.Get()) == message.Content().size();
 }
 
-/** Serves a number of requests, or as long as nobody stops it. */
-void Serve(uint32_t componentId, uint32_t count) {
+/**
+ * Prints a request, brought into local order first. Everything in it is checked: anyone may have sent it.
+ *
+ * @return whether it is one
+ */
+bool PrintRequest(const BusMessage &message) {
+    std::printf("component %" PRIu32 ": ", message.Sender());
+    std::vector<uint8_t> request(message.Content().begin(), message.Content().end());
+    const char *name = nullptr;
+    if (LooksLikeRequest(message)) {
+        TAVFTPCI_SwapMsgBodyByteOrder2Loc(request.data());
+        name = RequestName(request[kClassAt], Load<uint16_t>(&request[kOperationAt]));
+    }
+    if (name == nullptr) {
+        std::printf("a message of %zu bytes that is no request\n", request.size());
+        return false;
+    }
+    const auto ids = Load<std::array<uint32_t, 3>>(&request[kIdsAt]);
+    std::printf("%s (%" PRIu32 ", %" PRIu32 ", %" PRIu32 ")\n", name, ids[0], ids[1], ids[2]);
+    PrintTlvs(Bytes(request).subspan(NFTPCI_MSG_HEADER_SIZE));
+    return true;
+}
+
+/** Serves until it is stopped, or until so many requests have come. */
+void Serve(uint32_t componentId, uint64_t count) {
     const int stopSignals = CatchStopSignals();
     BusPort port(componentId);
     std::printf("serving as component %" PRIu32 "\n", componentId);
-    while (count > 0) {
+    uint64_t served = 0;
+    while (served < count) {
         if (WaitForInput({stopSignals, port.Fd()})[0]) {
             return;
         }
-        if (const std::optional<BusMessage> message = port.Receive()) {
-            const Bytes content = message->Content();
-            PrintMessage(message->Sender(), {content.begin(), content.end()});
-            --count;
+        if (const std::optional<BusMessage> message = port.Receive(); message && PrintRequest(*message)) {
+            ++served;
         }
     }
 }
@@ -135,7 +181,7 @@ int main(int argc, char **argv) {
         return 2;
     }
     return RunAccounted("transfer_service", [&] {
-        const uint32_t componentId = NumberArgument(argv[1], "component");
-        Serve(componentId, argc == 3 ? NumberArgument(argv[2], "count") : std::numeric_limits<uint32_t>::max());
+        const uint64_t count = argc == 3 ? ParseNumber(argv[2], "count") : UINT64_MAX;
+        Serve(ParseNumber(argv[1], "component"), count);
     });
 }

@@ -20,8 +20,7 @@ inline constexpr uint32_t kReservedAt = 4;    /* 32 bits: 0 */
 inline constexpr uint32_t kId1At = 8;         /* 32 bits each: the identifiers */
 inline constexpr uint32_t kId2At = 12;
 inline constexpr uint32_t kId3At = 16;
-inline constexpr uint32_t kReserved2At = 20; /* 32 bits: 0 */
-inline constexpr uint32_t kOperationAt = 24; /* 16 bits: operation code; 6 zero bytes follow */
+inline constexpr uint32_t kOperationAt = 24; /* 16 bits: operation code; 4 zero bytes precede it, 6 follow */
 
 /* Flag: identifiers, operation code and TLVs are in the other byte order. */
 inline constexpr uint8_t kOtherOrderFlag = 0x04;

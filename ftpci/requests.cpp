@@ -36,6 +36,11 @@ class Request {
         return strcpy_s(field, sizeof(field), name) == 0 && Add(type, sizeof(field), field);
     }
 
+    /** Appends what both kinds of put begin with. */
+    bool AddPut(uint32_t cfgId, uint32_t transferMode) {
+        return AddNumber(NFTPCI_TLV_CFG_ID, cfgId) && AddNumber(NFTPCI_TLV_TRANSFER_MODE, transferMode & kModeMask);
+    }
+
     /** Sends the request; the result is that of the whole request. */
     uint32_t Send(uint8_t requestClass) { return NFTPCI_ReqMsgSend(&buffer_, requestClass, handle_); }
 
@@ -74,9 +79,7 @@ uint32_t NFTPCI_AsyncPutDiskFile(uint32_t id1, uint32_t id2, uint32_t cfgId, uin
         return NFTPCI_FAILED;
     }
     Request request(id1, id2, 0, NFTPCI_OP_PUT, handle);
-    const bool complete = request.AddNumber(NFTPCI_TLV_CFG_ID, cfgId) &&
-                          request.AddNumber(NFTPCI_TLV_TRANSFER_MODE, transferMode & kModeMask) &&
-                          request.AddName(NFTPCI_TLV_SOURCE_NAME, sourcePath) &&
+    const bool complete = request.AddPut(cfgId, transferMode) && request.AddName(NFTPCI_TLV_SOURCE_NAME, sourcePath) &&
                           request.AddName(NFTPCI_TLV_DEST_NAME, destPath);
     return complete ? request.Send(NFTPCI_CLASS_DISK_FILE) : NFTPCI_FAILED;
 }
@@ -87,9 +90,7 @@ uint32_t NFTPCI_AsyncPutMemBufReq(uint32_t id1, uint32_t id2, uint32_t cfgId, ui
         return NFTPCI_FAILED;
     }
     Request request(id1, id2, 0, NFTPCI_OP_PUT, handle);
-    const bool complete = request.AddNumber(NFTPCI_TLV_CFG_ID, cfgId) &&
-                          request.AddNumber(NFTPCI_TLV_TRANSFER_MODE, transferMode & kModeMask) &&
-                          request.AddName(NFTPCI_TLV_DEST_NAME, destName);
+    const bool complete = request.AddPut(cfgId, transferMode) && request.AddName(NFTPCI_TLV_DEST_NAME, destName);
     return complete ? request.Send(NFTPCI_CLASS_MEM_BUFFER) : NFTPCI_FAILED;
 }
 

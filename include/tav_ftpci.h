@@ -88,13 +88,13 @@ typedef struct NFTPCI_MemBufBlock {
     uint32_t length;    /**< bytes of data, at most NFTPCI_MAX_BLOCK_SIZE */
     uint16_t sessionId; /**< session id that the service gave to the transfer */
     uint8_t attribute;  /**< block attribute */
-    const void *data;   /**< the data, the caller's; null when there is none */
+    const void *data;   /**< the data, the caller's; null for a block without a data TLV */
 } NFTPCI_MemBufBlock;
 
 /*
  * Requests. Each is built, sent and forgotten; everything handed in stays the caller's. They return NFTPCI_OK when the
  * request is sent and NFTPCI_FAILED when it is not: for an argument that is refused as described, when memory is short,
- * and when the bus does not take the message.
+ * when the platform refuses to copy a value, and when the bus does not take the message.
  */
 
 /**
@@ -121,7 +121,8 @@ TAV_API uint32_t NFTPCI_AsyncPutMemBufReq(uint32_t id1, uint32_t id2, uint32_t c
                                           uint32_t transferMode, const char *destName, const NFTPCI_CommHandle *handle);
 
 /**
- * Sends one block of a memory buffer. A block without data, not even null bytes of it, goes without a data TLV.
+ * Sends one block of a memory buffer. A block whose data pointer is null goes without a data TLV; one with a pointer
+ * and length 0 goes with an empty one.
  *
  * @param id1     first identifier
  * @param id2     second identifier
@@ -266,9 +267,10 @@ TAV_API uint32_t TAVFTPCI_SwapByteOrderByTlv(void *tlv, const TAVFTPCI_ByteOrder
 TAV_API int32_t TAVFTPCI_MsgHeaderSwapByteOrder(void *message, uint32_t logValue, uint32_t length);
 
 /**
- * Brings a received message into local order when its flag says that it is not, and clears the flag. A TLV that is too
- * short or of an unknown type is reported and left as it is. The total length that the message states must have been
- * received.
+ * Brings a received message into local order when its flag says that it is not, and clears the flag. Types and lengths
+ * of TLVs are converted in any case, and so are values, with three exceptions: one that is too short or of an unknown
+ * type is reported and left as it is; one of 0 or 1 byte is not looked up, so nothing is reported; and one that the
+ * message's end cuts off is left as it is. The total length that the message states must have been received.
  *
  * @param message  the message
  * @return TAVFTPCI_OK; TAVFTPCI_FAILED when it states less than a header: nothing is changed then

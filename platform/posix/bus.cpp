@@ -1,18 +1,19 @@
 /*
  * The message bus: a datagram socket for every component, in one folder.
  *
- * A datagram is an envelope and a message. What comes in is not trusted: the kernel tells which user has sent it, and
- * who owns the socket of the component that the envelope names as sender tells whether that is true.
+ * A datagram is an envelope and a message. Neither what comes in nor who takes what goes out is trusted: a component
+ * belongs to the user who owns its lock file. As that user the kernel must name the sender of a datagram, and to that
+ * user the socket must belong that one is sent to.
  */
 #include "bus.h"
 
 #include <fcntl.h>
 #include <poll.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <time.h>
 
 #include <atomic>
@@ -30,11 +31,15 @@ constexpr const char *kModule = "tav_posix_bus";  // to which received messages 
 constexpr const char *kDefaultBusPath = "/run/tav/";
 constexpr mode_t kFolderMode = 0750;
 constexpr mode_t kSocketMode = 0660;  // who may write to a socket may send to it
-constexpr mode_t kLockMode = 0600;    // a component stays with the user that has bound it first
+constexpr mode_t kLockMode = 0600;    // who may open a lock file may take the lock
 
 // Zero bytes behind a received message. Readers walk a message by 16-bit lengths and do not compare these with what has
 // come in: from any place in it, the farthest step leads 65535 bytes and a few words on.
 constexpr uint32_t kZeroTail = 0x10000;
+
+// What the kernel shows for every user that has no id in this process's user namespace: /proc/sys/kernel/overflowuid,
+// as systems come.
+constexpr uid_t kOverflowUser = 65534;
 
 // Readers look at the header of a message before anything else, its length included, so less than that is no message.
 constexpr uint32_t kMinMessage = TAV_POSIX_BUS_MIN_MESSAGE;
@@ -52,11 +57,24 @@ void Count(std::atomic<uint32_t> *counter) {
     counter->fetch_add(1, std::memory_order_relaxed);
 }
 
-sockaddr_un AddressOf(const BusFolder &folder, uint32_t componentId) {
+sockaddr_un AddressOf(const char *path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    strcpy_s(address.sun_path, sizeof address.sun_path, SocketPath(folder, componentId).text);
+    strcpy_s(address.sun_path, sizeof address.sun_path, path);
     return address;
+}
+
+// Tells whether a component is a user's: whether he owns its lock file, which stays when the component is unbound.
+// Nobody has bound one without; it is this process's own user's, and root's.
+bool BelongsTo(const BusFolder &folder, uint32_t componentId, uid_t user) {
+    if (!IsSomebody(user)) {
+        return false;
+    }
+    struct stat status = {};
+    if (lstat(SidePath(folder, componentId, "lock").text, &status) == 0) {
+        return S_ISREG(status.st_mode) && status.st_uid == user;
+    }
+    return errno == ENOENT && (user == geteuid() || user == 0);
 }
 
 // A datagram in its pieces, as sendmsg(2) and recvmsg(2) want them. It refers to itself, so it stays where it is.
@@ -89,11 +107,37 @@ void SetCredentials(Datagram *datagram) {
     memcpy(CMSG_DATA(control), &credentials, sizeof credentials);
 }
 
+// Opens the socket of a component as a place to send to, and looks whether it is the component's owner who listens
+// there: while he does not, others can give a socket that name. Returns 0, else an errno code.
+uint32_t OpenReceiver(const BusFolder &folder, uint32_t componentId, Descriptor *receiver) {
+    struct stat status = {};
+    *receiver = OpenItself(SocketPath(folder, componentId), &status);
+    if (!receiver->IsOpen()) {
+        return LastError();
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        return ENOTSOCK;
+    }
+    return BelongsTo(folder, componentId, status.st_uid) ? 0 : EACCES;
+}
+
+// The address of an open socket file, so that a datagram goes to what has been looked at, whatever has its name by now.
+// Threads may have descriptors of their own, hence not /proc/self.
+sockaddr_un AddressOf(const Descriptor &file) {
+    char path[sizeof "/proc/thread-self/fd/-2147483648"];
+    sprintf_s(path, sizeof path, "/proc/thread-self/fd/%d", file.Get());
+    return AddressOf(path);
+}
+
 // Sends a message. Every one goes through a socket of its own: the kernel charges what waits to the socket that sent
 // it, so with a common one a receiver that does not read would soon keep all others from getting anything.
 uint32_t Send(MessageHeader *message, uint32_t length) {
     BusFolder folder;
-    const uint32_t code = FindBusFolder(&folder);
+    Descriptor receiver;
+    uint32_t code = FindBusFolder(&folder);
+    if (code == 0) {
+        code = OpenReceiver(folder, message->envelope.receiver, &receiver);
+    }
     if (code != 0) {
         return code;
     }
@@ -101,12 +145,15 @@ uint32_t Send(MessageHeader *message, uint32_t length) {
     if (!sender.IsOpen()) {
         return LastError();
     }
-    sockaddr_un address = AddressOf(folder, message->envelope.receiver);
+    sockaddr_un address = AddressOf(receiver);
     Datagram datagram(message, length);
     datagram.header.msg_name = &address;
     datagram.header.msg_namelen = sizeof address;
     SetCredentials(&datagram);
-    return sendmsg(sender.Get(), &datagram.header, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 ? 0 : LastError();
+    if (sendmsg(sender.Get(), &datagram.header, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
+        return 0;
+    }
+    return errno == ENOENT ? ENOSYS : LastError();  // the receiver is there, so it is /proc that is missing
 }
 
 // Tells whether a message of this length can be sent and received.
@@ -137,13 +184,24 @@ uint32_t MakeFolder(const BusFolder &folder) {
     return mkdir(folder.path, kFolderMode) == 0 || errno == EEXIST ? 0 : LastError();
 }
 
-// Takes the lock of the port's component. The kernel returns it when the process ends, in whatever way.
-uint32_t LockComponent(TAV_Posix_BusPort *port) {
+// Opens the lock file of the port's component, which this user makes or has made: also root leaves those of others, as
+// the component would not be his.
+uint32_t OpenLock(TAV_Posix_BusPort *port) {
     const BusPath path = SidePath(port->folder, port->componentId, "lock");
     const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     port->lock = Descriptor(RetryInterrupted([&] { return open(path.text, flags, kLockMode); }));
-    if (!port->lock.IsOpen()) {
+    struct stat status = {};
+    if (!port->lock.IsOpen() || fstat(port->lock.Get(), &status) != 0) {
         return LastError();
+    }
+    return S_ISREG(status.st_mode) && status.st_uid == geteuid() ? 0 : EACCES;
+}
+
+// Takes the lock of the port's component. The kernel returns it when the process ends, in whatever way.
+uint32_t LockComponent(TAV_Posix_BusPort *port) {
+    const uint32_t code = OpenLock(port);
+    if (code != 0) {
+        return code;
     }
     if (RetryInterrupted([=] { return flock(port->lock.Get(), LOCK_EX | LOCK_NB); }) == 0) {
         return 0;
@@ -163,7 +221,7 @@ uint32_t MakeSocket(TAV_Posix_BusPort *port) {
 
 // Gives the socket its name, in place of what a process that was killed has left. Called with the component locked.
 uint32_t NameSocket(const TAV_Posix_BusPort *port) {
-    const sockaddr_un address = AddressOf(port->folder, port->componentId);
+    const sockaddr_un address = AddressOf(SocketPath(port->folder, port->componentId).text);
     struct stat status = {};
     if (lstat(address.sun_path, &status) == 0 && S_ISSOCK(status.st_mode)) {
         unlink(address.sun_path);  // when this fails, so does bind
@@ -172,7 +230,7 @@ uint32_t NameSocket(const TAV_Posix_BusPort *port) {
     return bind(port->socket.Get(), anyAddress, sizeof address) == 0 ? 0 : LastError();
 }
 
-// Brings a port to life; the socket's name, which stays behind in the folder, comes last.
+// Brings a port to life, without what a process that was killed has left of it; the socket's name comes last.
 uint32_t OpenPort(TAV_Posix_BusPort *port) {
     uint32_t code = FindBusFolder(&port->folder);
     if (code == 0) {
@@ -182,6 +240,7 @@ uint32_t OpenPort(TAV_Posix_BusPort *port) {
         code = LockComponent(port);
     }
     if (code == 0) {
+        WithdrawAnnouncements(*port);
         code = MakeSocket(port);
     }
     return code == 0 ? NameSocket(port) : code;
@@ -207,11 +266,12 @@ class Deadline {
 
   private:
     static constexpr int64_t kNsPerMs = 1'000'000;
+    static constexpr int64_t kNsPerSecond = 1'000'000'000;
 
     static int64_t Now() {
         timespec now = {};
         clock_gettime(CLOCK_MONOTONIC, &now);
-        return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+        return int64_t{now.tv_sec} * kNsPerSecond + now.tv_nsec;
     }
 
     bool endless_;
@@ -225,16 +285,6 @@ uint32_t WaitForDatagram(int fd, int timeoutMs) {
         return LastError();
     }
     return ready > 0 ? 0 : ETIMEDOUT;
-}
-
-// Tells whether a user may speak for a component: he to whom its socket belongs. While it has none, the receiver's own
-// user and root may.
-bool MaySpeakFor(const BusFolder &folder, uint32_t componentId, uid_t user) {
-    struct stat status = {};
-    if (lstat(SocketPath(folder, componentId).text, &status) == 0) {
-        return status.st_uid == user;
-    }
-    return errno == ENOENT && (user == geteuid() || user == 0);
 }
 
 // Tells whether a datagram has come whole, is a message for the port, and from whom it says.
@@ -251,7 +301,7 @@ bool IsAcceptable(const TAV_Posix_BusPort *port, const MessageHeader *message, c
     }
     ucred credentials = {};
     memcpy(&credentials, CMSG_DATA(control), sizeof credentials);
-    return MaySpeakFor(port->folder, envelope.sender, credentials.uid);
+    return BelongsTo(port->folder, envelope.sender, credentials.uid);
 }
 
 // Takes a message with room for the next datagram, as far as that may be long. Returns 0, else an errno code: EAGAIN
@@ -307,6 +357,9 @@ uint32_t TakeNext(TAV_Posix_BusPort *port, MessageHeader **message) {
 
 uint32_t FindBusFolder(BusFolder *folder) {
     const char *const path = PathSetting("TAV_BUS_PATH", kDefaultBusPath);
+    if (path[0] != '/') {
+        return EINVAL;  // processes with other current folders would be on other buses
+    }
     const bool slashMissing = path[strlen(path) - 1] != '/';
     return sprintf_s(folder->path, sizeof folder->path, "%s%s", path, slashMissing ? "/" : "") >= 0 ? 0 : ENAMETOOLONG;
 }
@@ -333,6 +386,15 @@ BusPath AnnouncementPath(const BusFolder &folder, uint32_t component, uint32_t v
     BusPath path;
     sprintf_s(path.text, sizeof path.text, "%s%u.%u.%u", folder.path, component, vr, vsId);
     return path;
+}
+
+bool IsSomebody(uid_t user) {
+    return user != kOverflowUser || user == geteuid();
+}
+
+Descriptor OpenItself(const BusPath &path, struct stat *status) {
+    Descriptor file(open(path.text, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    return file.IsOpen() && fstat(file.Get(), status) == 0 ? std::move(file) : Descriptor();
 }
 
 uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t /*reserved*/, uint32_t code, void *message, uint32_t length) {
@@ -370,6 +432,7 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port) {
     }
     WithdrawAnnouncements(*port);
     unlink(SocketPath(port->folder, port->componentId).text);
+    flock(port->lock.Get(), LOCK_UN);  // closing alone leaves it with a child that was forked meanwhile
     DestroyPort()(port);
 }
 

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 
+#include <functional>
 #include <thread>
 
 #include "bytes.h"
@@ -12,6 +14,13 @@
 #include "platform/mel_memory.h"
 #include "tav_posix.h"
 #include "tav_posix_bus.h"
+
+// What happens elsewhere between the platform's look at an announcement and its removal.
+static std::function<void()> beforeRename = [] {};
+extern "C" int renameat(int fromFolder, const char *from, int toFolder, const char *to) noexcept {
+    std::exchange(beforeRename, [] {})();
+    return renameat2(fromFolder, from, toFolder, to, 0);
+}
 
 namespace {
 
@@ -39,14 +48,18 @@ int64_t Receive(const Port &port, int32_t timeoutMs = 50) {
     return result;
 }
 
+const sockaddr *AddressOf(uint32_t id) {
+    static sockaddr_un address = {AF_UNIX, {}};
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/%u", getenv("TAV_BUS_PATH"), id);
+    return reinterpret_cast<const sockaddr *>(&address);
+}
+
 // A datagram, byte by byte, to component 7 from component 6.
 void SendRaw(size_t size, uint32_t receiver = 7, uint32_t magic = kMagic, uint16_t version = 1) {
     Bytes data = Join({Host32(magic), Host16(version), Host16(0), Host32(6), Host32(receiver), Host32(0)});
     data.resize(size);
-    sockaddr_un address = {AF_UNIX, {}};
-    snprintf(address.sun_path, sizeof address.sun_path, "%s/7", getenv("TAV_BUS_PATH"));
     const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
-    sendto(sender, data.data(), size, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    sendto(sender, data.data(), size, MSG_DONTWAIT, AddressOf(7), sizeof(sockaddr_un));
     close(sender);
 }
 
@@ -116,8 +129,11 @@ TEST_F(Bus, FailedSendsTellWhyAndStillTakeTheMessage) {
     EXPECT_EQ(Send(7, 7, 65535), EAGAIN);
     EXPECT_TRUE(Send(7, 9, 65535) == 0 && Receive(other) == -7) << "a full receiver is no one else's trouble";
     EXPECT_TRUE(Receive(port) == -7 && Send(7, 7) == 0);
+    EXPECT_TRUE(symlink("7", folder_.Path("bus/10").c_str()) == 0 && Send(7, 10) == ENOTSOCK);
     setenv("TAV_BUS_PATH", ("/" + std::string(97, 'x')).c_str(), 1);
-    EXPECT_TRUE(Send(7, 7) == ENAMETOOLONG && Counts().sendFailures - before_.sendFailures == 7);
+    EXPECT_TRUE(Send(7, 7) == ENAMETOOLONG && Counts().sendFailures - before_.sendFailures == 8);
+    EXPECT_TRUE(setenv("TAV_BUS_PATH", "bus", 1) == 0 && Send(7, 7) == EINVAL && !Bind(8, EINVAL) &&
+                Served(1) == -EINVAL);
 }
 
 TEST_F(Bus, DropsWhatIsNoMessageAndWaitsNoLonger) {
@@ -144,34 +160,45 @@ TEST_F(Bus, AKilledHoldersComponentCanBeBoundAgain) {
     EXPECT_TRUE(Send(8, 7) == ECONNREFUSED && Served(1) == 7);
     Port port = Bind(7);
     EXPECT_IN_CHILD(!Bind(7, EADDRINUSE));
-    EXPECT_TRUE(!Bind(7, EADDRINUSE) && Send(8, 7) == 0 && Receive(port) == -8);
-    port.reset();  // with what the killed one has announced
-    EXPECT_TRUE(Served(1) == -ENOENT && Send(8, 7) == ENOENT && Bind(7));
+    EXPECT_TRUE(!Bind(7, EADDRINUSE) && Send(8, 7) == 0 && Receive(port) == -8 && Served(1) == -ENOENT);
+    const pid_t child = fork();
+    if (child == 0) {
+        pause();  // with the port's descriptors
+    }
+    port.reset();
+    EXPECT_TRUE(Send(8, 7) == ENOENT && Bind(7));
+    EXPECT_TRUE(kill(child, SIGKILL) == 0 && waitpid(child, nullptr, 0) == child);
 }
 
 TEST_F(Bus, TheLastAnnouncementCountsUntilItsPortGoes) {
     Port first = Bind(7), last = Bind(kMax);
     EXPECT_EQ(Serve(first, 1) + Serve(first, 2) + Serve(last, 2) + Serve(last, kMax), 0u);
     EXPECT_IN_CHILD(Served(1) == 7 && Served(2) == kMax && Served(kMax) == kMax);
+    beforeRename = [&] { EXPECT_EQ(Serve(last, 1), 0u); };  // while the one goes, the other takes its place
     first.reset();
-    EXPECT_TRUE(Served(1) == -ENOENT && Served(2) == kMax && Served(2, 181) == -ENOENT);
+    EXPECT_TRUE(Served(1) == kMax && Served(2) == kMax && Served(2, 181) == -ENOENT);
+    std::filesystem::create_hard_link(folder_.Path("bus/180.4294967295.2"), folder_.Path("bus/180.4294967295.3"));
+    EXPECT_TRUE(Served(3) == -EACCES && (last.reset(), Served(1) == -ENOENT));  // its maker has announced another VS
 }
 
 TEST_F(Bus, OtherUsersSpeakForThemselvesAlone) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";
     }
-    const auto leave = [] { return setgroups(0, nullptr) == 0 && setgid(4711) == 0 && setuid(4711) == 0; };
+    const auto leave = [](uid_t user = 4711) { return !setgroups(0, nullptr) && !setgid(user) && !setuid(user); };
     const auto open = [&](const char *name) { return chmod(folder_.Path(name).c_str(), 01777) == 0; };
-    const Port port = Bind(7), second = Bind(8);
+    Port port = Bind(7), second = Bind(8);
     EXPECT_TRUE(open("") && open("bus"));
     EXPECT_IN_CHILD(leave() && Send(5, 7) == EACCES && !Bind(8, EACCES));
     EXPECT_TRUE(open("bus/7") && Send(5, 7) == 0 && Receive(port) == -5);  // 5 is no one's: the same user may use it
-    EXPECT_IN_CHILD(leave() && Send(5, 7) == 0 && Send(8, 7) == 0);
-    EXPECT_EQ(Receive(port), ETIMEDOUT);
+    second.reset();  // so that others can give its name to a socket of theirs
+    EXPECT_IN_CHILD(leave() && bind(socket(AF_UNIX, SOCK_DGRAM, 0), AddressOf(8), sizeof(sockaddr_un)) == 0 &&
+                    Send(8, 7) == 0 && Send(5, 7) == 0);
+    EXPECT_IN_CHILD(leave(65534) && Bind(10) && Send(10, 7) == 0);
+    EXPECT_TRUE(Receive(port) == ETIMEDOUT && Send(7, 8) == EACCES && Bind(8));
     EXPECT_IN_CHILD(leave() && Serve(*new Port(Bind(9)), 1) == 0 && Served(1) == 9 && Send(9, 7) == 0);
-    EXPECT_TRUE(Receive(port) == -9 && Send(9, 7) == 0 && Receive(port) == ETIMEDOUT);  // root is not that user either
-    EXPECT_TRUE(Served(1) == -EACCES && Serve(port, 1) == 0);
+    EXPECT_TRUE(unlink(folder_.Path("bus/9").c_str()) == 0 && Receive(port) == -9 && Served(1) == -EACCES);  // unbound
+    EXPECT_TRUE(Send(9, 7) == 0 && Receive(port) == ETIMEDOUT && !Bind(9, EACCES) && Serve(port, 1) == 0);
     EXPECT_IN_CHILD(leave() && Served(1) == 7 && Serve(port, 1) != 0);
 }
 

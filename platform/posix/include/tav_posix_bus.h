@@ -3,8 +3,9 @@
  * other processes which component serves a virtual system.
  *
  * Messages are taken, read, sent and returned through platform/dms_message.h. Codes are errno values. All functions may
- * be called by several threads at a time, but a port must be at rest when it is unbound. docs/hosted-platform.md tells
- * what is promised, and who may send what.
+ * be called by several threads at a time, but a port must be at rest when it is unbound. A port belongs to one process:
+ * a child that is forked without exec leaves it alone. docs/hosted-platform.md tells what is promised, and who may send
+ * what.
  */
 #ifndef TAV_POSIX_BUS_H
 #define TAV_POSIX_BUS_H
@@ -35,12 +36,14 @@ typedef struct TAV_Posix_BusCounts {
 
 /**
  * Binds a component, so that messages to it are kept until they are received. Makes the folder of the bus when only
- * that is missing.
+ * that is missing, and withdraws what a process that was killed has announced for the component.
  *
  * @param componentId  id of the component
  * @param port         where the port goes, the caller's until TAV_Posix_BusUnbind; left alone on failure
- * @return 0; EADDRINUSE when a live process, this one included, has bound the component; EACCES when another user had
- *         it; ENAMETOOLONG when TAV_BUS_PATH is too long; EINVAL for a null argument; else the system's code
+ * @return 0; EADDRINUSE when a live process, this one included, has bound the component, and when a file that is no
+ *         socket, or not this user's to remove, stands where its socket should; EACCES when another user has had it,
+ *         also for root, and when the folder is closed to this user; ENAMETOOLONG when TAV_BUS_PATH is too long;
+ *         EINVAL for a null argument and when TAV_BUS_PATH is no absolute path; else the system's code
  */
 uint32_t TAV_Posix_BusBind(uint32_t componentId, TAV_Posix_BusPort **port);
 
@@ -64,7 +67,10 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port);
  */
 uint32_t TAV_Posix_BusReceive(TAV_Posix_BusPort *port, int32_t timeoutMs, void **message, uint32_t *length);
 
-/** Returns a descriptor that is readable while datagrams wait, for poll(2) and its like; it belongs to the port. */
+/**
+ * Returns a descriptor that is readable while datagrams wait, for poll(2) and its like. It belongs to the port, which
+ * must not be null.
+ */
 int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
 
 /**
@@ -75,15 +81,15 @@ int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
  * @param component  number of the kind of component; 180 is the subscriber of events
  * @param vr         the virtual router
  * @param vsId       the virtual system
- * @return 0; EPERM or EACCES when another user has announced it and the folder keeps it to him; EINVAL for a null
- *         port; else the system's code
+ * @return 0; EPERM or EACCES when another user has announced it and the folder keeps it to him; EEXIST when a file of
+ *         another user stands at <id>.new in the folder; EINVAL for a null port; else the system's code
  */
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId);
 
 /**
  * Tells what this process has done on the bus. Exact when no other thread uses the bus meanwhile.
  *
- * @param counts  where the counts go
+ * @param counts  where the counts go; not null
  */
 void TAV_Posix_BusAccount(TAV_Posix_BusCounts *counts);
 
