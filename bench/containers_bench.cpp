@@ -564,10 +564,5 @@ void RunAll(int argc, char **argv) {
 }  // namespace tav::bench
 
 int main(int argc, char **argv) {
-    try {
-        tav::bench::RunAll(argc, argv);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "containers_bench: %s\n", error.what());
-        return 1;
-    }
+    return tav::bench::RunGuarded("containers_bench", [=] { tav::bench::RunAll(argc, argv); });
 }

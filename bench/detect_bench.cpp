@@ -263,10 +263,5 @@ void RunAll(int argc, char **argv) {
 }  // namespace tav::bench
 
 int main(int argc, char **argv) {
-    try {
-        tav::bench::RunAll(argc, argv);
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "detect_bench: %s\n", error.what());
-        return 1;
-    }
+    return tav::bench::RunGuarded("detect_bench", [=] { tav::bench::RunAll(argc, argv); });
 }

@@ -178,15 +178,12 @@ void RunAll(int argc, char **argv) {
 int main(int argc, char **argv) {
     using namespace tav::bench;
     TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
-    try {
+    return RunGuarded("store_bench", [=] {
         if (argc == 5 && std::string("--peak") == argv[1]) {
             const auto print = std::string(Record13::kSet) == argv[2] ? PrintPeak<Record13> : PrintPeak<Record7>;
             print(argv[3], argv[4]);
         } else {
             RunAll(argc, argv);
         }
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "store_bench: %s\n", error.what());
-        return 1;
-    }
+    });
 }

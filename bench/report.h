@@ -93,6 +93,18 @@ inline void PrintRow(const std::string &what, const char *unit, double ours, con
     std::printf("\n");
 }
 
+/** Runs a program: an exception ends it with its text. Returns the exit status. */
+template <class Function>
+int RunGuarded(const char *program, Function function) {
+    try {
+        function();
+        return 0;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        return 1;
+    }
+}
+
 /** Reads the options of Google Benchmark, and refuses others. */
 inline void ReadOptions(int argc, char **argv) {
     std::vector<char *> options(argv, argv + argc);

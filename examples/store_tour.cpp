@@ -10,6 +10,7 @@
 #include <string>
 
 #include "machine_data.h"
+#include "store_records.h"
 #include "tav_extcfg.h"
 #include "tav_posix.h"
 
@@ -28,18 +29,6 @@ constexpr uint32_t kEntryAddress = 18;
 constexpr uint32_t kEntryInterface = 19;
 constexpr uint32_t kEntryPrefix = 21;
 constexpr uint32_t kEntryMetric = 24;
-
-/** A record of ours, freed with its holder. One that a store has taken must be released to it first. */
-struct FreeRecord {
-    void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
-};
-using Record = std::unique_ptr<TAV_ExtCfgRecordNode, FreeRecord>;
-
-/** An open store, closed with its holder. What was not flushed is lost then. */
-struct CloseStore {
-    void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
-};
-using Store = std::unique_ptr<CfgLocal, CloseStore>;
 
 void Heading(const char *text) {
     std::printf("\n== %s\n", text);
