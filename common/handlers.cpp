@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kModule[] = "tav_common";
 
-/* Failed assertions are known by these numbers, wherever the platform reports them: they are fixed and no lines here.
+/* Failed assertions are known by these numbers wherever the platform reports them. They are fixed, and no lines here.
  */
 constexpr uint32_t kAssertState = 144; /* a state that is not one of the table's */
 constexpr uint32_t kAssertEvent = 175; /* an event that is not one of the table's */

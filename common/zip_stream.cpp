@@ -218,7 +218,7 @@ int8_t TAV_GetCharFromZip(TAV_ZipCb *block) {
         if (TAV_UnZip(block, &endFlag) != 0 || endFlag != 0) {
             return 0;
         }
-        if (block->used != 0) {
+        if (block->used != 0) { /* a guard for those who read on after a change of TAV_UnZip */
             MEL_Assert(kModule, __LINE__);
         }
     }

@@ -7,13 +7,6 @@
 #include "platform/bex_string.h"
 #include "platform/mel_memory.h"
 
-struct VEC_Vector {
-    uint32_t active;    /* one past the highest slot in use; slots from here on are empty */
-    uint32_t allocated; /* number of slots, at least 1 */
-    uintptr_t *slots;   /* allocated words; 0 is an empty slot */
-    uint32_t full;      /* no slot below this one is empty; never above active */
-};
-
 namespace {
 
 using Vector = VEC_Vector;

@@ -3,7 +3,7 @@
  * streams, and the debug log.
  *
  * Nothing here keeps anything but the debug switch. Tables, machines, control blocks and buffers are the caller's, one
- * thread at a time.
+ * thread at a time. Where null is not mentioned, an argument must be there.
  */
 #ifndef TAV_COMMON_H
 #define TAV_COMMON_H
@@ -200,8 +200,8 @@ typedef struct TAV_FSM {
  * @param record  the record
  * @param buffer  where the text goes
  * @param size    bytes there are for it, possibly none
- * @return bytes written, which count as text and are not to be more than there are; a terminator behind them does not
- *         count
+ * @return bytes written, a terminator behind them not counted. Never more than there are: the length that snprintf
+ *         would have liked to write leads out of the buffer
  */
 typedef uint32_t (*TAV_FSM_Formatter)(const TAV_FSM_Record *record, char *buffer, uint32_t size);
 
@@ -292,7 +292,7 @@ TAV_API uint32_t TAV_GetZipCbSize(void);
  *
  * @param memModule  memory module to which the buffer is accounted
  * @param block      the control block; its content does not matter
- * @param path       path of the archive
+ * @param path       path of the archive, cut to 255 characters; not the one within the block
  * @return 0; TAV_ZIP_FAILED for a null argument or when memory is short
  */
 TAV_API uint32_t TAV_ZipStart(uintptr_t memModule, TAV_ZipCb *block, const char *path);
@@ -323,7 +323,8 @@ TAV_API uint32_t TAV_ZipEnd(TAV_ZipCb *block);
  * Makes a fresh directory below the platform's memory file system, named after the time and the tick counter.
  *
  * @param path  where its path goes; undefined after a failure
- * @param size  bytes there are for the path, 256 for all of it; a longer path is cut
+ * @param size  bytes there are for the path, 256 for all of it. A longer path is cut, and may then be one of a
+ * directory that was there before
  * @return 0; a code of the platform's; TAV_ZIP_FAILED for a null path and when there is no room for any name
  */
 TAV_API uint32_t CMF_GetUnZipTmpDir(char *path, uint32_t size);

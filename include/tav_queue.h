@@ -68,7 +68,7 @@ TAV_API uint32_t TAV_CIRCLEQ_GetMaxNum(const TAV_CIRCLEQ_Queue *queue);
  * Visits the items from the oldest to the newest, until a visitor's result is not 0.
  *
  * @param queue     the queue
- * @param visitor   called once an item; must not be null, but when the queue is empty
+ * @param visitor   called once per item; must not be null, unless the queue is empty
  * @param argument  handed to the visitor
  * @return 0, or the visitor's result that ended the walk
  */

@@ -5,16 +5,24 @@
  * vector is "active" up to one past its highest slot in use. Items are never freed: what they point at stays the
  * caller's. No locks: a vector that is shared between threads needs the caller's.
  *
- * Results are -1 for a failure, else what each call says; an index given is never above INT32_MAX, because the slots of
- * a vector take less than 4 GiB. Where null is not mentioned, the vector must be there.
+ * Results are -1 for a failure, else what each call says; an index returned is never above INT32_MAX, because the slots
+ * of a vector take less than 4 GiB. Where null is not mentioned, the vector must be there.
  */
 #ifndef TAV_VECTOR_H
 #define TAV_VECTOR_H
 
 #include "tav_base.h"
 
-/** A vector; belongs to whoever called VEC_VectorInit_F or VEC_VectorCopy_F. */
-typedef struct VEC_Vector VEC_Vector;
+/**
+ * A vector; belongs to whoever called VEC_VectorInit_F or VEC_VectorCopy_F. Items are read here, and written through
+ * the calls alone, which also keep what the vector remembers.
+ */
+typedef struct VEC_Vector {
+    uint32_t active;    /**< one past the highest slot in use; slots from here on are empty */
+    uint32_t allocated; /**< number of slots, at least 1 */
+    uintptr_t *slots;   /**< the slots, which move when the vector grows; 0 is an empty one */
+    uint32_t full;      /**< no slot below this one is empty, so that setting items one by one need not look at all */
+} VEC_Vector;
 
 /**
  * Fills memory with zero.
@@ -29,7 +37,7 @@ TAV_API int32_t VEC_Bzero(void *block, uint32_t size);
  * Copies between pieces of memory that do not overlap.
  *
  * @param dest      where the bytes go
- * @param destSize  the room there, in bytes; zeroed by the platform when the copy is refused
+ * @param destSize  the room there, in bytes; zeroed when the platform refuses the copy
  * @param src       where they come from
  * @param count     how many
  * @return 0; -1 for a null pointer, overlapping pieces, or too little room
@@ -44,7 +52,7 @@ TAV_API int32_t VEC_Bcopy(void *dest, uint32_t destSize, const void *src, uint32
  * @param source  name of the caller's source module, a string that stays as it is while the process runs
  * @param line    the caller's source line
  * @return the vector, to be freed with VEC_VectorFree_F; null when memory is short or the slots would take 4 GiB or
- * more
+ *         more
  */
 TAV_API VEC_Vector *VEC_VectorInit_F(uintptr_t module, uint32_t size, const char *source, uint32_t line);
 
@@ -57,7 +65,7 @@ TAV_API void VEC_VectorFree_F(VEC_Vector *vector);
  * @param module  memory module handle to account the copy to
  * @param vector  what is copied
  * @param copy    where the copy goes, to be freed with VEC_VectorFree_F. It becomes null when the vector is null or
- * memory is short, but is left alone when the copying of the slots is refused
+ *                memory is short, but is left alone when the copying of the slots is refused
  * @param source  name of the caller's source module, a string that stays as it is while the process runs
  * @param line    the caller's source line
  * @return 0; -1 for a null argument, when memory is short, or when copying was refused
@@ -66,8 +74,8 @@ TAV_API int32_t VEC_VectorCopy_F(uintptr_t module, const VEC_Vector *vector, VEC
                                  uint32_t line);
 
 /**
- * Makes sure that there is a slot with an index, by doubling the number of slots until there is. What is added belongs
- * to the process's common memory handle, not to the one that the vector was made with.
+ * Makes sure that there is a slot with an index, by doubling the number of slots until there is. The platform is asked
+ * under the process's common memory handle, not the one that the vector was made with; it decides what that means.
  *
  * @param vector  the vector
  * @param index   the index wanted

@@ -9,7 +9,7 @@ namespace {
 
 using Slots = std::vector<uintptr_t>;
 
-/** The slots of a vector, found by taking a copy of it apart. It must have just so many. */
+/** The slots of a vector, as it shows them and as taking a copy of it apart shows them. It must have just so many. */
 Slots SlotsOf(const VEC_Vector *vector, uint32_t count) {
     VEC_Vector *copy = nullptr;
     EXPECT_EQ(VEC_VectorCopy_F(1, vector, &copy, "tests", __LINE__), 0);
@@ -21,6 +21,7 @@ Slots SlotsOf(const VEC_Vector *vector, uint32_t count) {
         slots.push_back(VEC_VectorGetUnset(copy, index));
     }
     VEC_VectorFree_F(copy);
+    EXPECT_EQ(slots, Slots(vector->slots, vector->slots + vector->allocated));
     return slots;
 }
 
