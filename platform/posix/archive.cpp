@@ -31,6 +31,12 @@ struct Discard {
 };
 using Archive = std::unique_ptr<zip_t, Discard>;
 
+// The bytes of an archive in memory.
+struct FreeSource {
+    void operator()(zip_source_t *source) const { zip_source_free(source); }
+};
+using Source = std::unique_ptr<zip_source_t, FreeSource>;
+
 struct CloseMember {
     void operator()(zip_file_t *member) const { zip_fclose(member); }
 };
@@ -43,6 +49,10 @@ uint32_t CodeOf(int zipError) {
 
 uint32_t LastCode(zip_t *zip) {
     return CodeOf(zip_error_code_zip(zip_get_error(zip)));
+}
+
+uint32_t LastCode(zip_source_t *source) {
+    return CodeOf(zip_error_code_zip(zip_source_error(source)));
 }
 
 const char *LastComponent(const char *name) {
@@ -145,6 +155,12 @@ uint32_t ReadWhole(Stream *stream, void *buffer) {
     return code;
 }
 
+// Writes a piece of a file, all of it or it is an error.
+uint32_t WriteChunk(int fd, const char *chunk, uint32_t length) {
+    const auto put = [=](uint32_t offset, uint32_t size) { return write(fd, chunk + offset, size); };
+    return TransferAll(length, put) == length ? 0 : ZIP_ER_WRITE;
+}
+
 // Reads a whole member into a file.
 uint32_t ReadIntoFile(Stream *stream, int fd) {
     char chunk[kChunkSize];
@@ -152,9 +168,8 @@ uint32_t ReadIntoFile(Stream *stream, int fd) {
     uint32_t length = 0;
     do {
         code = ReadNext(stream, chunk, sizeof chunk, &length);
-        const auto put = [&](uint32_t offset, uint32_t size) { return write(fd, chunk + offset, size); };
-        if (code == 0 && TransferAll(length, put) < length) {
-            code = ZIP_ER_WRITE;
+        if (code == 0) {
+            code = WriteChunk(fd, chunk, length);
         }
     } while (code == 0 && length != 0);
     return code;
@@ -205,14 +220,19 @@ uint32_t AddMember(zip_t *zip, const char *name, const void *data, uint32_t leng
     return set ? 0 : LastCode(zip);
 }
 
-// Writes an archive with one member over the file at `path`.
-uint32_t WriteArchive(const char *path, const char *name, const void *data, uint32_t length, uint32_t level) {
-    int error = ZIP_ER_OK;
-    Archive archive(zip_open(path, ZIP_CREATE | ZIP_TRUNCATE, &error));
-    if (!archive) {
-        return CodeOf(error);
+// Builds an archive with one member in memory.
+uint32_t BuildArchive(const char *name, const void *data, uint32_t length, uint32_t level, Source *image) {
+    zip_error_t error;
+    zip_error_init(&error);
+    image->reset(zip_source_buffer_create(nullptr, 0, 0, &error));
+    Archive archive(*image ? zip_open_from_source(image->get(), ZIP_TRUNCATE, &error) : nullptr);
+    uint32_t code = archive ? 0 : CodeOf(zip_error_code_zip(&error));
+    zip_error_fini(&error);
+    if (code != 0) {
+        return code;
     }
-    const uint32_t code = AddMember(archive.get(), name, data, length, level);
+    zip_source_keep(image->get());  // the archive lets go of its own hold
+    code = AddMember(archive.get(), name, data, length, level);
     if (code != 0) {
         return code;
     }
@@ -223,15 +243,23 @@ uint32_t WriteArchive(const char *path, const char *name, const void *data, uint
     return 0;
 }
 
-// Brings a finished archive to stable storage, with the permission bits of a configuration file.
-uint32_t FinishArchive(const char *path) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return ZIP_ER_OPEN;
+// Writes an archive into a new file and brings it to stable storage, with the permission bits of a configuration file.
+uint32_t WriteArchive(zip_source_t *image, int fd) {
+    if (zip_source_open(image) != 0) {
+        return LastCode(image);
     }
-    const bool finished = fchmod(fd, kFileMode) == 0 && SyncData(fd) == 0;
-    close(fd);
-    return finished ? 0 : ZIP_ER_WRITE;
+    char chunk[kChunkSize];
+    uint32_t code = 0;
+    zip_int64_t length = 0;
+    do {
+        length = zip_source_read(image, chunk, sizeof chunk);
+        code = length >= 0 ? WriteChunk(fd, chunk, static_cast<uint32_t>(length)) : LastCode(image);
+    } while (code == 0 && length != 0);
+    zip_source_close(image);
+    if (code != 0) {
+        return code;
+    }
+    return fchmod(fd, kFileMode) == 0 && SyncData(fd) == 0 ? 0 : ZIP_ER_WRITE;
 }
 
 }  // namespace
@@ -249,7 +277,13 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
     if (data == nullptr || *name == '\0' || host.Get() == nullptr || level < 1 || level > 9) {
         return ZIP_ER_INVAL;
     }
-    // The archive grows under another name and takes its own only when it is complete and on stable storage.
+    Source image;
+    uint32_t code = BuildArchive(name, data, length, static_cast<uint32_t>(level), &image);
+    if (code != 0) {
+        return code;
+    }
+    // The archive is written under another name and takes its own only when it is complete and on stable storage.
+    // Left to itself, libzip would write to a name of its own and not sync it.
     char draft[PATH_MAX];
     if (sprintf_s(draft, sizeof draft, "%s.XXXXXX", host.Get()) < 0) {
         return ZIP_ER_INVAL;
@@ -258,11 +292,8 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
     if (fd < 0) {
         return ZIP_ER_TMPOPEN;
     }
+    code = WriteArchive(image.get(), fd);
     close(fd);
-    uint32_t code = WriteArchive(draft, name, data, length, static_cast<uint32_t>(level));
-    if (code == 0) {
-        code = FinishArchive(draft);
-    }
     if (code == 0 && RenameDurably(draft, host.Get()) != 0) {
         code = ZIP_ER_RENAME;
     }
