@@ -2,6 +2,9 @@
 
 #include <dlfcn.h>
 
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -13,6 +16,7 @@
 #include "platform/bex_zip.h"
 #include "platform/dms_message.h"
 #include "platform/mel_clock.h"
+#include "platform/mel_environment.h"
 #include "platform/mel_memory.h"
 
 namespace interposer {
@@ -25,19 +29,32 @@ struct State {
     std::set<size_t> failPlaces;
     std::optional<uint32_t> missingBytes;
     std::vector<std::string> listed;
+    std::string failed;
+    std::function<void(const uint8_t *block, uint32_t size)> freeWatcher;
+    std::map<void *, uint32_t> watched;  // blocks to show, and their sizes
 };
 
 State g_state;
 std::set<BEX_VFS_File *> g_logFiles;  // open files of the debug log, which are no part of what is examined
 unsigned g_depth = 0;  // above 0 inside a platform call: what the platform calls itself is its own affair
 
+/** A call: its kind, and the function that names the kind. */
+struct Here {
+    Here(Call itsKind, const char *name = __builtin_FUNCTION()) : kind(itsKind), function(name) {}
+    Call kind;
+    const char *function;
+};
+
 /** Counts one call from the library, and lists it when it has words for the list; tells whether it is to fail. */
 template <class... Words>
-bool Fails(Call kind, const Words &...words) {
+bool Fails(Here call, const Words &...words) {
     if (g_depth > 0) {
         return false;
     }
-    bool fails = ++g_state.counts[kind] == g_state.failNth && kind == g_state.failKind;
+    ++g_state.counts[call.kind];
+    ++g_state.counts[Call::kAny];
+    bool fails = (g_state.failKind == call.kind || g_state.failKind == Call::kAny) &&
+                 g_state.counts[g_state.failKind] == g_state.failNth;
     if constexpr (sizeof...(words) > 0) {
         std::ostringstream text;
         const char *blank = "";
@@ -45,7 +62,21 @@ bool Fails(Call kind, const Words &...words) {
         fails |= g_state.failPlaces.contains(g_state.listed.size());
         g_state.listed.push_back(text.str());
     }
+    if (fails && g_state.failed.empty()) {
+        g_state.failed = call.function;
+    }
     return fails;
+}
+
+/** Counts a call that answers 0 or a code, and makes it unless it is to fail; it writes nothing then. */
+template <class Function, class... Arguments>
+uint32_t CodeOf(Here call, Function next, Arguments... arguments) {
+    return Fails(call) ? kPlatformCode : next(arguments...);
+}
+
+std::string Formatted(const char *format, va_list arguments) {
+    char text[8192];
+    return std::string(text, static_cast<size_t>(std::vsnprintf(text, sizeof text, format, arguments)));
 }
 
 uint32_t CutLength(uint32_t length) {
@@ -73,6 +104,11 @@ auto Uncounted(Function *function) {
 
 }  // namespace
 
+uint32_t FakeCiphers::Decrypt(uint32_t number, const char *context, bool isGood) {
+    calls += std::to_string(number) + context + ".";
+    return isGood && context == goodContext ? 0 : kPlatformCode;
+}
+
 void Reset() {
     g_state = State{};
 }
@@ -89,6 +125,14 @@ void FailListed(std::set<size_t> places) {
 
 void SetMissingBytes(uint32_t count) {
     g_state.missingBytes = count;
+}
+
+void WatchFreed(std::function<void(const uint8_t *block, uint32_t size)> watcher) {
+    g_state.freeWatcher = std::move(watcher);
+}
+
+const std::string &Failed() {
+    return g_state.failed;
 }
 
 uint32_t Count(Call kind) {
@@ -113,7 +157,18 @@ using namespace interposer;
 extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
-    return Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
+    void *block = Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
+    if (g_state.freeWatcher && block != nullptr) {
+        g_state.watched[block] = size;
+    }
+    return block;
+}
+
+void MEL_Free_F(void *block, const char *source, uint32_t line) {
+    if (auto known = g_state.watched.extract(block)) {
+        g_state.freeWatcher(static_cast<const uint8_t *>(block), known.mapped());
+    }
+    PLATFORM(MEL_Free_F)(block, source, line);
 }
 
 void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
@@ -133,9 +188,13 @@ int memcpy_s(void *dest, size_t destMax, const void *src, size_t count) {
     return Fails(Call::kMemCopy) ? -1 : PLATFORM(memcpy_s)(dest, destMax, src, count);
 }
 
+int strncpy_s(char *dest, size_t destMax, const char *src, size_t count) {
+    return Fails(Call::kStrNCopy) ? -1 : PLATFORM(strncpy_s)(dest, destMax, src, count);
+}
+
 BEX_VFS_File *BEX_VFS_FOpen(const char *path, const char *mode) {
     if (*mode == 'a') {
-        return *g_logFiles.insert(PLATFORM(BEX_VFS_FOpen)(path, mode)).first;
+        return Fails(Call::kUnlisted) ? nullptr : *g_logFiles.insert(PLATFORM(BEX_VFS_FOpen)(path, mode)).first;
     }
     return Fails(Call::kOpen, "FOpen", NameOf(path), mode) ? nullptr : PLATFORM(BEX_VFS_FOpen)(path, mode);
 }
@@ -272,6 +331,99 @@ uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, ui
     return Fails(Call::kDigest, "Digest", length)
                ? kPlatformCode
                : PLATFORM(BEX_Crypt_Digest)(data, length, digest, digestLength, capacity);
+}
+
+int strcpy_s(char *dest, size_t destMax, const char *src) {
+    return Fails(Call::kUnlisted) ? -1 : PLATFORM(strcpy_s)(dest, destMax, src);
+}
+
+int sprintf_s(char *dest, size_t destMax, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = Formatted(format, arguments);
+    va_end(arguments);
+    return Fails(Call::kUnlisted) ? -1 : PLATFORM(sprintf_s)(dest, destMax, "%s", text.c_str());
+}
+
+int32_t BEX_VFS_FPrintf(BEX_VFS_File *file, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = Formatted(format, arguments);
+    va_end(arguments);
+    return Fails(Call::kUnlisted) ? -1 : PLATFORM(BEX_VFS_FPrintf)(file, "%s", text.c_str());
+}
+
+int32_t BEX_VFS_FTell(BEX_VFS_File *file) {
+    return Fails(Call::kUnlisted) ? -1 : PLATFORM(BEX_VFS_FTell)(file);
+}
+
+uint32_t MEL_GetProcessCurrentPath(char *buffer, uint32_t size) {
+    return CodeOf(Call::kUnlisted, PLATFORM(MEL_GetProcessCurrentPath), buffer, size);
+}
+
+uint32_t MEL_GetEnvValue(uint32_t number, uint32_t *value) {
+    return CodeOf(Call::kUnlisted, PLATFORM(MEL_GetEnvValue), number, value);
+}
+
+uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t reserved, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
+    return CodeOf(Call::kUnlisted, PLATFORM(CMF_GetPIDByVR), component, reserved, vr, vsId, componentId);
+}
+
+uint32_t BEX_CRYPT_IsPasswordCipher(const char *text, uint32_t length) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_IsPasswordCipher), text, length);
+}
+
+uint32_t BEX_VerifySystemPassword(const char *password, uint32_t length, const char *stored) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_VerifySystemPassword), password, length, stored);
+}
+
+uint32_t BEX_CRYPT_Encrypt_Sec(const char *plain, uint32_t length, char *output, uint32_t size, uint32_t mode,
+                               const char *keyContext, const uint8_t *vector) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Encrypt_Sec), plain, length, output, size, mode, keyContext,
+                  vector);
+}
+
+uint32_t BEX_CRYPT_Salt(uint8_t *buffer, uint32_t length) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Salt), buffer, length);
+}
+
+uint32_t BEX_CRYPT_Password_4096(const char *password, uint32_t passwordLength, const uint8_t *salt,
+                                 uint32_t saltLength, char *output, uint32_t outputSize) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Password_4096), password, passwordLength, salt, saltLength,
+                  output, outputSize);
+}
+
+uint32_t BEX_CRYPT_PasswordEx(const char *password, uint32_t passwordLength, char *output, uint32_t *resultWord,
+                              uint32_t outputSize) {
+    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_PasswordEx), password, passwordLength, output, resultWord,
+                  outputSize);
+}
+
+uint32_t CRYPT_random(void *buffer, uint32_t length) {
+    return CodeOf(Call::kUnlisted, PLATFORM(CRYPT_random), buffer, length);
+}
+
+uint32_t BEX_CRYPT_IsCipher(const char *text, uint32_t length) {
+    const bool fails = Fails(Call::kUnlisted);
+    return fails ? 0 : g_ciphers ? g_ciphers->kind : PLATFORM(BEX_CRYPT_IsCipher)(text, length);
+}
+
+uint32_t BEX_CRYPT_Decrypt_Sec(const char *cipher, uint32_t length, char *output, uint32_t size, uint32_t mode,
+                               const char *context) {
+    return g_ciphers
+               ? g_ciphers->Decrypt(mode, context, size == 433 && mode == g_ciphers->goodMode)
+               : CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Decrypt_Sec), cipher, length, output, size, mode, context);
+}
+
+uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output, uint32_t *outputLength,
+                                const char *context) {
+    if (!g_ciphers) {
+        return CodeOf(Call::kUnlisted, PLATFORM(BEX_Decrypt_AES256_Sec), text, length, output, outputLength, context);
+    }
+    const uint32_t capacity = *outputLength;
+    *outputLength = static_cast<uint32_t>(g_ciphers->digest.size());
+    std::copy(g_ciphers->digest.begin(), g_ciphers->digest.end(), static_cast<uint8_t *>(output));
+    return g_ciphers->Decrypt(capacity, context, length == strlen(text));
 }
 
 }  // extern "C"

@@ -7,6 +7,8 @@
 #define TAV_TESTS_INTERPOSER_H
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -19,6 +21,7 @@ enum class Call {
     kMsgAlloc,
     kSend,
     kMemCopy,
+    kStrNCopy,
     kOpen,
     kRead,
     kWrite,
@@ -31,11 +34,23 @@ enum class Call {
     kUnzip,
     kDigest,
     kLogClose,
-    kOther
+    kOther,
+    kUnlisted,  // formatting, settings, ciphers, and the debug log's file but for its close
+    kAny        // all of these together
 };
 
 /** What a failing platform call answers where it may answer with a code of its own. */
 inline constexpr uint32_t kPlatformCode = 0x4d;
+
+/** Ciphers that answer in place of the platform's, whatever the text. */
+struct FakeCiphers {
+    uint32_t kind, goodMode;           // what a text looks like; the mode in which it decrypts
+    std::string goodContext;           // and the key context
+    std::vector<uint8_t> digest = {};  // of a digest-based form
+    std::string calls = {};            // mode or capacity, and context, of each decryption
+    uint32_t Decrypt(uint32_t number, const char *context, bool isGood);
+};
+inline std::optional<FakeCiphers> g_ciphers;
 
 /** Forgets all counts and plans. */
 void Reset();
@@ -49,12 +64,18 @@ void FailListed(std::set<size_t> places);
 /** Makes a failing write or read leave out this many bytes; by default it leaves out half. */
 void SetMissingBytes(uint32_t count);
 
+/** Shows a watcher each block that the library takes from now on, just before it is returned; until the next Reset. */
+void WatchFreed(std::function<void(const uint8_t *block, uint32_t size)> watcher);
+
+/** The name of the platform's function that failed first since the last Reset; empty when none did. */
+const std::string &Failed();
+
 /** How many calls of a kind there were since the last Reset, or FailNth of this kind. */
 uint32_t Count(Call kind);
 
 /**
  * The calls since the last Reset, one text each: the call, the file's name without its folder, and what else matters.
- * Allocations, copies, the walk of trees and the debug log's own files are not listed.
+ * Allocations, copies, the walk of trees and calls of the kind kUnlisted are not listed.
  */
 const std::vector<std::string> &Listed();
 
