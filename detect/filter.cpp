@@ -51,7 +51,7 @@ bool GroupMatches(const Instance *instance, const CondGroup &group, const Event 
 /** Moves the groups that match from the instance to a list of their own. */
 void TakeMatchedGroups(Instance *instance, const Event &event, List *matched) {
     for (CondGroup &group : DETECT_ELEMENTS(CondGroup, link, instance->groups)) {
-        if (GroupMatches(instance, group, event)) {
+        if (GroupMatches(instance, group, event)) [[unlikely]] {  // most events concern few
             MoveToTail(matched, &group.link);
         }
     }
