@@ -292,7 +292,7 @@ constexpr uint16_t kMagic = 0xB10C;
 struct alignas(8) Header {
     uint32_t size;    // bytes that were asked for
     uint16_t module;  // index of the module that took the block
-    uint16_t magic;   // kMagic; the heap writes over it when the block is returned
+    uint16_t magic;   // kMagic until the block is returned
 };
 static_assert(sizeof(Header) == 8);
 
@@ -365,8 +365,11 @@ void Untrack(const TrackedHeader *tracked) {
     return block;
 }
 
-// Accounts a block as returned. The order is such that a report that sees the return sees the taking too.
-inline void AccountReturn(Ledger *ledger, const Header *header) {
+// Accounts a block as returned, and marks it, so that a second return is noticed. The order is such that a report that
+// sees the return sees the taking too.
+inline void AccountReturn(Ledger *ledger, Header *header) {
+    volatile uint16_t *const magic = &header->magic;  // or the compiler spares a store to memory that is freed next
+    *magic = 0;
     ledger->entries[header->module].returned.Add(header->size, std::memory_order_release);
 }
 

@@ -152,7 +152,6 @@ TEST(MemoryDeathTest, ReturningTwiceNamesThePlace) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizer reports it first";
 #endif
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
             void *const block = Take(40, "red", 1);

@@ -14,6 +14,11 @@
 
 static bool frozen = false;  // the clocks stand still
 
+#ifdef SYS_clock_gettime64  // a 32-bit host, on which the other one's seconds are 32 bits
+#undef SYS_clock_gettime
+#define SYS_clock_gettime SYS_clock_gettime64
+#endif
+
 extern "C" int clock_gettime(clockid_t clock, timespec *time) noexcept {
     return frozen ? (*time = {7, 0}, 0) : static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }
