@@ -13,6 +13,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -51,6 +52,16 @@ void *HeapTake(size_t size) {
 void HeapReturn(void *memory) {
     mi_free(memory);
 }
+// How many bytes may be used where a block of the heap begins: those that were asked for, and often more.
+size_t HeapRoom(const void *memory) {
+    return mi_usable_size(memory);
+}
+// A large block that grows is likely to grow on: half as much again is taken for it. What is never touched of that is
+// address space alone.
+constexpr uint32_t kGrowsOnFrom = 1 << 18;
+uint32_t WithSpare(uint32_t size) {
+    return size < kGrowsOnFrom ? size : size + std::min(size / 2, UINT32_MAX - size);
+}
 // A store is many small blocks, looked at in no order: in large pages they cost fewer faults and fewer misses of the
 // translation buffer. MIMALLOC_LARGE_OS_PAGES=0 in the environment keeps to small ones.
 void SetUpHeap() {
@@ -62,6 +73,14 @@ void *HeapTake(size_t size) {
 }
 void HeapReturn(void *memory) {
     free(memory);
+}
+// A block that changes its size always moves: this is the heap of the sanitizers, which then see any use of its old
+// place, and of bytes beyond its size.
+size_t HeapRoom(const void * /*memory*/) {
+    return 0;
+}
+uint32_t WithSpare(uint32_t size) {
+    return size;
 }
 void SetUpHeap() {}
 #endif
@@ -399,6 +418,38 @@ inline void AccountReturn(Ledger *ledger, Header *header) {
     HeapReturn(TrackedHeaderOf(block));
 }
 
+// Tells whether a block can take another size without moving, and without keeping more than twice what it needs.
+bool FitsWhereItIs(void *block, uint32_t size) {
+    const size_t overhead = tracking ? sizeof(TrackedHeader) : sizeof(Header);
+    const size_t room = HeapRoom(static_cast<char *>(block) - overhead);
+    return room > overhead && size <= room - overhead && size >= (room - overhead) / 2;
+}
+
+// Puts what a block holds into a new one of `capacity` bytes and returns the old one. The new one is taken in the name,
+// and if blocks are tracked at the line, of whoever took the old one. Returns null, with the old one as it was, when
+// memory is short.
+void *MoveBlock(void *block, uint32_t capacity) {
+    const Header old = *HeaderOf(block);
+    const char *const module = moduleNames[old.module].load(std::memory_order_relaxed);
+    const uint32_t line = tracking ? TrackedHeaderOf(block)->line : 0;
+    void *const moved = MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], capacity, module, line);
+    if (moved != nullptr) {
+        memcpy(moved, block, std::min(capacity, old.size));
+        MEL_Free_F(block, __func__, 0);
+    }
+    return moved;
+}
+
+// Accounts a block with another size, which it must have room for, as if it were returned and taken.
+void AccountResize(void *block, uint32_t size) {
+    const LedgerAccess ledger;
+    Header *const header = HeaderOf(block);
+    Entry &entry = ledger.Get()->entries[header->module];
+    entry.taken.Add(size, std::memory_order_relaxed);
+    entry.returned.Add(header->size, std::memory_order_release);
+    header->size = size;
+}
+
 }  // namespace
 
 void *MEL_Malloc_F(uintptr_t /*handle*/, uint8_t /*memPt*/, uint32_t size, const char *source, uint32_t line) {
@@ -409,17 +460,20 @@ void *MEL_Malloc_F(uintptr_t /*handle*/, uint8_t /*memPt*/, uint32_t size, const
     return TakeBlock(ledger, ledger->lastModule, sizeof(Header), size);
 }
 
-// The new block is taken in the name, and if blocks are tracked at the line, of whoever took the old one.
 void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
     if (block == nullptr) {
         return MEL_Malloc_F(handle, memPt, size, nullptr, 0);
     }
-    const Header old = *LiveHeaderOf(block, __func__, 0);
-    const char *const module = moduleNames[old.module].load(std::memory_order_relaxed);
-    void *const resized = MEL_Malloc_F(handle, memPt, size, module, tracking ? TrackedHeaderOf(block)->line : 0);
+    const uint32_t oldSize = LiveHeaderOf(block, __func__, 0)->size;
+    void *resized = FitsWhereItIs(block, size) ? block : nullptr;
+    if (resized == nullptr && size > oldSize) {
+        resized = MoveBlock(block, WithSpare(size));
+    }
+    if (resized == nullptr) {
+        resized = MoveBlock(block, size);
+    }
     if (resized != nullptr) {
-        memcpy(resized, block, size < old.size ? size : old.size);
-        MEL_Free_F(block, __func__, 0);
+        AccountResize(resized, size);
     }
     return resized;
 }

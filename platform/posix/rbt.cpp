@@ -24,14 +24,19 @@ void ReplaceChild(Tree *tree, const Node *node, Node *replacement) {
     }
 }
 
+// Gives a child, unless it is missing, another parent.
+void SetParent(const Tree *tree, Node *child, Node *parent) {
+    if (child != &tree->sentinel) {
+        child->parent = parent;
+    }
+}
+
 // Turns `node` down to its near side; its far child takes its place.
 template <ChildWord kNear, ChildWord kFar>
 void Rotate(Tree *tree, Node *node) {
     Node *const riser = node->*kFar;
     node->*kFar = riser->*kNear;
-    if (riser->*kNear != &tree->sentinel) {
-        (riser->*kNear)->parent = node;
-    }
+    SetParent(tree, riser->*kNear, node);
     riser->parent = node->parent;
     ReplaceChild(tree, node, riser);
     riser->*kNear = node;
@@ -62,11 +67,10 @@ Node *RepairRedPair(Tree *tree, Node *node) {
     return node;
 }
 
-// One step up after a removal: paths through `node`, the near child of its parent, lack one black node.
+// One step up after a removal: paths through the near child of `parent` lack one black node.
 // Returns the node at which to look next.
 template <ChildWord kNear, ChildWord kFar>
-Node *RepairLackOfBlack(Tree *tree, Node *node) {
-    Node *const parent = node->parent;
+Node *RepairLackOfBlack(Tree *tree, Node *parent) {
     Node *sibling = parent->*kFar;
     if (sibling->colour == BEX_RBT_RED) {
         sibling->colour = BEX_RBT_BLACK;
@@ -91,11 +95,13 @@ Node *RepairLackOfBlack(Tree *tree, Node *node) {
     return tree->root;
 }
 
-// Restores the black height above `node`, which has come into the place of a black node.
-void RemoveFixup(Tree *tree, Node *node) {
+// Restores the black height above `node`, perhaps the sentinel, which has come into the place of a black node below
+// `parent`.
+void RemoveFixup(Tree *tree, Node *node, Node *parent) {
     while (node != tree->root && node->colour == BEX_RBT_BLACK) {
-        node = node == node->parent->smaller ? RepairLackOfBlack<&Node::smaller, &Node::greater>(tree, node)
-                                             : RepairLackOfBlack<&Node::greater, &Node::smaller>(tree, node);
+        node = node == parent->smaller ? RepairLackOfBlack<&Node::smaller, &Node::greater>(tree, parent)
+                                       : RepairLackOfBlack<&Node::greater, &Node::smaller>(tree, parent);
+        parent = node->parent;
     }
     node->colour = BEX_RBT_BLACK;
 }
@@ -108,24 +114,30 @@ Node *Smallest(const Tree *tree, Node *node) {
     return node;
 }
 
-// Unlinks a node that has at most one child. The child (perhaps the sentinel) takes its place and gets its parent.
-// Returns the child.
-Node *Unlink(Tree *tree, const Node *node) {
+// What a removal leaves behind at the place where the tree has become lower.
+struct Gap {
+    Node *child;      // what has moved up, perhaps the sentinel
+    Node *parent;     // what it hangs below now
+    uint32_t colour;  // of the node that stood between them
+};
+
+// Unlinks a node that has at most one child; the child takes its place.
+Gap Unlink(Tree *tree, const Node *node) {
     Node *const child = node->smaller != &tree->sentinel ? node->smaller : node->greater;
-    child->parent = node->parent;
+    SetParent(tree, child, node->parent);
     ReplaceChild(tree, node, child);
-    return child;
+    return {child, node->parent, node->colour};
 }
 
-// Unlinks a node that has two children; its successor takes its place and its colour. Only the successor's greater
-// child (perhaps the sentinel) loses its parent; it gets the one that it then hangs below. Returns that child.
-Node *UnlinkInner(Tree *tree, const Node *node, Node *successor) {
-    Node *const child = successor->greater;
-    if (successor == node->greater) {
-        child->parent = successor;
-    } else {
-        child->parent = successor->parent;
-        successor->parent->smaller = child;
+// Unlinks a node that has two children; its successor takes its place and its colour, and the successor's greater child
+// that of the successor.
+Gap UnlinkInner(Tree *tree, const Node *node) {
+    Node *const successor = Smallest(tree, node->greater);
+    Gap gap = {successor->greater, successor, successor->colour};
+    if (successor != node->greater) {
+        gap.parent = successor->parent;
+        gap.parent->smaller = gap.child;
+        SetParent(tree, gap.child, gap.parent);
         successor->greater = node->greater;
         successor->greater->parent = successor;
     }
@@ -135,7 +147,7 @@ Node *UnlinkInner(Tree *tree, const Node *node, Node *successor) {
     successor->parent = node->parent;
     successor->colour = node->colour;
     ReplaceChild(tree, node, successor);
-    return child;
+    return gap;
 }
 
 }  // namespace
@@ -150,23 +162,11 @@ void BEX_RBT_InsertNodeFixup(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
 }
 
 void BEX_RBT_RemoveNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node) {
-    // In a large tree a removal waits for memory: these come while the successor is looked for.
-    __builtin_prefetch(node->parent);
-    __builtin_prefetch(node->smaller);
-    Node *const sentinel = &tree->sentinel;
-    uint32_t lostColour = node->colour;
-    Node *child;
-    if (node->smaller != sentinel && node->greater != sentinel) {
-        Node *const successor = Smallest(tree, node->greater);
-        lostColour = successor->colour;
-        child = UnlinkInner(tree, node, successor);
-    } else {
-        child = Unlink(tree, node);
+    const bool isInner = node->smaller != &tree->sentinel && node->greater != &tree->sentinel;
+    const Gap gap = isInner ? UnlinkInner(tree, node) : Unlink(tree, node);
+    if (gap.colour == BEX_RBT_BLACK) {
+        RemoveFixup(tree, gap.child, gap.parent);
     }
-    if (lostColour == BEX_RBT_BLACK) {
-        RemoveFixup(tree, child);
-    }
-    sentinel->parent = nullptr;  // lent to the missing child while it was looked at
 }
 
 BEX_RBT_Node *BEX_RBT_FirstNode(BEX_RBT_Tree *tree) {
