@@ -55,20 +55,46 @@ std::string RunChild(unsigned lastTurn, const std::function<int()> &run) {
     return WIFSIGNALED(status) ? fs::read_symlink(link).string() : status == 0 ? "done" : "failed";
 }
 
-/** Runs the tool, after a command of the shell. */
-std::string RunTool(const std::string &arguments, unsigned lastTurn = 0, const std::string &first = ":") {
+/** Becomes the tool, after a command of the shell. */
+int BecomeTool(const std::string &arguments, const std::string &first = ":") {
     const std::string start =
         "; LD_PRELOAD=" FILE_CALLS " ASAN_OPTIONS=verify_asan_link_order=0 exec " TAVCFG_PROGRAM " ";
     const std::string command = first + start + arguments + " >/dev/null 2>&1";
-    return RunChild(lastTurn, [&] { return execl("/bin/sh", "sh", "-c", command.c_str(), nullptr); });
+    return execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+}
+
+std::string RunTool(const std::string &arguments, unsigned lastTurn = 0, const std::string &first = ":") {
+    return RunChild(lastTurn, [&] { return BecomeTool(arguments, first); });
+}
+
+/** Runs the tool and looks on after each of its turns. Returns whether it has succeeded. */
+bool WatchTool(const std::string &arguments, const std::function<void(ino_t synced)> &watch) {
+    const TempFolder folder;
+    const std::string link = folder.Path("turn");
+    const pid_t tool = fork();
+    if (tool == 0) {
+        setenv(kStops, link.c_str(), 1);
+        _exit(BecomeTool(arguments));
+    }
+    int status = -1;
+    while (waitpid(tool, &status, WUNTRACED) == tool && WIFSTOPPED(status)) {
+        watch(std::stoul(fs::read_symlink(link).string()));
+        fs::remove(link);
+        kill(tool, SIGCONT);
+    }
+    return status == 0;
+}
+
+void WriteFolder(const TempFolder &folder, const Files &files) {
+    for (const auto &[name, content] : files) {
+        WriteFile(folder.Path(name), content);
+    }
 }
 
 /** What a file holds once `tavcfg recover` has settled what a crash has left. Nothing but drafts may lie beside it. */
 Body Recovered(const Files &left, const std::string &name) {
     const TempFolder folder;
-    for (const auto &[each, content] : left) {
-        WriteFile(folder.Path(each), content);
-    }
+    WriteFolder(folder, left);
     const bool isDone = RunTool("recover " + folder.Path(name)) == "done";
     const Body body = BodyOf(folder.Path(name));
     EXPECT_EQ(isDone, body.has_value());
@@ -269,6 +295,28 @@ TEST(SafePatch, KilledAtEachTurn) {
         EXPECT_EQ(fs::status(stage.path).permissions(), fs::perms{0604});
         return end;
     });
+}
+
+TEST(SafePatch, PowerLostAfterEachCall) {
+    const Stage stage("x.dat", kOld);
+    Disk disk(stage.Path());
+    size_t tried = 0;
+    const auto tryAll = [&](bool isOver) {
+        disk.VisitStates([&](const Files &found) {
+            const TempFolder folder;
+            WriteFolder(folder, found);
+            const Body body = BodyOf(folder.Path("x.dat"));
+            EXPECT_TRUE(body == kNew || (body == kOld && !isOver)) << testing::PrintToString(found);
+            ++tried;
+        });
+    };
+    EXPECT_TRUE(WatchTool(SafePatch(stage.path), [&](ino_t synced) {
+        disk.Look(synced);
+        tryAll(false);
+    }));
+    tryAll(true);
+    EXPECT_GT(tried, 20u) << "calls are not seen";
+    std::cout << "patch --safe: " << tried << " states\n";
 }
 
 TEST(SafePatch, FailsCleanly) {
