@@ -47,6 +47,7 @@ struct ZipStream : testing::Test {
 
 TEST_F(ZipStream, WritesWhatOthersRead) {
     TAV_ZipCb block;
+    EXPECT_EQ(TAV_GetZipCbSize(), sizeof block);
     const uint32_t sizes[][2] = {{0, 0}, {0x7FFFF, 0}, {0x80000, 0x100000}, {0x17FFFF, 0x200000}};
     for (const auto &[length, size] : sizes) {
         ASSERT_EQ(TAV_ZipStart(0, &block, archive.c_str()), 0u);

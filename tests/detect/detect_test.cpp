@@ -346,6 +346,7 @@ TEST_F(Detecting, SingleCalls) {
         ARU_Detect_EnableDebug(instance);
         return step(), instance->debugSwitch;
     };
+    EXPECT_EQ(debugAfter([&] { ARU_Detect_DisableDebug(instance); }), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_FindBookInfo(instance, 1); }), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_FindBookInfo(instance, 2); }), 1u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_NewBookInfo(instance, 2); }), 1u);

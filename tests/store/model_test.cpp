@@ -44,6 +44,10 @@ TEST(Model, RecordOrderVerifyAndMatch) {
     EXPECT_EQ(TAV_ExtCfgRecordVerify(MakeRecord(99, {}).get()), TAV_OK);
     EXPECT_LT(TAV_ExtCfgFieldCompare(nullptr, nullptr), 0);
     log.Expect({{"TAV_ExtCfgFieldCompare", "Null pointer, return 0xffffffff"}});
+    const Record two = MakeRecord(13, {{14, Host32(2)}, {15, Host16(1)}});
+    const auto *const a = TAV_ExtCfgFieldNodeFind(FieldsOf(two.get()), 14);
+    const auto *const b = TAV_ExtCfgFieldNodeFind(FieldsOf(two.get()), 15);
+    EXPECT_TRUE(TAV_ExtCfgFieldCompare(a, b) < 0 && TAV_ExtCfgFieldCompare(b, a) > 0) << "the fid decides first";
 
     Record record = MakeRecord(13, {{14, Host32(5)}, {15, Host16(1)}, {12, Text("ab")}});
     EXPECT_EQ(TAV_ExtCfgRecordMatchCond(record.get(), nullptr), 1u);
