@@ -19,17 +19,6 @@ constexpr char kMagic[] = {'t', 'a', 'v', 'k', 'e', 'y', '1', '\n'};
 // A whole key file.
 using Content = Secret<sizeof kMagic + Key::Capacity()>;
 
-// Tells where the key file stands. Returns 0, else a code.
-uint32_t Locate(char (&path)[PATH_MAX]) {
-    const char *const setting = TrustedSetting("TAV_KEY_FILE");
-    if (setting != nullptr) {
-        return strcpy_s(path, sizeof path, setting) == 0 ? 0 : ENAMETOOLONG;
-    }
-    char workPath[PATH_MAX];
-    MEL_GetSysWorkPath(workPath, sizeof workPath);
-    return sprintf_s(path, sizeof path, "%setc/tav.key", workPath) >= 0 ? 0 : ENAMETOOLONG;
-}
-
 // Tells whether an open file can be a key file: a file of its size that only this user, or none but root, may touch.
 bool IsPrivateKeyFile(int fd) {
     struct stat status = {};
@@ -121,9 +110,19 @@ uint32_t Create(char *path) {
 
 }  // namespace
 
+uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size) {
+    const char *const setting = TrustedSetting("TAV_KEY_FILE");
+    if (setting != nullptr) {
+        return strcpy_s(path, size, setting) == 0 ? 0 : ENAMETOOLONG;
+    }
+    char workPath[PATH_MAX];
+    MEL_GetSysWorkPath(workPath, sizeof workPath);
+    return sprintf_s(path, size, "%setc/tav.key", workPath) >= 0 ? 0 : ENAMETOOLONG;
+}
+
 uint32_t ReadKeyFile(MissingKeyFile missing, Key *secret) {
     char path[PATH_MAX];
-    uint32_t code = Locate(path);
+    uint32_t code = TAV_Posix_KeyFilePath(path, sizeof path);
     if (code != 0) {
         return code;
     }

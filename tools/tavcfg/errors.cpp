@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
 #include <system_error>
 
-#include "platform/bex_vfs.h"
 #include "tav_crypt.h"
 #include "tav_extcfg.h"
+#include "tav_posix.h"
 
 namespace tavcfg {
 
@@ -39,15 +39,9 @@ const char *Words(uint32_t code) {
     }
 }
 
-/** Where the platform looks for the key file. */
 std::string KeyFile() {
-    const char *const setting = ::secure_getenv("TAV_KEY_FILE");
-    if (setting != nullptr && setting[0] != '\0') {
-        return setting;
-    }
-    char workPath[TAV_EXT_PATH_SIZE] = "";
-    MEL_GetSysWorkPath(workPath, sizeof(workPath));
-    return std::string(workPath) + "etc/tav.key";
+    char path[PATH_MAX] = "";
+    return TAV_Posix_KeyFilePath(path, sizeof(path)) == 0 ? path : "(its path is too long)";
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 /*
- * The hosted platform's interface for the hosting process: memory accounts and the data-type registry.
+ * The hosted platform's interface for the hosting process: memory accounts, failed assertions, the data-type registry,
+ * and the place of the key file.
  *
  * The product library never calls these; start-up code, tests and diagnostics do.
  */
@@ -99,6 +100,16 @@ TAV_Posix_AssertHandler TAV_Posix_SetAssertHandler(TAV_Posix_AssertHandler handl
  * @return the descriptor, which lives as long as the process; none for an unknown id
  */
 const PLATFORM_DataType *TAV_Posix_FindDataType(uint16_t dataType);
+
+/**
+ * Tells where the key file stands, under whose key texts are encrypted: where the environment variable TAV_KEY_FILE
+ * says, else at etc/tav.key below the system working directory.
+ *
+ * @param path  where the path goes
+ * @param size  bytes of room there
+ * @return 0; ENAMETOOLONG when the path does not fit, and then nothing is to be made of what stands there
+ */
+uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size);
 
 #ifdef __cplusplus
 }
