@@ -28,7 +28,7 @@ namespace tav::bench {
 namespace {
 
 constexpr uint32_t kElements = 1000000;
-constexpr int kTreeRepetitions = 5;
+constexpr int kTreeRepetitions = 9;
 
 // ---- Trees
 
