@@ -442,11 +442,16 @@ void *MoveBlock(void *block, uint32_t capacity) {
 
 // Accounts a block with another size, which it must have room for, as if it were returned and taken.
 void AccountResize(void *block, uint32_t size) {
-    const LedgerAccess ledger;
     Header *const header = HeaderOf(block);
+    if (header->size == size) {
+        return;
+    }
+    const LedgerAccess ledger;
     Entry &entry = ledger.Get()->entries[header->module];
     entry.taken.Add(size, std::memory_order_relaxed);
     entry.returned.Add(header->size, std::memory_order_release);
+    // Whoever visits the tracked blocks reads their sizes.
+    const auto lock = tracking ? std::unique_lock(trackMutex) : std::unique_lock<std::mutex>();
     header->size = size;
 }
 
@@ -464,13 +469,10 @@ void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size
     if (block == nullptr) {
         return MEL_Malloc_F(handle, memPt, size, nullptr, 0);
     }
-    const uint32_t oldSize = LiveHeaderOf(block, __func__, 0)->size;
-    void *resized = FitsWhereItIs(block, size) ? block : nullptr;
-    if (resized == nullptr && size > oldSize) {
-        resized = MoveBlock(block, WithSpare(size));
-    }
-    if (resized == nullptr) {
-        resized = MoveBlock(block, size);
+    const uint32_t capacity = size > LiveHeaderOf(block, __func__, 0)->size ? WithSpare(size) : size;
+    void *resized = FitsWhereItIs(block, size) ? block : MoveBlock(block, capacity);
+    if (resized == nullptr && capacity != size) {
+        resized = MoveBlock(block, size);  // without room to spare
     }
     if (resized != nullptr) {
         AccountResize(resized, size);

@@ -63,6 +63,7 @@ int BecomeTool(const std::string &arguments, const std::string &first = ":") {
     return execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
 }
 
+/** Runs the tool as RunChild does. */
 std::string RunTool(const std::string &arguments, unsigned lastTurn = 0, const std::string &first = ":") {
     return RunChild(lastTurn, [&] { return BecomeTool(arguments, first); });
 }
