@@ -4,6 +4,7 @@
  * Codes are libzip's error codes (ZIP_ER_...). A member goes by the last component of its name, on both sides: the
  * folders that another tool may have stored with it do not count.
  */
+#include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
@@ -31,7 +32,7 @@ struct Discard {
 };
 using Archive = std::unique_ptr<zip_t, Discard>;
 
-// The bytes of an archive in memory.
+// What an archive is read from or written to.
 struct FreeSource {
     void operator()(zip_source_t *source) const { zip_source_free(source); }
 };
@@ -49,10 +50,6 @@ uint32_t CodeOf(int zipError) {
 
 uint32_t LastCode(zip_t *zip) {
     return CodeOf(zip_error_code_zip(zip_get_error(zip)));
-}
-
-uint32_t LastCode(zip_source_t *source) {
-    return CodeOf(zip_error_code_zip(zip_source_error(source)));
 }
 
 const char *LastComponent(const char *name) {
@@ -220,19 +217,66 @@ uint32_t AddMember(zip_t *zip, const char *name, const void *data, uint32_t leng
     return set ? 0 : LastCode(zip);
 }
 
-// Builds an archive with one member in memory.
-uint32_t BuildArchive(const char *name, const void *data, uint32_t length, uint32_t level, Source *image) {
+// Writes a piece of a new archive. Returns its length, or -1.
+zip_int64_t WritePiece(int fd, const void *piece, zip_uint64_t length) {
+    const auto wanted = static_cast<uint32_t>(length);
+    return WriteChunk(fd, static_cast<const char *>(piece), wanted) == 0 ? static_cast<zip_int64_t>(wanted) : -1;
+}
+
+// Moves to where the next piece belongs: the member's sizes are only known, and filled in, behind it. Returns 0, or -1.
+zip_int64_t SeekPiece(int fd, void *arguments, zip_uint64_t length) {
+    const auto *const to = ZIP_SOURCE_GET_ARGS(zip_source_args_seek_t, arguments, length, nullptr);
+    return to != nullptr && lseek(fd, to->offset, to->whence) >= 0 ? 0 : -1;
+}
+
+// Serves libzip as the place of a new archive, which is an open, empty file. Left to itself, libzip would write to a
+// name of its own and not sync it.
+zip_int64_t ServeDraft(void *descriptor, void *data, zip_uint64_t length, zip_source_cmd_t command) {
+    const int fd = *static_cast<const int *>(descriptor);
+    switch (command) {
+        case ZIP_SOURCE_SUPPORTS:
+            return ZIP_SOURCE_SUPPORTS_WRITABLE;
+        case ZIP_SOURCE_STAT:
+            zip_stat_init(static_cast<zip_stat_t *>(data));
+            return sizeof(zip_stat_t);
+        case ZIP_SOURCE_WRITE:
+            return WritePiece(fd, data, length);
+        case ZIP_SOURCE_SEEK_WRITE:
+            return SeekPiece(fd, data, length);
+        case ZIP_SOURCE_TELL_WRITE:
+            return lseek(fd, 0, SEEK_CUR);
+        case ZIP_SOURCE_ERROR: {
+            const int codes[] = {ZIP_ER_WRITE, errno};
+            memcpy(data, codes, sizeof codes);
+            return sizeof codes;
+        }
+        default:
+            return 0;  // nothing to prepare, to undo or to read
+    }
+}
+
+// Makes an open, empty file the place of a new archive, as long as `fd` lives.
+uint32_t CreateArchive(int *fd, Archive *archive) {
     zip_error_t error;
     zip_error_init(&error);
-    image->reset(zip_source_buffer_create(nullptr, 0, 0, &error));
-    Archive archive(*image ? zip_open_from_source(image->get(), ZIP_TRUNCATE, &error) : nullptr);
-    uint32_t code = archive ? 0 : CodeOf(zip_error_code_zip(&error));
-    zip_error_fini(&error);
-    if (code != 0) {
-        return code;
+    Source draft(zip_source_function_create(ServeDraft, fd, &error));
+    archive->reset(draft ? zip_open_from_source(draft.get(), ZIP_TRUNCATE, &error) : nullptr);
+    if (*archive) {
+        draft.release();  // the archive's now
     }
-    zip_source_keep(image->get());  // the archive lets go of its own hold
-    code = AddMember(archive.get(), name, data, length, level);
+    const uint32_t code = *archive ? 0 : CodeOf(zip_error_code_zip(&error));
+    zip_error_fini(&error);
+    return code;
+}
+
+// Writes an archive with one member into an open, empty file and brings it to stable storage, with the permission bits
+// of a configuration file.
+uint32_t WriteArchive(const char *name, const void *data, uint32_t length, uint32_t level, int fd) {
+    Archive archive;
+    uint32_t code = CreateArchive(&fd, &archive);
+    if (code == 0) {
+        code = AddMember(archive.get(), name, data, length, level);
+    }
     if (code != 0) {
         return code;
     }
@@ -240,25 +284,6 @@ uint32_t BuildArchive(const char *name, const void *data, uint32_t length, uint3
         return LastCode(archive.get());
     }
     archive.release();  // a successful close has freed it
-    return 0;
-}
-
-// Writes an archive into a new file and brings it to stable storage, with the permission bits of a configuration file.
-uint32_t WriteArchive(zip_source_t *image, int fd) {
-    if (zip_source_open(image) != 0) {
-        return LastCode(image);
-    }
-    char chunk[kChunkSize];
-    uint32_t code = 0;
-    zip_int64_t length = 0;
-    do {
-        length = zip_source_read(image, chunk, sizeof chunk);
-        code = length >= 0 ? WriteChunk(fd, chunk, static_cast<uint32_t>(length)) : LastCode(image);
-    } while (code == 0 && length != 0);
-    zip_source_close(image);
-    if (code != 0) {
-        return code;
-    }
     return fchmod(fd, kFileMode) == 0 && SyncData(fd) == 0 ? 0 : ZIP_ER_WRITE;
 }
 
@@ -277,13 +302,7 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
     if (data == nullptr || *name == '\0' || host.Get() == nullptr || level < 1 || level > 9) {
         return ZIP_ER_INVAL;
     }
-    Source image;
-    uint32_t code = BuildArchive(name, data, length, static_cast<uint32_t>(level), &image);
-    if (code != 0) {
-        return code;
-    }
     // The archive is written under another name and takes its own only when it is complete and on stable storage.
-    // Left to itself, libzip would write to a name of its own and not sync it.
     char draft[PATH_MAX];
     if (sprintf_s(draft, sizeof draft, "%s.XXXXXX", host.Get()) < 0) {
         return ZIP_ER_INVAL;
@@ -292,7 +311,7 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
     if (fd < 0) {
         return ZIP_ER_TMPOPEN;
     }
-    code = WriteArchive(image.get(), fd);
+    uint32_t code = WriteArchive(name, data, length, static_cast<uint32_t>(level), fd);
     close(fd);
     if (code == 0 && RenameDurably(draft, host.Get()) != 0) {
         code = ZIP_ER_RENAME;
