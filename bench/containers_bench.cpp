@@ -5,12 +5,14 @@
  * on all sides alike.
  */
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 #include <zlib.h>
 
 #include <boost/intrusive/set.hpp>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <utility>
@@ -28,7 +30,7 @@ namespace tav::bench {
 namespace {
 
 constexpr uint32_t kElements = 1000000;
-constexpr int kTreeRepetitions = 9;
+constexpr uint32_t kTurn = 50000;
 
 // ---- Trees
 
@@ -64,8 +66,26 @@ struct ByPointer {
     bool operator()(const uint32_t &a, const uint32_t &b) const { return compare(&a, &b) < 0; }
 };
 
-/** The library's tree. Each operation of a tree returns the sum of the keys that it came by. */
-class Tree {
+/** A part of an order. */
+struct Range {
+    uint32_t first;
+    uint32_t last;  // behind the part
+};
+
+/** A tree. Each operation returns the sum of the keys that it came by. */
+class Index {
+  public:
+    virtual ~Index() = default;
+    virtual const char *Name() const = 0;
+    virtual uint64_t Insert(Range range) = 0;
+    virtual uint64_t Find(const Order &order, Range range) = 0;
+    /** Goes on behind the last element of the call before; range.first of 0 begins anew. */
+    virtual uint64_t Walk(Range range) = 0;
+    virtual uint64_t Delete(const Order &order, Range range) = 0;
+};
+
+/** The library's tree. */
+class Tree : public Index {
   public:
     static constexpr char kName[] = "tree";
 
@@ -75,30 +95,35 @@ class Tree {
             elements_[i].key = order.keys[i];
         }
     }
-    uint64_t Insert() {
+    const char *Name() const override { return kName; }
+    uint64_t Insert(Range range) override {
         uint64_t sum = 0;
-        for (Element &element : elements_) {
-            sum += TAV_RBT_AddNode(&tree_, &element) == TAV_OK ? element.key : 0;
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            sum += TAV_RBT_AddNode(&tree_, &elements_[i]) == TAV_OK ? elements_[i].key : 0;
         }
         return sum;
     }
-    uint64_t Find(const Order &order) {
+    uint64_t Find(const Order &order, Range range) override {
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += static_cast<Element *>(TAV_RBT_GetNode(&tree_, &order.keys[place]))->key;
         }
         return sum;
     }
-    uint64_t Walk() {
+    uint64_t Walk(Range range) override {
         uint64_t sum = 0;
-        for (TAV_RBT_Node *at = BEX_RBT_FirstNode(&tree_); at != nullptr; at = BEX_RBT_NextNode(&tree_, at)) {
-            sum += reinterpret_cast<Element *>(at)->key;
+        at_ = range.first == 0 ? BEX_RBT_FirstNode(&tree_) : at_;
+        for (uint32_t i = range.first; i < range.last && at_ != nullptr; ++i) {
+            sum += reinterpret_cast<Element *>(at_)->key;
+            at_ = BEX_RBT_NextNode(&tree_, at_);
         }
         return sum;
     }
-    uint64_t Delete(const Order &order) {
+    uint64_t Delete(const Order &order, Range range) override {
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += elements_[place].key;
             TAV_RBT_DelNode(&tree_, &elements_[place]);
         }
@@ -113,10 +138,11 @@ class Tree {
 
     std::vector<Element> elements_;
     TAV_RBT_Tree tree_;
+    TAV_RBT_Node *at_ = nullptr;  // where the walk goes on
 };
 
 /** Boost's intrusive tree, without what it can do beyond the library's: no checked links, no count of elements. */
-class BoostTree {
+class BoostTree : public Index {
   public:
     static constexpr char kName[] = "boost";
 
@@ -125,31 +151,36 @@ class BoostTree {
             elements_[i].key = order.keys[i];
         }
     }
-    uint64_t Insert() {
+    const char *Name() const override { return kName; }
+    uint64_t Insert(Range range) override {
         uint64_t sum = 0;
-        for (Element &element : elements_) {
-            sum += set_.insert(element).second ? element.key : 0;
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            sum += set_.insert(elements_[i]).second ? elements_[i].key : 0;
         }
         return sum;
     }
-    uint64_t Find(const Order &order) {
+    uint64_t Find(const Order &order, Range range) override {
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += set_.find(order.keys[place])->key;
         }
         return sum;
     }
-    uint64_t Walk() {
+    uint64_t Walk(Range range) override {
         uint64_t sum = 0;
-        for (const Element &element : set_) {
-            sum += element.key;
+        at_ = range.first == 0 ? set_.begin() : at_;
+        for (uint32_t i = range.first; i < range.last && at_ != set_.end(); ++i) {
+            sum += at_->key;
+            ++at_;
         }
         return sum;
     }
-    uint64_t Delete(const Order &order) {
+    uint64_t Delete(const Order &order, Range range) override {
         const BEX_RBT_Destructor destructor = g_destructor;
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += elements_[place].key;
             set_.erase_and_dispose(set_.iterator_to(elements_[place]), destructor);
         }
@@ -165,14 +196,17 @@ class BoostTree {
         const uint32_t &operator()(const Element &element) const { return element.key; }
     };
 
+    using Set =
+        boost::intrusive::set<Element, boost::intrusive::key_of_value<KeyOf>, boost::intrusive::compare<ByPointer>,
+                              boost::intrusive::constant_time_size<false>>;
+
     std::vector<Element> elements_;
-    boost::intrusive::set<Element, boost::intrusive::key_of_value<KeyOf>, boost::intrusive::compare<ByPointer>,
-                          boost::intrusive::constant_time_size<false>>
-        set_;
+    Set set_;
+    Set::iterator at_;
 };
 
 /** The standard library's map. Its nodes are put in and taken out, not allocated and freed. */
-class StdTree {
+class StdTree : public Index {
   public:
     static constexpr char kName[] = "std::map";
 
@@ -181,31 +215,36 @@ class StdTree {
             nodes_.push_back(map_.extract(map_.emplace(key, key).first));
         }
     }
-    uint64_t Insert() {
+    const char *Name() const override { return kName; }
+    uint64_t Insert(Range range) override {
         uint64_t sum = 0;
-        for (size_t i = 0; i < kElements; ++i) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
             places_[i] = map_.insert(std::move(nodes_[i])).position;
             sum += places_[i]->second;
         }
         return sum;
     }
-    uint64_t Find(const Order &order) {
+    uint64_t Find(const Order &order, Range range) override {
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += map_.find(order.keys[place])->second;
         }
         return sum;
     }
-    uint64_t Walk() {
+    uint64_t Walk(Range range) override {
         uint64_t sum = 0;
-        for (const auto &[key, value] : map_) {
-            sum += value;
+        at_ = range.first == 0 ? map_.begin() : at_;
+        for (uint32_t i = range.first; i < range.last && at_ != map_.end(); ++i) {
+            sum += at_->second;
+            ++at_;
         }
         return sum;
     }
-    uint64_t Delete(const Order &order) {
+    uint64_t Delete(const Order &order, Range range) override {
         uint64_t sum = 0;
-        for (const uint32_t place : order.places) {
+        for (uint32_t i = range.first; i < range.last; ++i) {
+            const uint32_t place = order.places[i];
             sum += places_[place]->second;
             nodes_[place] = map_.extract(places_[place]);
         }
@@ -218,41 +257,57 @@ class StdTree {
     Map map_;
     std::vector<Map::node_type> nodes_;
     std::vector<Map::iterator> places_;
+    Map::iterator at_;
 };
 
-/** Adds the measurement of one operation of a tree. All but inserting begin with a full tree. */
-template <class Index, class Operation>
-void RegisterTreeOperation(std::shared_ptr<const Order> order, const std::string &what, Operation operation) {
-    const std::string name = std::string(order->name) + " " + what + "/" + Index::kName;
-    auto *added = Register(name, benchmark::kNanosecond, [=](benchmark::State &state) {
-        Index index(*order);
-        if (what != "insert") {
-            index.Insert();
+/**
+ * Measures an operation of all trees in ns an element. They take turns after a few elements, in any order, so that a
+ * slow moment of the machine falls on all.
+ */
+template <class Operation>
+void MeasureTrees(std::vector<std::unique_ptr<Index>> &trees, const Order &order, Random &random,
+                  benchmark::UserCounters &times, const std::string &what, Operation operation) {
+    std::map<Index *, uint64_t> sums;
+    for (uint32_t first = 0; first < kElements; first += kTurn) {
+        std::shuffle(trees.begin(), trees.end(), random.engine);
+        for (const auto &tree : trees) {
+            const auto turn = [&] { sums[tree.get()] += operation(*tree, Range{first, first + kTurn}); };
+            times[what + "/" + tree->Name()].value += Seconds(turn) / kElements * 1e9;
         }
-        uint64_t sum = 0;
-        for ([[maybe_unused]] auto _ : state) {
-            state.SetIterationTime(Seconds([&] { sum = operation(index); }) / kElements);
-        }
-        Require(sum == order->sum, "not every element was come by");
-        Require(index.Walk() == (what == "delete" ? 0 : sum), "not the elements that are to be left");
-    });
-    added->Repetitions(kTreeRepetitions);
+    }
+    for (const auto &tree : trees) {
+        Require(sums[tree.get()] == order.sum, "not every element was come by");
+    }
 }
 
-template <class Index>
-void RegisterTree(const std::shared_ptr<const Order> &order) {
-    RegisterTreeOperation<Index>(order, "insert", [](Index &index) { return index.Insert(); });
-    RegisterTreeOperation<Index>(order, "find", [order](Index &index) { return index.Find(*order); });
-    RegisterTreeOperation<Index>(order, "walk", [](Index &index) { return index.Walk(); });
-    RegisterTreeOperation<Index>(order, "delete", [order](Index &index) { return index.Delete(*order); });
+/** Measures each operation of the trees, from the first insertion to the last deletion. */
+void LiveThrough(const Order &order, Random &random, benchmark::UserCounters &times) {
+    std::vector<std::unique_ptr<Index>> trees;
+    trees.push_back(std::make_unique<Tree>(order));
+    trees.push_back(std::make_unique<BoostTree>(order));
+    trees.push_back(std::make_unique<StdTree>(order));
+    const auto measure = [&](const char *what, auto operation) {
+        MeasureTrees(trees, order, random, times, what, operation);
+    };
+    measure("insert", [](Index &tree, Range range) { return tree.Insert(range); });
+    measure("find", [&](Index &tree, Range range) { return tree.Find(order, range); });
+    measure("walk", [](Index &tree, Range range) { return tree.Walk(range); });
+    measure("delete", [&](Index &tree, Range range) { return tree.Delete(order, range); });
+    for (const auto &tree : trees) {
+        Require(tree->Walk({0, kElements}) == 0, "elements are left");
+    }
 }
 
 void RegisterTrees() {
+    const auto random = std::make_shared<Random>();
     for (const bool ascending : {false, true}) {
-        const auto order = std::make_shared<const Order>(MakeOrder(ascending));
-        RegisterTree<Tree>(order);
-        RegisterTree<BoostTree>(order);
-        RegisterTree<StdTree>(order);
+        const Order order = MakeOrder(ascending);
+        Register(order.name, benchmark::kSecond, [=](benchmark::State &state) {
+            for ([[maybe_unused]] auto _ : state) {
+                state.SetIterationTime(Seconds([&] { LiveThrough(order, *random, state.counters); }));
+            }
+            malloc_trim(0);  // or the next to allocate tidies up behind a million nodes
+        });
     }
 }
 
@@ -480,17 +535,17 @@ void Deflate(const std::string &text, const std::string &path) {
     Require(deflateEnd(&stream) == Z_OK && fsync(file) == 0 && close(file) == 0, "end of file");
 }
 
+/** Measures both ways of writing in each repetition: what else the disk does then falls on both. */
 void RegisterStreams(const std::string &folder) {
     const auto lines = std::make_shared<const std::vector<std::string>>(MakeText());
-    Register("zip stream/zip", benchmark::kMillisecond, [=](benchmark::State &state) {
-        for ([[maybe_unused]] auto _ : state) {
-            state.SetIterationTime(Seconds([&] { WriteStream(*lines, folder + "/text.zip"); }));
-        }
-    });
     const auto text = std::make_shared<const std::string>(std::accumulate(lines->begin(), lines->end(), std::string()));
-    Register("zip stream/zlib", benchmark::kMillisecond, [=](benchmark::State &state) {
+    Register("zip stream", benchmark::kMillisecond, [=](benchmark::State &state) {
         for ([[maybe_unused]] auto _ : state) {
-            state.SetIterationTime(Seconds([&] { Deflate(*text, folder + "/text.gz"); }));
+            const double ours = Seconds([&] { WriteStream(*lines, folder + "/text.zip"); });
+            const double theirs = Seconds([&] { Deflate(*text, folder + "/text.gz"); });
+            state.counters["zip"] = ours * 1e3;
+            state.counters["zlib"] = theirs * 1e3;
+            state.SetIterationTime(ours + theirs);
         }
     });
 }
@@ -502,20 +557,28 @@ void PrintTable(CollectingReporter &times) {
                          double target) {
         PrintRow(measure, unit, times.Median(measure + "/" + us), peer, times.Median(measure + "/" + peer), target);
     };
+    const auto pairedRow = [&](const std::string &measure, const char *unit, const std::string &us, const char *peer,
+                               double target) {
+        const std::string ours = measure + "/" + us, theirs = measure + "/" + peer;
+        PrintRow(measure, unit, times.Median(ours), peer, times.Median(theirs), times.PairedRatio(ours, theirs),
+                 target);
+    };
     std::printf("\n%-16s %10s %10s     %-10s %7s   %s\n", "measure", "library", "peer", "peer", "ratio", "target");
-    for (const std::string order : {"random ", "asc "}) {
+    for (const std::string order : {"random/", "asc/"}) {
         for (const char *what : {"insert", "find", "walk", "delete"}) {
-            row(order + what, "ns", Tree::kName, BoostTree::kName, 1.1);
-            row(order + what, "ns", Tree::kName, StdTree::kName, 0);
+            pairedRow(order + what, "ns", Tree::kName, BoostTree::kName, 1.1);
+            pairedRow(order + what, "ns", Tree::kName, StdTree::kName, 0);
         }
     }
     row("queue", "ns", Queue::kName, CalledRing::kName, 1.2);
     row("queue", "ns", Queue::kName, InlineRing::kName, 0);
     row("vector fill", "ns", Vector::kName, FreeListVector::kName, 0);
     row("vector churn", "ns", Vector::kName, FreeListVector::kName, 0);
-    row("zip stream", "ms", "zip", "zlib", 1.1);
+    pairedRow("zip stream", "ms", "zip", "zlib", 1.1);
     std::printf(
-        "\nrandom   1,000,000 elements in random order; asc: in ascending order. boost: Boost.Intrusive's set.\n"
+        "\nrandom   1,000,000 elements in random order; asc: in ascending order. boost: Boost.Intrusive's set. The "
+        "trees\n"
+        "         take turns of 50,000 elements; a ratio is the median of those of the repetitions.\n"
         "queue    an insertion and a removal. called: boost::circular_buffer in a shared library, as the queue;\n"
         "         inlined: the same compiled into its user.\n"
         "vector   fill: one of 10,000 items set. churn: one of 100 unset anywhere among them, and another set; the\n"

@@ -34,7 +34,7 @@ void RegisterOpen(const char *who, const std::string &path, std::shared_ptr<cons
             mi_collect(true);  // hands free memory back to the system
             state.SetIterationTime(Seconds([&] { opener->Open(); }));
             Require(opener->Check(*records), "what was opened are not the records");
-            state.counters["close_ms"] = Seconds([&] { opener->Close(); }) * 1e3;
+            state.counters["close"] = Seconds([&] { opener->Close(); }) * 1e3;
         }
     });
 }

@@ -2,7 +2,7 @@
  * What the benchmarks share: how measurements are registered and timed, and how ratios are printed.
  *
  * The repetitions of all measurements of a program are interleaved at random, so that a slow moment of the machine
- * falls on all alike; ratios are of medians.
+ * falls on all alike; ratios are of medians, unless two measurements are taken together in each repetition.
  */
 #ifndef TAV_BENCH_REPORT_H
 #define TAV_BENCH_REPORT_H
@@ -12,9 +12,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tav::bench {
@@ -61,19 +63,30 @@ class CollectingReporter : public benchmark::ConsoleReporter {
     }
 
     /** The median of a measurement, or 0 when it did not run. */
-    double Median(const std::string &name) {
-        std::vector<double> &times = times_[name];
-        std::sort(times.begin(), times.end());
-        return times.empty() ? 0 : times[times.size() / 2];
+    double Median(const std::string &name) { return MedianOf(times_[name]); }
+
+    /**
+     * The median ratio of two measurements that are taken together in each repetition, or 0 when they did not run.
+     * A slow or a fast moment of the machine has less power over it than over the ratio of the medians.
+     */
+    double PairedRatio(const std::string &ours, const std::string &theirs) {
+        std::vector<double> ratios = times_[ours];
+        std::transform(ratios.begin(), ratios.end(), times_[theirs].begin(), ratios.begin(), std::divides<>());
+        return MedianOf(std::move(ratios));
     }
 
   private:
     void Keep(const Run &run) {
         const std::string name = run.run_name.function_name;
         times_[name].push_back(run.GetAdjustedRealTime());
-        if (const auto close = run.counters.find("close_ms"); close != run.counters.end()) {
-            times_[name + "/close"].push_back(close->second);
+        for (const auto &[part, time] : run.counters) {
+            times_[name + "/" + part].push_back(time);
         }
+    }
+
+    static double MedianOf(std::vector<double> values) {
+        std::sort(values.begin(), values.end());
+        return values.empty() ? 0 : values[values.size() / 2];
     }
 
     std::map<std::string, std::vector<double>> times_;
@@ -81,16 +94,21 @@ class CollectingReporter : public benchmark::ConsoleReporter {
 
 /** Prints a row of the table; without a target it is for information. A measurement that did not run has no row. */
 inline void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs,
-                     double target) {
+                     double ratio, double target) {
     if (ours == 0 || theirs == 0) {
         return;
     }
-    const double ratio = ours / theirs;
     std::printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
     if (target > 0) {
         std::printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
     }
     std::printf("\n");
+}
+
+/** The same, for measurements that are not taken together: the ratio is that of their medians. */
+inline void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs,
+                     double target) {
+    PrintRow(what, unit, ours, peer, theirs, ours / theirs, target);
 }
 
 /** Runs a program: an exception ends it with its text. Returns the exit status. */
