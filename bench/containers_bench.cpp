@@ -535,17 +535,22 @@ void Deflate(const std::string &text, const std::string &path) {
     Require(deflateEnd(&stream) == Z_OK && fsync(file) == 0 && close(file) == 0, "end of file");
 }
 
-/** Measures both ways of writing in each repetition: what else the disk does then falls on both. */
+/**
+ * Measures both ways of writing in each repetition: what else the disk does then falls on both. Each goes once before,
+ * for nothing: where the system must fetch free memory from a host first, that would be what is measured.
+ */
 void RegisterStreams(const std::string &folder) {
     const auto lines = std::make_shared<const std::vector<std::string>>(MakeText());
     const auto text = std::make_shared<const std::string>(std::accumulate(lines->begin(), lines->end(), std::string()));
+    const auto ours = [=] { WriteStream(*lines, folder + "/text.zip"); };
+    const auto theirs = [=] { Deflate(*text, folder + "/text.gz"); };
     Register("zip stream", benchmark::kMillisecond, [=](benchmark::State &state) {
+        theirs();
+        ours();
         for ([[maybe_unused]] auto _ : state) {
-            const double ours = Seconds([&] { WriteStream(*lines, folder + "/text.zip"); });
-            const double theirs = Seconds([&] { Deflate(*text, folder + "/text.gz"); });
-            state.counters["zip"] = ours * 1e3;
-            state.counters["zlib"] = theirs * 1e3;
-            state.SetIterationTime(ours + theirs);
+            state.counters["zip"] = Seconds(ours) * 1e3;
+            state.counters["zlib"] = Seconds(theirs) * 1e3;
+            state.SetIterationTime((state.counters["zip"] + state.counters["zlib"]) / 1e3);
         }
     });
 }
@@ -584,7 +589,8 @@ void PrintTable(CollectingReporter &times) {
         "vector   fill: one of 10,000 items set. churn: one of 100 unset anywhere among them, and another set; the\n"
         "         library's vector looks for the lowest hole, the free list takes the latest.\n"
         "zip      20 MB of text appended line by line and written as an archive; zlib: the same text, already in one\n"
-        "         piece, compressed into a gzip file and synced.\n");
+        "         piece, compressed into a gzip file and synced. Each once before for nothing, which has the memory at "
+        "hand.\n");
 }
 
 void RunAll(int argc, char **argv) {
