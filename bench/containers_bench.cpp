@@ -30,7 +30,7 @@ namespace tav::bench {
 namespace {
 
 constexpr uint32_t kElements = 1000000;
-constexpr uint32_t kTurn = 50000;
+constexpr uint32_t kTurn = 50000;  // elements that a tree sees before the next tree goes on
 
 // ---- Trees
 
@@ -581,16 +581,14 @@ void PrintTable(CollectingReporter &times) {
     row("vector churn", "ns", Vector::kName, FreeListVector::kName, 0);
     pairedRow("zip stream", "ms", "zip", "zlib", 1.1);
     std::printf(
-        "\nrandom   1,000,000 elements in random order; asc: in ascending order. boost: Boost.Intrusive's set. The "
-        "trees\n"
-        "         take turns of 50,000 elements; a ratio is the median of those of the repetitions.\n"
+        "\nrandom   1,000,000 elements in random order; asc: in ascending order. boost: Boost.Intrusive's set. The\n"
+        "         trees take turns of 50,000 elements; a ratio is the median of those of the repetitions.\n"
         "queue    an insertion and a removal. called: boost::circular_buffer in a shared library, as the queue;\n"
         "         inlined: the same compiled into its user.\n"
         "vector   fill: one of 10,000 items set. churn: one of 100 unset anywhere among them, and another set; the\n"
         "         library's vector looks for the lowest hole, the free list takes the latest.\n"
         "zip      20 MB of text appended line by line and written as an archive; zlib: the same text, already in one\n"
-        "         piece, compressed into a gzip file and synced. Each once before for nothing, which has the memory at "
-        "hand.\n");
+        "         piece, compressed into a gzip file and synced. Each goes once before, for nothing.\n");
 }
 
 void RunAll(int argc, char **argv) {
