@@ -51,7 +51,7 @@ inline Digest Sha256(const void *data, size_t size) {
     return digest;
 }
 
-/* Of the store's file format the floor knows this: a head of 80 bytes, in which the body's checksum stands at 48. */
+// Of the store's file format the floor knows this: a head of 80 bytes, in which the body's checksum stands at 48.
 constexpr size_t kHeadSize = 80, kChecksumAt = 48;
 
 inline Digest BodyDigest(const Image &image) {
@@ -59,7 +59,7 @@ inline Digest BodyDigest(const Image &image) {
 }
 
 /** Reads the store's file, digests its body, copies it once. */
-template <class Record>
+template <typename Record>
 class FloorOpener {
   public:
     explicit FloorOpener(const std::string &path) : path_(path + ".dat") {}
@@ -70,7 +70,7 @@ class FloorOpener {
         image_ = ReadFile(path_);
         digest_ = BodyDigest(image_);
         copy_ = std::make_unique_for_overwrite<uint8_t[]>(image_.size);
-        std::memcpy(copy_.get(), image_.bytes.get(), image_.size);
+        memcpy(copy_.get(), image_.bytes.get(), image_.size);
     }
 
     bool Check(const std::vector<Record> &) const {
@@ -90,7 +90,7 @@ class FloorOpener {
 };
 
 /** Digests an old and a new body that are in memory, and writes the new image. */
-template <class Record>
+template <typename Record>
 class FloorFlusher {
   public:
     FloorFlusher(const std::string &path, const Record &)

@@ -11,7 +11,7 @@
 
 namespace tav::bench {
 
-template <class Record>
+template <typename Record>
 class LmdbGetter {
   public:
     /** Writes a database with the records and makes their keys ready, in this order. */
@@ -50,7 +50,7 @@ class LmdbGetter {
     }
 
   private:
-    /* LMDB orders keys bytewise: a number stands big-endian. */
+    // LMDB orders keys bytewise: a number stands big-endian.
     static std::string Encode(uint32_t key) {
         const uint32_t bigEndian = htobe32(key);
         return std::string(BytesOf(bigEndian));

@@ -32,7 +32,7 @@ inline void Fill(pb::Record7 &message, const Record7 &record) {
     message.set_f12(record.f12);
 }
 
-template <class Record>
+template <typename Record>
 class ProtobufOpener {
     static constexpr bool kNumbers = std::is_same_v<Record, Record13>;
     using File = std::conditional_t<kNumbers, pb::File13, pb::File7>;

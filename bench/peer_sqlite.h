@@ -25,7 +25,7 @@ struct SqliteBinder {
 
     void operator()(uint32_t, uint32_t value) { sqlite3_bind_int64(statement, ++at, value); }
     void operator()(uint32_t, const Address &value) {
-        sqlite3_bind_blob(statement, ++at, value.data(), sizeof value, nullptr);
+        sqlite3_bind_blob(statement, ++at, value.data(), sizeof(value), nullptr);
     }
     void operator()(uint32_t, const std::string &value) {
         sqlite3_bind_text(statement, ++at, value.data(), static_cast<int>(value.size()), nullptr);
@@ -37,13 +37,13 @@ struct SqliteReader {
     sqlite3_stmt *statement;
     int at = 0;
 
-    template <class Integer>
+    template <typename Integer>
     void operator()(uint32_t, Integer &value) {
         value = static_cast<Integer>(sqlite3_column_int64(statement, at++));
     }
     void operator()(uint32_t, Address &value) {
-        Require(sqlite3_column_bytes(statement, at) == sizeof value, "sqlite address");
-        std::memcpy(value.data(), sqlite3_column_blob(statement, at++), sizeof value);
+        Require(sqlite3_column_bytes(statement, at) == sizeof(value), "sqlite address");
+        memcpy(value.data(), sqlite3_column_blob(statement, at++), sizeof(value));
     }
     void operator()(uint32_t, std::string &value) {
         const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, at));
@@ -51,7 +51,7 @@ struct SqliteReader {
     }
 };
 
-template <class Record>
+template <typename Record>
 class SqliteOpener {
     static constexpr bool kNumbers = std::is_same_v<Record, Record13>;
     static constexpr const char *kCreate =
@@ -84,7 +84,7 @@ class SqliteOpener {
         OpenDatabase(SQLITE_OPEN_READONLY);
         const Statement check = Prepare("PRAGMA integrity_check");
         Require(sqlite3_step(check.get()) == SQLITE_ROW, "sqlite integrity check");
-        sound_ = std::strcmp(reinterpret_cast<const char *>(sqlite3_column_text(check.get(), 0)), "ok") == 0;
+        sound_ = strcmp(reinterpret_cast<const char *>(sqlite3_column_text(check.get(), 0)), "ok") == 0;
         const Statement rows = Prepare("SELECT * FROM records ORDER BY 1");
         while (sqlite3_step(rows.get()) == SQLITE_ROW) {
             Record record;

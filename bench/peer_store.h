@@ -27,7 +27,7 @@ inline Store OpenStore(uint32_t mode, const std::string &path) {
 }
 
 /** Makes a node of a record, with the fields that the filter lets through. */
-template <class Record, class Filter>
+template <typename Record, typename Filter>
 Node MakeNode(const Record &record, Filter filter) {
     Node node(TAV_ExtCfgRecordNodeCreate(Record::kClass));
     Record::Visit(record, [&](uint32_t fid, const auto &value) {
@@ -39,25 +39,25 @@ Node MakeNode(const Record &record, Filter filter) {
     return node;
 }
 
-template <class Record>
+template <typename Record>
 Node MakeKey(const Record &record) {
     return MakeNode(record, [](uint32_t fid) { return fid == Record::kKeyField; });
 }
 
-/** Tells whether a node holds the fields of a record. */
-template <class Record>
+/** Returns whether a node holds the fields of a record. */
+template <typename Record>
 bool Holds(const TAV_ExtCfgRecordNode *node, const Record &record) {
     bool same = true;
     Record::Visit(record, [&](uint32_t fid, const auto &value) {
         char bytes[512];
         uint32_t length = 0;
-        same = same && TAV_ExtCfgRecordGetFieldValue(node, fid, sizeof bytes, bytes, &length) == TAV_OK &&
+        same = same && TAV_ExtCfgRecordGetFieldValue(node, fid, sizeof(bytes), bytes, &length) == TAV_OK &&
                BytesOf(value) == std::string_view(bytes, length);
     });
     return same;
 }
 
-template <class Record>
+template <typename Record>
 class StoreOpener {
   public:
     explicit StoreOpener(const std::string &path) : path_(path + ".dat") {}
@@ -92,7 +92,7 @@ class StoreOpener {
     Store store_;
 };
 
-template <class Record>
+template <typename Record>
 class StoreGetter {
   public:
     /** Opens the store and makes the keys of the records ready, in this order. */
@@ -122,7 +122,7 @@ class StoreGetter {
 };
 
 /** Changes one field of one record of a copy of the file. */
-template <class Record>
+template <typename Record>
 class StoreFlusher {
   public:
     StoreFlusher(const std::string &path, const Record &record) : path_(path + ".flush.dat"), record_(record) {

@@ -8,34 +8,14 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "random.h"
+
 namespace tav::bench {
-
-/** Random numbers from a fixed seed. The standard's distributions differ between libraries, so it has its own. */
-struct Random {
-    std::mt19937_64 engine{20240207};
-
-    /** Any number of a type. */
-    template <class Integer>
-    Integer Any() {
-        return static_cast<Integer>(engine());
-    }
-    /** A number from low to high, both included. */
-    uint32_t Between(uint32_t low, uint32_t high) {
-        return low + static_cast<uint32_t>(engine() % (uint64_t{high} - low + 1));
-    }
-    /** Lower-case text. */
-    std::string Text(uint32_t shortest, uint32_t longest) {
-        std::string text(Between(shortest, longest), ' ');
-        std::generate(text.begin(), text.end(), [this] { return static_cast<char>('a' + Between(0, 25)); });
-        return text;
-    }
-};
 
 /** An address as the platform lays it out: family, IPv4 word in host order, 16 bytes of IPv6. */
 using Address = std::array<uint8_t, 21>;
@@ -57,7 +37,7 @@ struct Record13 {
     bool operator==(const Record13 &) const = default;
 
     /** Calls visit(field id, value) for each field, the key first. */
-    template <class Self, class Visitor>
+    template <typename Self, typename Visitor>
     static void Visit(Self &self, Visitor &&visit) {
         visit(14u, self.key);
         visit(15u, self.f15);
@@ -105,7 +85,7 @@ struct Record7 {
     bool operator==(const Record7 &) const = default;
 
     /** Calls visit(field id, value) for each field, the key first. */
-    template <class Self, class Visitor>
+    template <typename Self, typename Visitor>
     static void Visit(Self &self, Visitor &&visit) {
         visit(8u, self.key);
         visit(9u, self.f9);
@@ -128,9 +108,9 @@ struct Record7 {
 };
 
 /** The bytes of a field's value in host order. */
-template <class Value>
+template <typename Value>
 std::string_view BytesOf(const Value &value) {
-    return {reinterpret_cast<const char *>(&value), sizeof value};
+    return {reinterpret_cast<const char *>(&value), sizeof(value)};
 }
 inline std::string_view BytesOf(const std::string &value) {
     return value;

@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <stdexcept>
@@ -31,7 +33,7 @@ inline void Require(bool worked, const char *what) {
 }
 
 /** Runs a function and returns the seconds that it took. */
-template <class Function>
+template <typename Function>
 double Seconds(Function function) {
     const auto start = std::chrono::steady_clock::now();
     function();
@@ -39,7 +41,7 @@ double Seconds(Function function) {
 }
 
 /** Adds a measurement; a name is "<data set>/<measure>/<who>". The body sets the time of each iteration. */
-template <class Body>
+template <typename Body>
 benchmark::internal::Benchmark *Register(const std::string &name, benchmark::TimeUnit unit, Body body) {
     auto *added = benchmark::RegisterBenchmark(name.c_str(), body);
     return added->Iterations(1)->Repetitions(kRepetitions)->UseManualTime()->Unit(unit);
@@ -92,17 +94,22 @@ class CollectingReporter : public benchmark::ConsoleReporter {
     std::map<std::string, std::vector<double>> times_;
 };
 
+/** Prints what stands above the rows of a table; `subject` is who is measured beside the peers. */
+inline void PrintHeading(const char *subject) {
+    printf("\n%-16s %10s %10s     %-10s %7s   %s\n", "measure", subject, "peer", "peer", "ratio", "target");
+}
+
 /** Prints a row of the table; without a target it is for information. A measurement that did not run has no row. */
 inline void PrintRow(const std::string &what, const char *unit, double ours, const char *peer, double theirs,
                      double ratio, double target) {
     if (ours == 0 || theirs == 0) {
         return;
     }
-    std::printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
+    printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
     if (target > 0) {
-        std::printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
+        printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
     }
-    std::printf("\n");
+    printf("\n");
 }
 
 /** The same, for measurements that are not taken together: the ratio is that of their medians. */
@@ -111,14 +118,44 @@ inline void PrintRow(const std::string &what, const char *unit, double ours, con
     PrintRow(what, unit, ours, peer, theirs, ours / theirs, target);
 }
 
+/** Prints the row of two measurements of the same thing: "<measure>/<us>" and "<measure>/<peer>". */
+inline void PrintMedians(CollectingReporter &times, const std::string &measure, const char *unit, const char *us,
+                         const char *peer, double target) {
+    PrintRow(measure, unit, times.Median(measure + "/" + us), peer, times.Median(measure + "/" + peer), target);
+}
+
+/** The same, for measurements that are taken together in each repetition. */
+inline void PrintPaired(CollectingReporter &times, const std::string &measure, const char *unit, const char *us,
+                        const char *peer, double target) {
+    const std::string ours = measure + "/" + us, theirs = measure + "/" + peer;
+    PrintRow(measure, unit, times.Median(ours), peer, times.Median(theirs), times.PairedRatio(ours, theirs), target);
+}
+
+/** A folder below TMPDIR that goes with its content when the object does. */
+class TempFolder {
+  public:
+    explicit TempFolder(const std::string &program)
+        : path_(std::filesystem::temp_directory_path() / (program + ".XXXXXX")) {
+        Require(mkdtemp(path_.data()) != nullptr, "temporary folder");
+    }
+    ~TempFolder() { std::filesystem::remove_all(path_); }
+    TempFolder(const TempFolder &) = delete;
+    TempFolder &operator=(const TempFolder &) = delete;
+
+    const std::string &Path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
 /** Runs a program: an exception ends it with its text. Returns the exit status. */
-template <class Function>
+template <typename Function>
 int RunGuarded(const char *program, Function function) {
     try {
         function();
         return 0;
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "%s: %s\n", program, error.what());
+        fprintf(stderr, "%s: %s\n", program, error.what());
         return 1;
     }
 }
@@ -130,6 +167,16 @@ inline void ReadOptions(int argc, char **argv) {
     int count = static_cast<int>(options.size());
     benchmark::Initialize(&count, options.data());
     Require(!benchmark::ReportUnrecognizedArguments(count, options.data()), "unknown option");
+}
+
+/** Adds the measurements, runs those that the options choose, and prints the table. */
+template <typename RegisterAll, typename PrintTable>
+void RunMeasurements(int argc, char **argv, RegisterAll registerAll, PrintTable printTable) {
+    ReadOptions(argc, argv);
+    registerAll();
+    CollectingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    printTable(reporter);
 }
 
 }  // namespace tav::bench

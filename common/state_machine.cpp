@@ -1,24 +1,25 @@
 /*
  * State machine runner, and the ring in which a machine keeps its last steps.
  */
-#include "platform/bex_string.h"
+#include <algorithm>
+
 #include "tav_common.h"
 
 namespace {
 
-/** Tells the index behind one in the ring. */
+/** Returns the index behind one in the ring. */
 uint16_t Following(uint16_t index) {
     return static_cast<uint16_t>(index + 1 == TAV_FSM_RECORDS ? 0 : index + 1);
 }
 
-/** Tells the record written last; in a fresh ring, the last record of all. */
+/** Returns the record written last; in a fresh ring, the last record of all. */
 TAV_FSM_Record *LastRecord(TAV_FSM_Ring *ring) {
     return &ring->records[(ring->next == 0 ? TAV_FSM_RECORDS : ring->next) - 1];
 }
 
 /**
  * Advances the index to write at, and pushes the oldest one out of its way. So the record to be written over next is
- * never shown: of ten records nine are seen, on purpose.
+ * never shown, and readers of a ring count on at most nine of its ten records.
  */
 void Advance(TAV_FSM_Ring *ring) {
     ring->next = Following(ring->next);
@@ -38,6 +39,14 @@ const TAV_FSM_Transition *FindTransition(const TAV_FSM *machine, uint32_t event)
     return nullptr;
 }
 
+/**
+ * Returns how many bytes a formatter has written: never more than there was room for, though one built on snprintf
+ * answers what it would have needed; none when it answers a negative number.
+ */
+uint32_t BytesWritten(uint32_t answer, uint32_t room) {
+    return answer > INT32_MAX ? 0 : std::min(answer, room);
+}
+
 }  // namespace
 
 void TAV_FSM_Init(TAV_FSM *machine, uint8_t initialState, const TAV_FSM_Transition *transitions,
@@ -49,7 +58,7 @@ void TAV_FSM_Init(TAV_FSM *machine, uint8_t initialState, const TAV_FSM_Transiti
     machine->transitionCount = transitionCount;
     machine->transitions = transitions;
     machine->userData = userData;
-    memset_s(&machine->ring, sizeof machine->ring, 0, sizeof machine->ring);
+    machine->ring = {};
     TAV_FSM_SaveDiagnoseInfo(&machine->ring, initialState, TAV_FSM_START_EVENT);
 }
 
@@ -61,17 +70,18 @@ uint32_t TAV_FSM_Run_Base(TAV_FSM *machine, uint32_t event, uintptr_t argument, 
     if (transition == nullptr) {
         return TAV_FSM_NO_TRANSITION;
     }
-    const bool first = transition->action == nullptr ||
-                       transition->action(machine->state, event, argument, machine->userData) == TAV_FSM_FIRST;
+    const uint8_t state = machine->state;  // before the action, which may run the same machine
+    const bool first =
+        transition->action == nullptr || transition->action(state, event, argument, machine->userData) == TAV_FSM_FIRST;
     const TAV_FSM_Outcome &outcome = first ? transition->first : transition->second;
-    TAV_FSM_SaveDiagnoseInfo(&machine->ring, machine->state, static_cast<uint16_t>(event));
+    TAV_FSM_SaveDiagnoseInfo(&machine->ring, state, static_cast<uint16_t>(event));
     machine->state = outcome.nextState;
     *repeat = outcome.repeat;
     return 0;
 }
 
 uint32_t TAV_FSM_Run(TAV_FSM *machine, uint32_t event, uintptr_t argument) {
-    constexpr uint16_t kNoStep = 2; /* stays when no step is taken, which ends the loop */
+    constexpr uint16_t kNoStep = 2;  // stays when no step is taken, which ends the loop
     uint32_t result = 0;
     uint16_t repeat = 0;
     do {
@@ -101,7 +111,8 @@ uint32_t TAV_FSM_DumpDiagnoseInfo(const TAV_FSM *machine, TAV_FSM_Formatter form
     }
     uint32_t written = 0;
     for (uint16_t index = machine->ring.oldest; index != machine->ring.next; index = Following(index)) {
-        written += formatter(&machine->ring.records[index], buffer + written, size - written);
+        written +=
+            BytesWritten(formatter(&machine->ring.records[index], buffer + written, size - written), size - written);
     }
     return written;
 }

@@ -1,27 +1,26 @@
 /*
- * Red-black tree wrapper. The descents are here; re-balancing, removal and walking are the platform's.
- *
- * In a descent the ways of a step are branches on purpose: the processor goes on with the child that it expects while
- * the key is still on its way from memory. A choice between two addresses would have to wait.
+ * Red-black tree wrapper. The descents are ours; re-balancing, removal and walking are the platform's.
  */
 #include "containers/rbtree.h"
 
+#include "common/memory.h"
+#include "common/words.h"
 #include "platform/bex_string.h"
-#include "platform/mel_memory.h"
 
 using containers::RbtKey;
 
 namespace {
 
-constexpr char kModule[] = "tav_rbtree";
+constexpr common::Heap kHeap("tav_rbtree");
 
-/** Tells whether a tree has been initialised with a comparer. */
+/** Returns whether a tree has been initialised with a comparer. */
 bool IsUsable(const TAV_RBT_Tree *tree) {
     return tree != nullptr && tree->comparer != nullptr && tree->root != nullptr;
 }
 
-/** Links a node in as a red leaf below `parent` and has the platform re-balance. */
-void LinkLeaf(TAV_RBT_Tree *tree, TAV_RBT_Node *parent, TAV_RBT_Node **link, TAV_RBT_Node *node) {
+}  // namespace
+
+void containers::RbtLink(TAV_RBT_Tree *tree, TAV_RBT_Node *parent, TAV_RBT_Node **link, TAV_RBT_Node *node) {
     node->greater = &tree->sentinel;
     node->smaller = &tree->sentinel;
     node->parent = parent;
@@ -30,16 +29,8 @@ void LinkLeaf(TAV_RBT_Tree *tree, TAV_RBT_Node *parent, TAV_RBT_Node **link, TAV
     BEX_RBT_InsertNodeFixup(tree, node);
 }
 
-/** Reads the pointer or number that a key begins with. */
-template <typename Word>
-Word KeyWord(const void *key) {
-    return *static_cast<const Word *>(key);
-}
-
-}  // namespace
-
 void containers::RbtAppend(TAV_RBT_Tree *tree, TAV_RBT_Node *greatest, TAV_RBT_Node *node) {
-    LinkLeaf(tree, greatest, &greatest->greater, node);
+    RbtLink(tree, greatest, &greatest->greater, node);
 }
 
 TAV_RBT_Node *containers::RbtGreatest(TAV_RBT_Tree *tree) {
@@ -76,42 +67,15 @@ uint32_t TAV_RBT_AddNode(TAV_RBT_Tree *tree, void *element) {
         return TAV_ERR_NOT_READY;
     }
     auto *node = static_cast<TAV_RBT_Node *>(element);
-    TAV_RBT_Node *parent = &tree->sentinel;
-    TAV_RBT_Node **link = &tree->root;
-    while (*link != &tree->sentinel) {
-        parent = *link;
-        if (parent == nullptr) {
-            return TAV_ERR_NULL; /* a damaged tree */
-        }
-        const int32_t order = tree->comparer(RbtKey(node), RbtKey(parent));
-        if (order < 0) {
-            link = &parent->smaller;
-        } else if (order > 0) {
-            link = &parent->greater;
-        } else {
-            return TAV_ERR_INVALID;
-        }
-    }
-    LinkLeaf(tree, parent, link, node);
-    return TAV_OK;
+    return containers::RbtAdd(tree, node,
+                              [=](const TAV_RBT_Node *other) { return tree->comparer(RbtKey(node), RbtKey(other)); });
 }
 
 void *TAV_RBT_GetNode(TAV_RBT_Tree *tree, const void *key) {
     if (key == nullptr || !IsUsable(tree)) {
         return nullptr;
     }
-    TAV_RBT_Node *node = tree->root;
-    while (node != &tree->sentinel) {
-        const int32_t order = tree->comparer(key, RbtKey(node));
-        if (order < 0) {
-            node = node->smaller;
-        } else if (order > 0) {
-            node = node->greater;
-        } else {
-            return node;
-        }
-    }
-    return nullptr;
+    return containers::RbtFind(tree, [=](const TAV_RBT_Node *node) { return tree->comparer(key, RbtKey(node)); });
 }
 
 void TAV_RBT_DelNode(TAV_RBT_Tree *tree, void *element) {
@@ -122,7 +86,7 @@ void TAV_RBT_DelNode(TAV_RBT_Tree *tree, void *element) {
     if (tree->destructor != nullptr) {
         tree->destructor(element);
     } else {
-        MEL_Free_F(element, kModule, __LINE__);
+        kHeap.Return(element);
     }
 }
 
@@ -130,7 +94,7 @@ void TAV_RBT_DelTree(TAV_RBT_Tree *tree) {
     if (!IsUsable(tree)) {
         return;
     }
-    /* The successor is asked for while its predecessor still stands; at the end, once, for the successor of none. */
+    // The successor is asked for while its predecessor still stands; at the end, once, for the successor of null.
     TAV_RBT_Node *node = BEX_RBT_FirstNode(tree);
     TAV_RBT_Node *next = BEX_RBT_NextNode(tree, node);
     while (node != nullptr) {
@@ -142,17 +106,17 @@ void TAV_RBT_DelTree(TAV_RBT_Tree *tree) {
 }
 
 int32_t TAV_KEY_RBT_Compare_UINT32(const void *keyA, const void *keyB) {
-    const auto a = KeyWord<uint32_t>(keyA);
-    const auto b = KeyWord<uint32_t>(keyB);
+    const auto a = common::LoadWord<uint32_t>(keyA);
+    const auto b = common::LoadWord<uint32_t>(keyB);
     return a < b ? -1 : (a > b ? 1 : 0);
 }
 
 int32_t TAV_KEY_RBT_Compare_String(const void *keyA, const void *keyB) {
-    return BEX_StrCmp(KeyWord<const char *>(keyA), KeyWord<const char *>(keyB));
+    return BEX_StrCmp(common::LoadWord<const char *>(keyA), common::LoadWord<const char *>(keyB));
 }
 
 int32_t TAV_KEY_RBT_Compare_IString(const void *keyA, const void *keyB) {
-    return BEX_StrICmp(KeyWord<const char *>(keyA), KeyWord<const char *>(keyB));
+    return BEX_StrICmp(common::LoadWord<const char *>(keyA), common::LoadWord<const char *>(keyB));
 }
 
 void *TAV_KEY_RBT_GetNode(TAV_RBT_Tree *tree, uintptr_t key) {

@@ -4,14 +4,14 @@
  */
 #include "tav_vector.h"
 
+#include "common/memory.h"
 #include "platform/bex_string.h"
-#include "platform/mel_memory.h"
 
 namespace {
 
 using Vector = VEC_Vector;
 
-constexpr char kModule[] = "tav_vector";
+constexpr common::Heap kHeap("tav_vector");
 
 /** How many slots one block can hold: its size is a 32-bit number. */
 constexpr uint32_t kMaxSlots = UINT32_MAX / sizeof(uintptr_t);
@@ -21,18 +21,19 @@ uint32_t BytesOf(uint32_t slotCount) {
     return slotCount * uint32_t{sizeof(uintptr_t)};
 }
 
-/** Takes a vector whose slots are not filled yet, or null. */
+/** Takes a vector, accounted to the caller's source and line, whose slots are not filled yet; null when it cannot. */
 Vector *Take(uintptr_t module, uint32_t slotCount, const char *source, uint32_t line) {
     if (slotCount > kMaxSlots) {
         return nullptr;
     }
-    auto *vector = static_cast<Vector *>(MEL_Malloc_F(module, g_aucMelMemPt[0], sizeof(Vector), source, line));
+    const common::Heap callersHeap(source);
+    auto *vector = static_cast<Vector *>(callersHeap.Take(sizeof(Vector), module, line));
     if (vector == nullptr) {
         return nullptr;
     }
-    void *slots = MEL_Malloc_F(module, g_aucMelMemPt[0], BytesOf(slotCount), source, line);
+    void *slots = callersHeap.Take(BytesOf(slotCount), module, line);
     if (slots == nullptr) {
-        MEL_Free_F(vector, kModule, __LINE__);
+        kHeap.Return(vector);
         return nullptr;
     }
     *vector = {.active = 0, .allocated = slotCount, .slots = static_cast<uintptr_t *>(slots), .full = 0};
@@ -63,8 +64,7 @@ int32_t VEC_Bzero(void *block, uint32_t size) {
     if (block == nullptr) {
         return -1;
     }
-    memset_s(block, size, 0, size);
-    return 0;
+    return memset_s(block, size, 0, size) == 0 ? 0 : -1;
 }
 
 int32_t VEC_Bcopy(void *dest, uint32_t destSize, const void *src, uint32_t count) {
@@ -76,8 +76,9 @@ int32_t VEC_Bcopy(void *dest, uint32_t destSize, const void *src, uint32_t count
 
 VEC_Vector *VEC_VectorInit_F(uintptr_t module, uint32_t size, const char *source, uint32_t line) {
     Vector *vector = Take(module, size == 0 ? 1 : size, source, line);
-    if (vector != nullptr) {
-        VEC_VectorClearAll(vector);
+    if (vector != nullptr && VEC_Bzero(vector->slots, BytesOf(vector->allocated)) != 0) {
+        VEC_VectorFree_F(vector);
+        return nullptr;
     }
     return vector;
 }
@@ -86,8 +87,8 @@ void VEC_VectorFree_F(VEC_Vector *vector) {
     if (vector == nullptr) {
         return;
     }
-    MEL_Free_F(vector->slots, kModule, __LINE__);
-    MEL_Free_F(vector, kModule, __LINE__);
+    kHeap.Return(vector->slots);
+    kHeap.Return(vector);
 }
 
 int32_t VEC_VectorCopy_F(uintptr_t module, const VEC_Vector *vector, VEC_Vector **copy, const char *source,
@@ -102,7 +103,7 @@ int32_t VEC_VectorCopy_F(uintptr_t module, const VEC_Vector *vector, VEC_Vector 
     }
     const uint32_t bytes = BytesOf(vector->allocated);
     if (VEC_Bcopy(made->slots, bytes, vector->slots, bytes) != 0) {
-        VEC_VectorFree_F(made); /* on purpose the caller's pointer stays as it is here */
+        VEC_VectorFree_F(made);  // and *copy stays as it was, as callers are told: memory was not short
         return -1;
     }
     made->active = vector->active;
@@ -128,8 +129,11 @@ int32_t VEC_VectorEnsure(VEC_Vector *vector, uint32_t index) {
         return -1;
     }
     vector->slots = static_cast<uintptr_t *>(slots);
+    if (VEC_Bzero(vector->slots + present, BytesOf(wanted - present)) != 0) {
+        return -1;  // the block has room that the vector does not count
+    }
     vector->allocated = wanted;
-    return VEC_Bzero(vector->slots + present, BytesOf(wanted - present));
+    return 0;
 }
 
 int32_t VEC_VectorEmptySlot(VEC_Vector *vector) {
@@ -159,7 +163,7 @@ int32_t VEC_VectorSetIndex(VEC_Vector *vector, uint32_t index, uintptr_t item) {
         vector->full = index;
     }
     if (index >= vector->active) {
-        vector->active = index + 1; /* also for the item 0: only emptying a slot draws the end back */
+        vector->active = index + 1;  // also for the item 0: only emptying a slot draws the end back
     }
     return static_cast<int32_t>(index);
 }

@@ -2,39 +2,33 @@
  * Base 93: every four bytes become five printable characters. The frame and its words are big-endian on every host, so
  * that a stored text means the same everywhere.
  */
+#include "common/words.h"
 #include "crypt/secret.h"
 #include "tav_crypt.h"
 
-using namespace crypt;
+using crypt::SecretBlock;
 
 namespace {
 
 constexpr uint32_t kBase = 93;
 constexpr uint32_t kDigitsPerWord = 5;
 constexpr uint32_t kBytesPerWord = 4;
-constexpr uint32_t kFrameHead = 2;   // the length before the data
+constexpr uint32_t kFrameHead = 2;   // bytes of the length before the data
 constexpr char kFirstVisible = '!';  // the character of the digit 0
-constexpr char kHidden = '?';        // never shown: it asks for help on a command line
+constexpr char kHidden = '?';        // not shown, because it asks for help on a command line
 constexpr char kHiddenShownAs = '~';
 
-void StoreWord(uint32_t word, uint8_t *bytes) {
-    for (uint32_t i = kBytesPerWord; i-- > 0; word >>= 8) {
-        bytes[i] = static_cast<uint8_t>(word);
-    }
+/** Words of the frame that the encoder makes of that many bytes: as few as hold it. */
+uint32_t EncodedWords(uint16_t length) {
+    return (kFrameHead + length + kBytesPerWord - 1) / kBytesPerWord;
 }
 
-uint32_t LoadWord(const uint8_t *bytes) {
-    uint32_t word = 0;
-    for (uint32_t i = 0; i < kBytesPerWord; ++i) {
-        word = word << 8 | bytes[i];
-    }
-    return word;
-}
-
-/** Bytes that the decoder expects for a stated length: one word more than the encoder writes when length + 2 fits words
- * exactly. Kept on purpose, and so is the encoder's rounding. */
-uint32_t FrameSize(uint16_t length) {
-    return length + 6u - ((length + 2u) & 3u);
+/**
+ * Words of the frame that the decoder asks for: one more than the encoder makes when the frame fills its words. Stored
+ * texts are told from others by this rule, so both roundings stay as they are.
+ */
+uint32_t DecodedWords(uint16_t length) {
+    return (kFrameHead + length) / kBytesPerWord + 1;
 }
 
 }  // namespace
@@ -43,7 +37,7 @@ uint32_t TAV_LongToDesEnhSys(uint32_t value, uint8_t *output) {
     if (output == nullptr) {
         return TAV_CRYPT_FAILED;
     }
-    for (; value != 0; value /= kBase) {  // leading zeros are not written, on purpose: the caller has zeroed the output
+    for (; value != 0; value /= kBase) {  // leading zeros are not written: the caller has zeroed the output
         *output++ = static_cast<uint8_t>(value % kBase);
     }
     return TAV_CRYPT_OK;
@@ -65,18 +59,20 @@ uint32_t TAV_BinToAscii(const void *data, uint16_t length, uint8_t *output, uint
     if (data == nullptr || output == nullptr || outputLength == nullptr) {
         return TAV_CRYPT_FAILED;
     }
-    SecretBlock frame(length + 5u);
-    if (!frame.IsThere()) {
+    SecretBlock<uint8_t> frame(kFrameHead + length + kBytesPerWord - 1);
+    if (frame.data() == nullptr) {
         return TAV_CRYPT_FAILED;
     }
-    frame.Bytes()[0] = static_cast<uint8_t>(length >> 8);
-    frame.Bytes()[1] = static_cast<uint8_t>(length);
-    if (memcpy_s(frame.Bytes() + kFrameHead, frame.Size() - kFrameHead, data, length) != 0) {
+    common::StoreBigEndian(length, frame.data());
+    if (memcpy_s(frame.data() + kFrameHead, frame.size() - kFrameHead, data, length) != 0) {
         return TAV_CRYPT_FAILED;
     }
-    const uint32_t words = ((length + 5u) & 0x1FFFC) / kBytesPerWord;
+    const uint8_t *word = frame.data();
+    const uint32_t words = EncodedWords(length);
     for (uint32_t i = 0; i < words; ++i) {
-        TAV_LongToDesEnhSys(LoadWord(frame.Bytes() + i * kBytesPerWord), output + i * kDigitsPerWord);
+        TAV_LongToDesEnhSys(common::LoadBigEndian<uint32_t>(word), output);
+        word += kBytesPerWord;
+        output += kDigitsPerWord;
     }
     *outputLength = words * kDigitsPerWord;
     return TAV_CRYPT_OK;
@@ -86,13 +82,15 @@ uint32_t TAV_AsciiToBinAndGetLen(const uint8_t *digits, void *output, uint32_t d
     if (digits == nullptr || output == nullptr || length == nullptr || digitCount < kDigitsPerWord) {
         return TAV_CRYPT_FAILED;
     }
-    auto *const bytes = static_cast<uint8_t *>(output);
-    for (uint32_t i = 0; i < digitCount / kDigitsPerWord; ++i) {
+    auto *bytes = static_cast<uint8_t *>(output);
+    for (; digitCount >= kDigitsPerWord; digitCount -= kDigitsPerWord) {
         uint32_t word = 0;
-        TAV_DesEnhSysToLong(digits + i * kDigitsPerWord, &word);
-        StoreWord(word, bytes + i * kBytesPerWord);
+        TAV_DesEnhSysToLong(digits, &word);
+        common::StoreBigEndian(word, bytes);
+        digits += kDigitsPerWord;
+        bytes += kBytesPerWord;
     }
-    *length = static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+    *length = common::LoadBigEndian<uint16_t>(output);
     return TAV_CRYPT_OK;
 }
 
@@ -107,16 +105,16 @@ uint32_t TAV_AsciiToBin(const uint8_t *digits, uint32_t digitCount, void *output
     if (digitCount == 0) {
         return TAV_CRYPT_FAILED;
     }
-    SecretBlock frame(digitCount / kDigitsPerWord * kBytesPerWord);
+    SecretBlock<uint8_t> frame(digitCount / kDigitsPerWord * kBytesPerWord);
     uint16_t stated = 0;
-    if (!frame.IsThere() || TAV_AsciiToBinAndGetLen(digits, frame.Bytes(), digitCount, &stated) != TAV_CRYPT_OK ||
+    if (frame.data() == nullptr || TAV_AsciiToBinAndGetLen(digits, frame.data(), digitCount, &stated) != TAV_CRYPT_OK ||
         stated == 0 || stated > outputSize) {
         return TAV_CRYPT_FAILED;
     }
-    if (frame.Size() != FrameSize(stated)) {
+    if (frame.size() != DecodedWords(stated) * kBytesPerWord) {
         return TAV_PWD_MISMATCH;
     }
-    if (memcpy_s(output, outputSize, frame.Bytes() + kFrameHead, frame.Size() - kFrameHead) != 0) {
+    if (memcpy_s(output, outputSize, frame.data() + kFrameHead, frame.size() - kFrameHead) != 0) {
         return TAV_CRYPT_FAILED;
     }
     if (length != nullptr) {

@@ -1,17 +1,16 @@
 /*
- * The forms in which passwords and secrets are stored: which is which, and the verifiers of the two digest forms.
+ * The irreversible forms in which passwords are stored: which is which, and the verifiers of the two digest forms.
  */
-#include "common/log.h"
-#include "crypt/forms.h"
+#include "crypt/ciphers.h"
 #include "platform/bex_crypt.h"
 
-using namespace crypt;
+using crypt::kNoContext;
+using crypt::Secret;
+using crypt::SecretBlock;
+using crypt::TextBuffer;
 
 namespace {
 
-constexpr uint32_t kTwoModeKind = 7;     // decrypts in one of two modes
-constexpr uint32_t kMinContextKind = 8;  // tied to a key context
-constexpr uint32_t kMaxContextKind = 11;
 constexpr uint32_t kMinDigestKind = 6;  // may be the digest-based form
 constexpr uint32_t kMaxDigestKind = 11;
 
@@ -32,40 +31,6 @@ constexpr uint8_t kMarker = 12;
 
 using SaltedData = Secret<uint8_t, kMaxSaltedData>;
 
-bool IsContextKind(uint32_t kind) {
-    return kind >= kMinContextKind && kind <= kMaxContextKind;
-}
-
-/** Decrypts a cipher of kind 7. Returns the mode that did it; 0 when none did. */
-uint32_t FindMode(const char *text, uint32_t length, TextBuffer *plain) {
-    for (uint32_t mode = 1; mode <= 2; ++mode) {
-        if (BEX_CRYPT_Decrypt_Sec(text, length, plain->Get(), plain->Size(), mode, kNoContext) == 0) {
-            return mode;
-        }
-    }
-    return 0;
-}
-
-/** Tells whether a cipher of this kind decrypts. */
-bool Decrypts(uint32_t kind, const char *text, uint32_t length, uint32_t *mode, const char *keyContext) {
-    TextBuffer plain;
-    if (kind == kTwoModeKind) {
-        const uint32_t found = FindMode(text, length, &plain);
-        if (found != 0 && mode != nullptr) {
-            *mode = found;
-        }
-        return found != 0;
-    }
-    return IsContextKind(kind) ? TAV_CRYPT_Decrypt_Sec(text, length, plain.Get(), plain.Size(), 0, keyContext) == 0
-                               : BEX_CRYPT_Decrypt_Sec(text, length, plain.Get(), plain.Size(), 0, kNoContext) == 0;
-}
-
-/** Classifies a text by its look, from a terminated copy. Its length is below the buffer's. */
-uint32_t KindOf(const char *text, uint32_t length) {
-    TextBuffer copy;
-    return memcpy_s(copy.Get(), copy.Size(), text, length) == 0 ? BEX_CRYPT_IsCipher(copy.Get(), length) : 0;
-}
-
 /** Decodes a salted digest form. Returns the decoder's result. */
 uint32_t DecodeSalted(const char *text, SaltedData *data, uint16_t *length) {
     if (BEX_StrLen(text) > kMaxSaltedText) {
@@ -73,11 +38,11 @@ uint32_t DecodeSalted(const char *text, SaltedData *data, uint16_t *length) {
     }
     Secret<uint8_t, kMaxSaltedText + 1> digits;
     uint32_t count = 0;
-    TAV_AsciiUnvisible(text, digits.Get(), &count);
-    return TAV_AsciiToBin(digits.Get(), count, data->Get(), data->Size(), length);
+    TAV_AsciiUnvisible(text, digits.data(), &count);
+    return TAV_AsciiToBin(digits.data(), count, data->data(), data->size(), length);
 }
 
-/** The check byte of a salted digest form. The last byte is left out of it, on purpose. */
+/** The check byte of a salted digest form: that of stored forms does not cover the last byte. */
 uint8_t CheckByte(const uint8_t *data, uint32_t length) {
     uint8_t check = 0;
     for (uint32_t i = 1; i + 1 < length; ++i) {
@@ -90,59 +55,31 @@ uint8_t CheckByte(const uint8_t *data, uint32_t length) {
 uint32_t DigestSalted(const uint8_t *salt, const char *password, Secret<uint8_t, kDigestBuffer> *digest,
                       uint32_t *digestLength) {
     const uint32_t length = BEX_StrLen(password);
-    SecretBlock block(length + kSaltSize);
-    if (!block.IsThere()) {
+    SecretBlock<uint8_t> block(length + kSaltSize);
+    if (block.data() == nullptr) {
         return TAV_ERR_NO_MEMORY;
     }
-    if (memcpy_s(block.Bytes(), block.Size(), salt, kSaltSize) != 0 ||
-        memcpy_s(block.Bytes() + kSaltSize, block.Size() - kSaltSize, password, length) != 0) {
+    if (memcpy_s(block.data(), block.size(), salt, kSaltSize) != 0 ||
+        memcpy_s(block.data() + kSaltSize, block.size() - kSaltSize, password, length) != 0) {
         return TAV_CRYPT_FAILED;
     }
-    return BEX_Crypt_Digest(block.Bytes(), block.Size(), digest->Get(), digestLength, digest->Size());
+    return BEX_Crypt_Digest(block.data(), block.size(), digest->data(), digestLength, digest->size());
 }
 
 }  // namespace
 
-uint32_t TAV_CRYPT_IsCipher(const char *text, uint32_t length, uint32_t *mode, const char *keyContext) {
-    if (text == nullptr) {
-        return 0;
-    }
-    if (length >= TAV_PWD_BUFFER_SIZE) {
-        TAV_LOG("dataStrLen exceed");
-        return 1;
-    }
-    const uint32_t kind = KindOf(text, length);
-    return kind < kMinKind || Decrypts(kind, text, length, mode, keyContext) ? kind : 0;
-}
-
-uint32_t TAV_IsStringCipher_EnhExp(const char *text) {
-    if (text == nullptr) {
-        return 0;
-    }
-    const uint32_t length = BEX_StrLen(text);
-    if (length >= TAV_PWD_BUFFER_SIZE) {
-        return 1;
-    }
-    const uint32_t kind = KindOf(text, length);
-    if (kind < kMinKind || IsContextKind(kind)) {
-        return kind;
-    }
-    TextBuffer plain;
-    return TAV_CRYPT_Decrypt(text, plain.Get(), plain.Size(), kNoContext) == 0 ? kind : 0;
-}
-
 uint32_t TAV_IsStringV5SHACipher(const char *text, const char *keyContext) {
     TextBuffer copy;
-    if (text == nullptr || strncpy_s(copy.Get(), copy.Size(), text, copy.Size() - 1) != 0) {
+    if (text == nullptr || strncpy_s(copy.data(), copy.size(), text, copy.size() - 1) != 0) {
         return 1;
     }
-    const uint32_t kind = BEX_CRYPT_IsCipher(copy.Get(), BEX_StrLen(copy.Get()));
+    const uint32_t kind = BEX_CRYPT_IsCipher(copy.data(), BEX_StrLen(copy.data()));
     if (kind < kMinDigestKind || kind > kMaxDigestKind) {
         return 1;
     }
     Secret<uint8_t, 256> digest;
-    uint32_t digestLength = digest.Size();
-    const uint32_t result = BEX_Decrypt_AES256_Sec(text, BEX_StrLen(text), digest.Get(), &digestLength, keyContext);
+    uint32_t digestLength = digest.size();
+    const uint32_t result = BEX_Decrypt_AES256_Sec(text, BEX_StrLen(text), digest.data(), &digestLength, keyContext);
     return result == 0 && digestLength == kDigestSize ? 0 : 1;
 }
 
@@ -151,18 +88,18 @@ uint32_t TAV_VerifyV5SHACipher(const char *entered, const char *stored, const ch
         return TAV_CRYPT_FAILED;
     }
     Secret<uint8_t, kDigestBuffer> digest;
-    uint32_t digestLength = digest.Size();
+    uint32_t digestLength = digest.size();
     Secret<uint8_t, TAV_PWD_BUFFER_SIZE> plain;
-    uint32_t plainLength = plain.Size();
-    if (BEX_Crypt_Digest(entered, BEX_StrLen(entered), digest.Get(), &digestLength, digest.Size()) != 0 ||
-        BEX_Decrypt_AES256_Sec(stored, BEX_StrLen(stored), plain.Get(), &plainLength, keyContext) != 0) {
+    uint32_t plainLength = plain.size();
+    if (BEX_Crypt_Digest(entered, BEX_StrLen(entered), digest.data(), &digestLength, digest.size()) != 0 ||
+        BEX_Decrypt_AES256_Sec(stored, BEX_StrLen(stored), plain.data(), &plainLength, keyContext) != 0) {
         return 1;
     }
-    // The comparison of strings ends at a zero byte, where digests go on; so all bytes are compared after it.
-    const bool isSame =
-        digestLength == plainLength &&
-        BEX_StrNCmp(reinterpret_cast<char *>(digest.Get()), reinterpret_cast<char *>(plain.Get()), digestLength) == 0 &&
-        BEX_MemCmp(digest.Get(), plain.Get(), digestLength) == 0;
+    // BEX_StrNCmp ends at a zero byte, where digests go on: BEX_MemCmp sees the rest.
+    const bool isSame = digestLength == plainLength &&
+                        BEX_StrNCmp(reinterpret_cast<char *>(digest.data()), reinterpret_cast<char *>(plain.data()),
+                                    digestLength) == 0 &&
+                        BEX_MemCmp(digest.data(), plain.data(), digestLength) == 0;
     return isSame ? TAV_CRYPT_OK : TAV_PWD_MISMATCH;
 }
 
@@ -172,7 +109,7 @@ uint32_t TAV_IsStringSHACipher(const char *text) {
     if (text == nullptr || DecodeSalted(text, &data, &length) != TAV_CRYPT_OK) {
         return 1;
     }
-    const uint8_t *const bytes = data.Get();
+    const uint8_t *const bytes = data.data();
     return bytes[kCheckAt] == CheckByte(bytes, length) && bytes[kVersionAt] == kVersion && bytes[kMarkerAt] == kMarker
                ? 0
                : 1;
@@ -188,12 +125,12 @@ uint32_t TAV_VerifySHACipher(const char *entered, const char *stored) {
         return decoded;
     }
     Secret<uint8_t, kDigestBuffer> digest;
-    uint32_t digestLength = digest.Size();
-    const uint32_t digested = DigestSalted(data.Get() + kSaltAt, entered, &digest, &digestLength);
+    uint32_t digestLength = digest.size();
+    const uint32_t digested = DigestSalted(data.data() + kSaltAt, entered, &digest, &digestLength);
     if (digested != 0) {
         return digested;
     }
-    return BEX_MemCmp(digest.Get(), data.Get() + kDigestAt, digestLength) == 0 ? TAV_CRYPT_OK : TAV_PWD_MISMATCH;
+    return BEX_MemCmp(digest.data(), data.data() + kDigestAt, digestLength) == 0 ? TAV_CRYPT_OK : TAV_PWD_MISMATCH;
 }
 
 uint32_t TAV_IsStringIrreversibleCipher(const char *text) {

@@ -1,17 +1,19 @@
 /*
- * Passwords in their stored forms, and secrets: made, told apart and verified.
+ * Passwords in their stored forms: made, told apart and verified.
  */
-#include <string.h>
+#include <cstring>
 
-#include "crypt/forms.h"
+#include "crypt/ciphers.h"
+#include "crypt/platform_hooks.h"
 #include "platform/bex_crypt.h"
 
-using namespace crypt;
+using crypt::kMinKind;
+using crypt::kNoContext;
+using crypt::TextBuffer;
 
 namespace {
 
 constexpr uint32_t kSaltSize = 16;
-constexpr uint32_t kVectorSize = 16;
 
 constexpr uint8_t kMaxForm = 6;
 constexpr uint32_t kMaxPlain = 128;       // characters of a plain text
@@ -39,7 +41,7 @@ struct RecordCopy {
     RecordCopy &operator=(const RecordCopy &) = delete;
 };
 
-/** Tells whether the text of a record ends within it. */
+/** Returns whether the text of a record ends within it. */
 bool IsString(const char *text) {
     return memchr(text, '\0', TAV_PWD_TEXT_SIZE) != nullptr;
 }
@@ -52,7 +54,7 @@ bool IsIrreversible(const char *text) {
     return TAV_IsStringIrreversibleCipher(text) != 0;
 }
 
-/** Tells whether a text has the length that form 4 asks of its kind of reversible cipher. */
+/** Returns whether a text has the length that form 4 asks of its kind of reversible cipher. */
 bool IsFixedCipher(const char *text, uint32_t length) {
     switch (TAV_IsStringCipher_EnhExp(text)) {
         case 2:
@@ -65,7 +67,7 @@ bool IsFixedCipher(const char *text, uint32_t length) {
     }
 }
 
-/** Tells whether a text that is not empty is one that a form allows. */
+/** Returns whether a text that is not empty is one that a form allows. */
 bool IsAllowed(uint8_t form, const char *text) {
     const uint32_t length = BEX_StrLen(text);
     switch (form) {
@@ -87,19 +89,24 @@ bool IsAllowed(uint8_t form, const char *text) {
     }
 }
 
-/** Compares a password with what a stored text decrypts to; one that does not decrypt may be plain. */
+bool HoldsPlainAlone(uint8_t form) {
+    return form == 1 || form == 3 || form == 5;
+}
+
+/** Compares a password with what a stored text decrypts to, or with the text itself when that may be plain. */
 uint32_t CompareDecrypted(const char *entered, const char *stored, const char *keyContext, bool mayBePlain) {
     TextBuffer plain;
-    if (TAV_CRYPT_Decrypt(stored, plain.Get(), plain.Size(), keyContext) == 0) {
-        return static_cast<uint32_t>(BEX_StrCmp(plain.Get(), entered));
+    if (TAV_CRYPT_Decrypt(stored, plain.data(), plain.size(), keyContext) == 0) {
+        return static_cast<uint32_t>(BEX_StrCmp(plain.data(), entered));
     }
     return mayBePlain ? static_cast<uint32_t>(BEX_StrCmp(stored, entered)) : TAV_CRYPT_FAILED;
 }
 
 /**
- * Gives a copied record the form under which it is to be verified, by its type. A reversible cipher that the platform
- * cannot decrypt becomes the salted form of its own text. A platform without that question answers "failed", which is
- * above every classification: the cipher is then tried.
+ * Gives a copied record the form under which it is to be verified, by its type. A reversible cipher of which the
+ * platform says that it cannot decrypt it becomes the salted form of its own text. Where the platform cannot be asked,
+ * the answer is TAV_CRYPT_FAILED, which is above every classification: decrypting is tried. Returns whether the record
+ * can be verified.
  */
 bool Prepare(TAV_SYS_PASSWORD_S *record) {
     switch (TAV_GetPasswordType(record)) {
@@ -119,8 +126,8 @@ bool Prepare(TAV_SYS_PASSWORD_S *record) {
         return true;
     }
     TextBuffer salted;
-    if (TAV_EncryptSystemPassword(record->text, salted.Get(), salted.Size()) != TAV_CRYPT_OK ||
-        memcpy_s(record->text, TAV_PWD_TEXT_SIZE, salted.Get(), salted.Size()) != 0) {
+    if (TAV_EncryptSystemPassword(record->text, salted.data(), salted.size()) != TAV_CRYPT_OK ||
+        memcpy_s(record->text, TAV_PWD_TEXT_SIZE, salted.data(), salted.size()) != 0) {
         return false;
     }
     record->form = kFormIrreversible;
@@ -128,27 +135,6 @@ bool Prepare(TAV_SYS_PASSWORD_S *record) {
 }
 
 }  // namespace
-
-uint32_t TAV_CRYPT_Encrypt_Sec(const char *plain, uint32_t length, char *output, uint32_t size, uint32_t mode,
-                               const char *keyContext) {
-    uint8_t vector[kVectorSize] = {};
-    if (TAV_CRYPT_random(vector, kVectorSize) != 0) {
-        return TAV_CRYPT_FAILED;
-    }
-    return BEX_CRYPT_Encrypt_Sec(plain, length, output, size, mode, keyContext, vector);
-}
-
-uint32_t TAV_CRYPT_Decrypt_Sec(const char *cipher, uint32_t length, char *output, uint32_t size, uint32_t mode,
-                               const char *keyContext) {
-    return BEX_CRYPT_Decrypt_Sec(cipher, length, output, size, mode, keyContext);
-}
-
-uint32_t TAV_CRYPT_Decrypt(const char *cipher, char *output, uint32_t size, const char *keyContext) {
-    if (cipher == nullptr || output == nullptr) {
-        return TAV_CRYPT_FAILED;
-    }
-    return TAV_CRYPT_Decrypt_Sec(cipher, BEX_StrLen(cipher), output, size, 1, keyContext);
-}
 
 uint32_t TAV_CRYPT_EncryptPassword4096(const char *password, uint32_t passwordLength, char *output,
                                        uint32_t outputSize) {
@@ -162,6 +148,13 @@ uint32_t TAV_CRYPT_EncryptPassword4096(const char *password, uint32_t passwordLe
     return TAV_BEX_CRYPT_Password_4096(password, passwordLength, salt, kSaltSize, output, outputSize) == 0
                ? TAV_CRYPT_OK
                : TAV_CRYPT_FAILED;
+}
+
+uint32_t TAV_BEX_CRYPT_PasswordEx(const char *password, uint32_t passwordLength, char *output, uint32_t *resultWord,
+                                  uint32_t outputSize) {
+    const TAV_PasswordExFunc passwordEx = crypt::FindPasswordEx();
+    return passwordEx != nullptr ? passwordEx(password, passwordLength, output, resultWord, outputSize)
+                                 : TAV_CRYPT_EncryptPassword4096(password, passwordLength, output, outputSize);
 }
 
 uint32_t TAV_CRYPT_EncryptPassword(const char *password, char *output, uint32_t outputSize) {
@@ -218,7 +211,7 @@ uint32_t TAV_GetPasswordType(const TAV_SYS_PASSWORD_S *record) {
     if (TAV_CheckSystemPassword(record) != 0) {
         return kTypeInvalid;
     }
-    if (record->form == 1 || record->form == 3 || record->form == 5) {
+    if (HoldsPlainAlone(record->form)) {
         return kTypePlain;
     }
     if (IsReversible(record->text)) {
@@ -250,6 +243,7 @@ uint32_t TAV_DecryptAndVerify_Enh(const char *entered, char *workBuffer, const c
         return TAV_CRYPT_FAILED;
     }
     const bool wasEncrypted = TAV_CRYPT_Decrypt(entered, workBuffer, TAV_PWD_BUFFER_SIZE, keyContext) == 0;
+    // The record as bytes, and not its text alone: the form behind the text is read, too.
     return TAV_VerifySystemPassword_Enh(wasEncrypted ? workBuffer : entered, reinterpret_cast<const char *>(record),
                                         extraContext);
 }
@@ -264,5 +258,5 @@ uint32_t TAV_VerifyEncryptSystemPassword_Enh(const char *entered, const char *ke
         return TAV_CRYPT_FAILED;
     }
     TextBuffer workBuffer;
-    return TAV_DecryptAndVerify_Enh(entered, workBuffer.Get(), keyContext, &copy.record, extraContext);
+    return TAV_DecryptAndVerify_Enh(entered, workBuffer.data(), keyContext, &copy.record, extraContext);
 }

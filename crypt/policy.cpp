@@ -1,10 +1,12 @@
 /*
  * Password policy: what a new password, or a configuration string, must look like.
  */
+#include <initializer_list>
+
 #include "crypt/secret.h"
 #include "tav_crypt.h"
 
-using namespace crypt;
+using crypt::SecretBlock;
 
 namespace {
 
@@ -14,10 +16,10 @@ constexpr uint32_t kComplexMinClasses = 2;
 
 /** Kinds of characters, as a set. */
 enum Classes : uint32_t { kDigit = 1, kUpper = 2, kLower = 4, kOther = 8 };
-constexpr uint32_t kBasicClasses = kDigit | kUpper | kOther;  // without lower case, on purpose
+constexpr uint32_t kBasicClasses = kDigit | kUpper | kOther;  // lower case is asked for in strict mode alone
 constexpr uint32_t kStrictClasses = kBasicClasses | kLower;
 
-/** A string's length, cut to 16 bits on purpose: the checks have always seen no more of it. */
+/** The low 16 bits of a string's length. The checks see no more of it, and the interface says so. */
 uint16_t ShortLength(const char *text) {
     return static_cast<uint16_t>(BEX_StrLen(text));
 }
@@ -41,16 +43,16 @@ uint32_t ClassesOf(const char *password) {
     return classes;
 }
 
-/** The number of kinds in a set. */
+/** The number of kinds in a set. (std::popcount would need another library on some machines.) */
 uint32_t CountOf(uint32_t classes) {
     uint32_t count = 0;
-    for (; classes != 0; classes &= classes - 1) {
-        ++count;
+    for (const Classes each : {kDigit, kUpper, kLower, kOther}) {
+        count += (classes & each) != 0 ? 1 : 0;
     }
     return count;
 }
 
-/** Tells whether a string is made of one character alone; an empty one is. */
+/** Returns whether a string is made of one character alone; an empty one is. */
 bool IsAll(char character, const char *text) {
     while (*text == character) {
         ++text;
@@ -58,7 +60,7 @@ bool IsAll(char character, const char *text) {
     return *text == '\0';
 }
 
-/** Tells whether a character of a configuration string is allowed. */
+/** Returns whether a character of a configuration string is allowed. */
 bool IsAllowed(char character, bool allowSpace, bool allowQuestionMark, bool allowAnyByte) {
     return (allowAnyByte || (character >= 0x20 && character <= 0x7E)) && (allowSpace || character != ' ') &&
            (allowQuestionMark || character != '?');
@@ -94,30 +96,30 @@ void TAV_ReverseStr(const char *source, uint32_t length, char *dest) {
     }
 }
 
-uint32_t TAV_PasswordAndUsernameSimilarCheck(const char *text, const char *name, uint32_t enable) {
-    if (text == nullptr || name == nullptr) {
+uint32_t TAV_PasswordAndUsernameSimilarCheck(const char *text, const char *sought, uint32_t enable) {
+    if (text == nullptr || sought == nullptr) {
         return 1;
     }
     if (enable == 0) {
         return 0;
     }
-    const uint16_t nameLength = ShortLength(name);
+    const uint16_t soughtLength = ShortLength(sought);
     const uint16_t textLength = ShortLength(text);
-    SecretBlock reversedName(nameLength + 1u);
-    SecretBlock nameCopy(nameLength + 1u);
-    SecretBlock textCopy(textLength + 1u);
-    if (!reversedName.IsThere() || !nameCopy.IsThere() || !textCopy.IsThere()) {
-        return 0;  // a shortage of memory lets the password pass, on purpose
+    SecretBlock<char> reversed(soughtLength + 1u);
+    SecretBlock<char> soughtCopy(soughtLength + 1u);
+    SecretBlock<char> textCopy(textLength + 1u);
+    if (reversed.data() == nullptr || soughtCopy.data() == nullptr || textCopy.data() == nullptr) {
+        return 0;  // a shortage of memory must not keep users from changing their passwords
     }
-    if (strncpy_s(nameCopy.Text(), nameCopy.Size(), name, nameLength) != 0 ||
-        strncpy_s(textCopy.Text(), textCopy.Size(), text, textLength) != 0) {
+    if (strncpy_s(soughtCopy.data(), soughtCopy.size(), sought, soughtLength) != 0 ||
+        strncpy_s(textCopy.data(), textCopy.size(), text, textLength) != 0) {
         return 1;
     }
-    BEX_StrToLower(nameCopy.Text());
-    BEX_StrToLower(textCopy.Text());
-    TAV_ReverseStr(nameCopy.Text(), nameLength, reversedName.Text());
-    return BEX_StrStr(textCopy.Text(), nameCopy.Text()) != nullptr ||
-                   BEX_StrStr(textCopy.Text(), reversedName.Text()) != nullptr
+    BEX_StrToLower(soughtCopy.data());
+    BEX_StrToLower(textCopy.data());
+    TAV_ReverseStr(soughtCopy.data(), soughtLength, reversed.data());
+    return BEX_StrStr(textCopy.data(), soughtCopy.data()) != nullptr ||
+                   BEX_StrStr(textCopy.data(), reversed.data()) != nullptr
                ? 1
                : 0;
 }

@@ -4,13 +4,14 @@
 #ifndef CRYPT_SECRET_H
 #define CRYPT_SECRET_H
 
+#include "common/memory.h"
 #include "platform/bex_string.h"
-#include "platform/mel_memory.h"
-#include "tav_common.h"
 
 namespace crypt {
 
-/** A buffer of `kSize` bytes on the stack. */
+inline constexpr common::Heap kHeap("tav_crypt");
+
+/** A buffer of `kSize` characters or bytes on the stack. */
 template <typename Byte, uint32_t kSize>
 class Secret {
   public:
@@ -19,36 +20,34 @@ class Secret {
     Secret(const Secret &) = delete;
     Secret &operator=(const Secret &) = delete;
 
-    Byte *Get() { return bytes_; }
-    static constexpr uint32_t Size() { return kSize; }
+    Byte *data() { return bytes_; }
+    static constexpr uint32_t size() { return kSize; }
 
   private:
     Byte bytes_[kSize] = {};
 };
 
-/** A block of the heap, accounted to the line that makes the holder. */
+/** A block of the heap, of characters or bytes, accounted to the line that makes the holder. */
+template <typename Byte>
 class SecretBlock {
   public:
     explicit SecretBlock(uint32_t size, uint32_t line = __builtin_LINE())
-        : block_(TAV_MallocInit(MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], size, "tav_crypt", line), size)),
-          size_(size) {}
+        : bytes_(static_cast<Byte *>(kHeap.TakeZeroed(size, g_pTavCommHandle, line))), size_(size) {}
     ~SecretBlock() {
-        if (block_ != nullptr) {
-            memset_s(block_, size_, 0, size_);
-            MEL_Free_F(block_, "tav_crypt", __LINE__);
+        if (bytes_ != nullptr) {
+            memset_s(bytes_, size_, 0, size_);
+            kHeap.Return(bytes_);
         }
     }
     SecretBlock(const SecretBlock &) = delete;
     SecretBlock &operator=(const SecretBlock &) = delete;
 
-    /** Tells whether the block could be had. */
-    bool IsThere() const { return block_ != nullptr; }
-    char *Text() { return static_cast<char *>(block_); }
-    uint8_t *Bytes() { return static_cast<uint8_t *>(block_); }
-    uint32_t Size() const { return size_; }
+    /** The block; null when memory was short. */
+    Byte *data() { return bytes_; }
+    uint32_t size() const { return size_; }
 
   private:
-    void *block_;
+    Byte *bytes_;
     uint32_t size_;
 };
 

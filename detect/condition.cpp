@@ -1,11 +1,29 @@
 /*
  * Condition types, conditions, and the groups in which conditions that are the same share one test.
  */
-#include "detect/memory.h"
-#include "detect/message.h"
-#include "detect/model.h"
+#include "detect/condition.h"
 
-using namespace detect;
+#include "detect/list.h"
+#include "detect/message.h"
+#include "platform/bex_string.h"
+
+using detect::BookInfo;
+using detect::Built;
+using detect::Clear;
+using detect::Cond;
+using detect::CondGroup;
+using detect::CondKey;
+using detect::CondType;
+using detect::Elements;
+using detect::IndexLink;
+using detect::InsertAtTail;
+using detect::Instance;
+using detect::IsEmpty;
+using detect::kHeap;
+using detect::List;
+using detect::OwnerOf;
+using detect::TlvHeader;
+using detect::Unlink;
 
 namespace {
 
@@ -16,26 +34,87 @@ void ClearDebugSwitch(const Cond *cond) {
     }
 }
 
+/** Returns the condition that stands for a group, which must not be empty. */
+const Cond *FirstCond(const CondGroup &group) {
+    return Elements<&Cond::groupLink>(group.conds).First();
+}
+
+/** Has the groups of a type's instance, if it has one, looked for in the list from now on. */
+void NoteStray(const CondType *type) {
+    if (type != nullptr && type->instance != nullptr) {
+        type->instance->hasStrays = 1;
+    }
+}
+
+/** Enters a group, whose only condition is new, where those of its type are looked for. */
+void EnterGroup(Instance *instance, CondGroup *group, const Cond *cond) {
+    CondType *const type = cond->type;
+    if (type->compare != nullptr) {
+        InsertAtTail(&type->groups, &group->typeLink);
+    } else {
+        group->byCond.key = {type->typeId, cond->length, cond->data};
+        if (TAV_RBT_AddNode(&instance->groupsByCond, &group->byCond) != TAV_OK) {
+            instance->hasStrays = 1;  // the private form of another condition has changed since it was parsed
+            return;
+        }
+    }
+    group->type = type;
+}
+
+/** Takes an empty group off everything and frees it. */
+void FreeGroup(CondGroup *group) {
+    Unlink(&group->link);
+    Unlink(&group->typeLink);
+    if (group->type != nullptr && group->type->compare == nullptr) {
+        BEX_RBT_RemoveNode(&group->type->instance->groupsByCond, &group->byCond.node);
+    }
+    kHeap.Return(group);
+}
+
 /** Takes a condition off its group, and frees a group that is empty then. */
 void LeaveGroup(Cond *cond) {
     Unlink(&cond->groupLink);
     CondGroup *const group = cond->group;
     cond->group = nullptr;
-    if (group != nullptr && IsEmpty(group->conds)) {
-        Unlink(&group->link);
-        DETECT_GIVE_BACK(group);
+    if (group == nullptr) {
+        return;
+    }
+    if (IsEmpty(group->conds)) {
+        FreeGroup(group);
+    } else if (group->type != nullptr) {
+        group->byCond.key.data = FirstCond(*group)->data;  // the same bytes, of a condition that stays
     }
 }
 
-/** Finds the group whose first condition is the same as the given one; null when there is none. */
-CondGroup *FindCondGroup(const Instance *instance, const Cond *cond, ARU_Detect_CompareFunc compare) {
-    for (CondGroup &group : DETECT_ELEMENTS(CondGroup, link, instance->groups)) {
-        if (!IsEmpty(group.conds) &&
-            ARU_Detect_CondTheSame(DETECT_ELEMENTS(Cond, groupLink, group.conds).First(), cond, compare) != 0) {
+/** Finds, in a list of groups, the first whose first condition is the same as the given one; null when none is. */
+template <auto kLink>
+CondGroup *WalkGroups(const List &groups, const Cond *cond, ARU_Detect_CompareFunc compare) {
+    for (CondGroup &group : Elements<kLink>(groups)) {
+        if (!IsEmpty(group.conds) && ARU_Detect_CondTheSame(FirstCond(group), cond, compare) != 0) {
             return &group;
         }
     }
     return nullptr;
+}
+
+/**
+ * Finds the first group whose first condition is the same as the given one; null when there is none. All groups are
+ * walked when the caller has filled some itself, and when it compares otherwise than the groups of the type were made.
+ */
+CondGroup *FindCondGroup(Instance *instance, const Cond *cond, ARU_Detect_CompareFunc compare) {
+    if (cond->type == nullptr) {
+        return nullptr;
+    }
+    const CondType *const type = ARU_Detect_FindCondType(instance, cond->type->typeId);
+    if (instance->hasStrays != 0 || type == nullptr || type->compare != compare) {
+        return WalkGroups<&CondGroup::link>(instance->groups, cond, compare);
+    }
+    if (compare != nullptr) {
+        return WalkGroups<&CondGroup::typeLink>(type->groups, cond, compare);
+    }
+    const CondKey key = {type->typeId, cond->length, cond->data};
+    auto *const found = static_cast<IndexLink<CondKey> *>(TAV_RBT_GetNode(&instance->groupsByCond, &key));
+    return found != nullptr ? OwnerOf<&CondGroup::byCond>(found) : nullptr;
 }
 
 /** Makes a new group, the last of an instance's; null when memory is short. */
@@ -45,6 +124,18 @@ CondGroup *AddCondGroup(Instance *instance) {
         InsertAtTail(&instance->groups, &group->link);
     }
     return group;
+}
+
+/** Puts a condition on subscription and group, unless it is on one already. */
+void Join(BookInfo *bookInfo, CondGroup *group, Cond *cond) {
+    if (cond->bookInfo == nullptr) {
+        InsertAtTail(&bookInfo->conds, &cond->bookLink);
+        cond->bookInfo = bookInfo;
+    }
+    if (cond->group == nullptr) {
+        InsertAtTail(&group->conds, &cond->groupLink);
+        cond->group = group;
+    }
 }
 
 /** Has the type's parse function build the private form of a condition. */
@@ -72,18 +163,35 @@ Built CompleteCond(Instance *instance, BookInfo *bookInfo, Cond *cond, const voi
     if (result != Built::kDone) {
         return result;
     }
-    CondGroup *const group = ARU_Detect_FindOrCreateCondGroup(instance, cond, type->compare);
+    CondGroup *const found = FindCondGroup(instance, cond, type->compare);
+    CondGroup *const group = found != nullptr ? found : AddCondGroup(instance);
+    instance->debugSwitch = 0;
     if (group == nullptr) {
         return Built::kNoMemory;
     }
-    ARU_Detect_AddCond(bookInfo, group, cond);
+    Join(bookInfo, group, cond);
+    if (found == nullptr && instance->hasStrays == 0) {
+        EnterGroup(instance, group, cond);
+    }
     return Built::kDone;
 }
 
 }  // namespace
 
+int32_t detect::CompareCondKeys(const void *keyA, const void *keyB) {
+    const auto *const a = static_cast<const CondKey *>(keyA);
+    const auto *const b = static_cast<const CondKey *>(keyB);
+    if (a->typeId != b->typeId) {
+        return a->typeId < b->typeId ? -1 : 1;
+    }
+    if (a->length != b->length) {
+        return a->length < b->length ? -1 : 1;
+    }
+    return BEX_MemCmp(a->data, b->data, a->length);
+}
+
 Built detect::BuildCond(Instance *instance, BookInfo *bookInfo, const void *tlv) {
-    const auto header = Load<TlvHeader>(tlv);
+    const auto header = common::LoadWord<TlvHeader>(tlv);
     CondType *const type = ARU_Detect_FindCondType(instance, header.type);
     if (type == nullptr) {
         return Built::kNoType;
@@ -111,38 +219,29 @@ uint32_t ARU_Detect_RegisterCond_Ex(ARU_Detect_Instance *instance, uint32_t type
     if (ARU_Detect_FindCondType(instance, typeId) != nullptr) {
         return ARU_DETECT_REFUSED;
     }
-    auto *const type = static_cast<CondType *>(DETECT_TAKE(instance->memModule, sizeof(CondType)));
+    auto *const type = static_cast<CondType *>(kHeap.Take(sizeof(CondType), instance->memModule));
     if (type == nullptr) {
         ++instance->errors;
         return ARU_DETECT_NO_MEMORY;
     }
-    *type = {typeId, {}, parse, match, free, compare, notify, instance};
+    *type = {typeId, {}, parse, match, free, compare, notify, instance, {{}, typeId}, {}};
+    Clear(&type->groups);
     InsertAtTail(&instance->condTypes, &type->link);
+    TAV_RBT_AddNode(&instance->condTypesById, &type->byId);
     return ARU_DETECT_OK;
 }
 
-uint32_t ARU_Detect_RegisterCond(uint32_t vsId, ARU_Detect_Handle *handle, uint32_t typeId, ARU_Detect_ParseFunc parse,
-                                 ARU_Detect_MatchFunc match, ARU_Detect_FreeFunc free, ARU_Detect_CompareFunc compare,
-                                 ARU_Detect_NotifyFunc notify) {
-    Instance *instance = nullptr;
-    const uint32_t result = FindInstance(vsId, handle, &instance);
-    return result != ARU_DETECT_OK ? result
-                                   : ARU_Detect_RegisterCond_Ex(instance, typeId, parse, match, free, compare, notify);
-}
-
 ARU_Detect_CondType *ARU_Detect_FindCondType(ARU_Detect_Instance *instance, uint32_t typeId) {
-    for (CondType &type : DETECT_ELEMENTS(CondType, link, instance->condTypes)) {
-        if (type.typeId == typeId) {
-            return &type;
-        }
-    }
-    return nullptr;
+    auto *const found =
+        static_cast<IndexLink<uint32_t> *>(TAV_KEY_RBT_GetNode_UINT32(&instance->condTypesById, typeId));
+    return found != nullptr ? OwnerOf<&CondType::byId>(found) : nullptr;
 }
 
 void ARU_Detect_UnRegAllCondTypes(ARU_Detect_Instance *instance) {
-    for (CondType &type : DETECT_ELEMENTS(CondType, link, instance->condTypes)) {
+    for (CondType &type : Elements<&CondType::link>(instance->condTypes)) {
         Unlink(&type.link);
-        DETECT_GIVE_BACK(&type);
+        BEX_RBT_RemoveNode(&instance->condTypesById, &type.byId.node);
+        kHeap.Return(&type);
     }
 }
 
@@ -151,7 +250,7 @@ ARU_Detect_Cond *ARU_Detect_NewCond(uintptr_t memModule, ARU_Detect_CondType *ty
         return nullptr;
     }
     const uint32_t size = static_cast<uint32_t>(sizeof(Cond)) + extraLength;
-    auto *const cond = static_cast<Cond *>(Zeroed(DETECT_TAKE(memModule, size), size));
+    auto *const cond = static_cast<Cond *>(kHeap.TakeZeroed(size, memModule));
     if (cond != nullptr) {
         cond->type = type;
         Clear(&cond->bookLink);
@@ -166,7 +265,7 @@ void ARU_Detect_FreeCond(ARU_Detect_Cond *cond) {
     if (type != nullptr && cond->ownsData != 0 && type->free != nullptr && cond->data != nullptr) {
         type->free(cond->data, type->instance != nullptr ? type->instance->userData : 0);
     }
-    DETECT_GIVE_BACK(cond);
+    kHeap.Return(cond);
 }
 
 ARU_Detect_Cond *ARU_Detect_RemoveCond(ARU_Detect_Cond *cond) {
@@ -182,14 +281,15 @@ void ARU_Detect_DestroyCond(ARU_Detect_Cond *cond) {
 }
 
 void ARU_Detect_DestroyAllConds(ARU_Detect_BookInfo *bookInfo) {
-    for (Cond &cond : DETECT_ELEMENTS(Cond, bookLink, bookInfo->conds)) {
+    for (Cond &cond : Elements<&Cond::bookLink>(bookInfo->conds)) {
         ARU_Detect_DestroyCond(&cond);
     }
 }
 
 uint32_t ARU_Detect_CondTheSame(const ARU_Detect_Cond *condA, const ARU_Detect_Cond *condB,
                                 ARU_Detect_CompareFunc compare) {
-    if (condA->type->typeId != condB->type->typeId || condA->length != condB->length) {
+    if (condA->type == nullptr || condB->type == nullptr || condA->type->typeId != condB->type->typeId ||
+        condA->length != condB->length) {
         return 0;
     }
     if (compare != nullptr) {
@@ -199,10 +299,12 @@ uint32_t ARU_Detect_CondTheSame(const ARU_Detect_Cond *condA, const ARU_Detect_C
 }
 
 ARU_Detect_CondGroup *ARU_Detect_NewCondGroup(uintptr_t memModule) {
-    auto *const group = static_cast<CondGroup *>(DETECT_TAKE(memModule, sizeof(CondGroup)));
+    auto *const group = static_cast<CondGroup *>(kHeap.Take(sizeof(CondGroup), memModule));
     if (group != nullptr) {
         Clear(&group->link);
         Clear(&group->conds);
+        Clear(&group->typeLink);
+        group->type = nullptr;
     }
     return group;
 }
@@ -211,16 +313,16 @@ ARU_Detect_CondGroup *ARU_Detect_FindOrCreateCondGroup(ARU_Detect_Instance *inst
                                                        ARU_Detect_CompareFunc compare) {
     CondGroup *const found = FindCondGroup(instance, cond, compare);
     instance->debugSwitch = 0;
-    return found != nullptr ? found : AddCondGroup(instance);
+    if (found != nullptr) {
+        return found;
+    }
+    instance->hasStrays = 1;  // the caller is going to fill it, with what can be found by a walk alone
+    return AddCondGroup(instance);
 }
 
 void ARU_Detect_AddCond(ARU_Detect_BookInfo *bookInfo, ARU_Detect_CondGroup *group, ARU_Detect_Cond *cond) {
-    if (cond->bookInfo == nullptr) {
-        InsertAtTail(&bookInfo->conds, &cond->bookLink);
-        cond->bookInfo = bookInfo;
-    }
-    if (cond->group == nullptr) {
-        InsertAtTail(&group->conds, &cond->groupLink);
-        cond->group = group;
-    }
+    Join(bookInfo, group, cond);
+    // The data are the caller's to change, the group may be any, and a condition without type may come to stand for it.
+    NoteStray(cond->type);
+    NoteStray(group->type);
 }

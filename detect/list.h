@@ -5,21 +5,19 @@
 #ifndef DETECT_LIST_H
 #define DETECT_LIST_H
 
-#include <stddef.h>
-
 #include "aru_detect.h"
 
 namespace detect {
 
 using List = ARU_Detect_List;
 
-/** Makes a head empty, or a link one on no list. */
+/** Makes a head that of an empty list, or a link one on no list. */
 inline void Clear(List *list) {
     list->next = list;
     list->prev = list;
 }
 
-/** Tells whether a list has no element, or a link is on no list. */
+/** Returns whether a list has no element, or a link is on no list. */
 inline bool IsEmpty(const List &list) {
     return list.next == &list;
 }
@@ -60,19 +58,34 @@ inline void MoveAllToTail(List *to, List *from) {
     Clear(from);
 }
 
-/** The elements of a list, in order. The element after one is known before that is handed out, which may so be moved.
+/** Returns the element that has a link, of a list or another one, as the given member:
+ * `OwnerOf<&Cond::bookLink>(link)`. */
+template <auto kLink, typename Link>
+auto *OwnerOf(Link *link) {
+    const auto find = []<typename Element>(Link Element::*member, Link *of) {
+        Element any;  // its addresses say where the link is; compilers make that a constant
+        const auto offset = reinterpret_cast<const char *>(&(any.*member)) - reinterpret_cast<const char *>(&any);
+        return reinterpret_cast<Element *>(reinterpret_cast<char *>(of) - offset);
+    };
+    return find(kLink, link);
+}
+
+/**
+ * The elements that hang in a list by a link of theirs, in order: `Elements<&Cond::bookLink>(list)`. The next element
+ * is looked up before an element is handed out, which may therefore be moved or freed.
  */
-template <typename Element, size_t kLinkOffset>
-class Elements {
+template <auto kLink>
+class Elements;
+
+template <typename Element, List Element::*kLink>
+class Elements<kLink> {
   public:
     explicit Elements(const List &head) : head_(&head) {}
 
     class Iterator {
       public:
         explicit Iterator(List *link) : link_(link), next_(link->next) {}
-        Element &operator*() const {
-            return *reinterpret_cast<Element *>(reinterpret_cast<char *>(link_) - kLinkOffset);
-        }
+        Element &operator*() const { return *OwnerOf<kLink>(link_); }
         Iterator &operator++() {
             *this = Iterator(next_);
             return *this;
@@ -93,9 +106,6 @@ class Elements {
   private:
     const List *head_;
 };
-
-/** The elements of type `Type` that hang in the list `head` by their member `link`. */
-#define DETECT_ELEMENTS(Type, link, head) detect::Elements<Type, offsetof(Type, link)>(head)
 
 }  // namespace detect
 

@@ -5,8 +5,9 @@
 #ifndef DETECT_MESSAGE_H
 #define DETECT_MESSAGE_H
 
-#include <stdint.h>
-#include <string.h>
+#include <cstdint>
+
+#include "common/words.h"
 
 namespace detect {
 
@@ -64,27 +65,18 @@ struct NotificationHead {
 };
 static_assert(sizeof(NotificationHead) == 40);
 
-/** Reads a structure from bytes at any alignment. */
-template <typename Structure>
-Structure Load(const void *bytes) {
-    Structure structure;
-    memcpy(&structure, bytes, sizeof(structure));
-    return structure;
-}
-
 /**
- * Visits the TLVs of a message in order. A TLV counts when it begins within the stated length; where it ends is not
- * looked at.
+ * Visits the TLVs of a message in order: all that begin within the stated length, wherever they end.
  *
  * @param message  the message
  * @param visit    called with the TLV's header and its address; true ends the walk
  */
 template <typename Visit>
 void ForEachTlv(const void *message, Visit visit) {
-    const uint32_t total = Load<Header>(message).length;
+    const uint32_t total = common::LoadWord<Header>(message).length;
     for (uint32_t offset = sizeof(Header); offset < total;) {
         const uint8_t *const tlv = static_cast<const uint8_t *>(message) + offset;
-        const auto header = Load<TlvHeader>(tlv);
+        const auto header = common::LoadWord<TlvHeader>(tlv);
         if (visit(header, tlv)) {
             return;
         }

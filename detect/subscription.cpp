@@ -1,13 +1,42 @@
 /*
- * Subscriptions, and the messages that make and cancel them.
+ * Subscriptions, the messages that make and cancel them, and the component that may send these.
  */
-#include "detect/memory.h"
+#include "detect/condition.h"
+#include "detect/list.h"
 #include "detect/message.h"
-#include "detect/model.h"
+#include "platform/bex_string.h"
+#include "platform/mel_environment.h"
 
-using namespace detect;
+using detect::Acknowledgement;
+using detect::BookInfo;
+using detect::BuildCond;
+using detect::Built;
+using detect::Clear;
+using detect::Elements;
+using detect::ForEachTlv;
+using detect::Header;
+using detect::IndexLink;
+using detect::InsertAtTail;
+using detect::Instance;
+using detect::IsEmpty;
+using detect::kBookKey;
+using detect::kEventType;
+using detect::kHeap;
+using detect::kLrVr;
+using detect::kMessageClass;
+using detect::kNotify;
+using detect::kResponse;
+using detect::kSubscribe;
+using detect::kUnsubscribe;
+using detect::OwnerOf;
+using detect::TlvHeader;
+using detect::TlvType;
+using detect::Unlink;
 
 namespace {
+
+constexpr uint32_t kSubscriberComponent = 180;  // the platform's number of the component that subscribes
+constexpr uint32_t kVrSetting = 5;              // the platform's setting that names the virtual router
 
 /** Finds the value of the first TLV of a type, which may reach beyond the message; null when there is none. */
 const uint8_t *FindValue(const void *message, TlvType type) {
@@ -25,8 +54,24 @@ uint32_t GetWord(const void *message, TlvType type, uint32_t *word) {
     if (value == nullptr) {
         return ARU_DETECT_IGNORED;
     }
-    *word = Load<uint32_t>(value);
+    *word = common::LoadWord<uint32_t>(value);
     return ARU_DETECT_OK;
+}
+
+/** Finds the first subscription in the list with a key; null when there is none. */
+BookInfo *WalkBookInfos(const Instance *instance, uint32_t key) {
+    for (BookInfo &bookInfo : Elements<&BookInfo::link>(instance->bookInfos)) {
+        if (bookInfo.key == key) {
+            return &bookInfo;
+        }
+    }
+    return nullptr;
+}
+
+/** Finds the only subscription with a key; null when there is none. */
+BookInfo *SeekBookInfo(Instance *instance, uint32_t key) {
+    auto *const found = static_cast<IndexLink<uint32_t> *>(TAV_KEY_RBT_GetNode_UINT32(&instance->bookInfosByKey, key));
+    return found != nullptr ? OwnerOf<&BookInfo::byKey>(found) : nullptr;
 }
 
 /** Finds a subscription or makes it. */
@@ -53,8 +98,8 @@ uint32_t ProcSubscribe(Instance *instance, const void *message) {
 }
 
 /**
- * Unlike a subscription's, a failed acknowledgement is counted but not told, on purpose; and so is an unknown key,
- * which is acknowledged as cancelled.
+ * An unknown key is acknowledged as cancelled. An acknowledgement that fails is counted, but the caller gets 0 all the
+ * same, other than for a subscription: what was to go is gone.
  */
 uint32_t ProcUnsubscribe(Instance *instance, const void *message) {
     uint32_t key = 0;
@@ -90,9 +135,11 @@ uint32_t ProcOperation(Instance *instance, const Header &header, const void *mes
     }
 }
 
-/** Tells whether the subscriber has sent a message; it may have restarted under a new component id meanwhile. */
-bool IsFromSubscriber(uint32_t vsId, Instance *instance, const void *message) {
-    const uint32_t sender = DMS_MsgSendCidGet(message);
+/**
+ * Returns whether the sender of a message is the subscriber. One that is not the known subscriber may be its restarted
+ * process, under a new component id: the platform is asked who the subscriber is by now.
+ */
+bool RefreshSubscriber(uint32_t vsId, Instance *instance, uint32_t sender) {
     if (sender == instance->subscriberId) {
         return true;
     }
@@ -104,12 +151,12 @@ bool IsFromSubscriber(uint32_t vsId, Instance *instance, const void *message) {
 void DropSavedTlv(BookInfo *bookInfo) {
     if (bookInfo->savedTlv != nullptr) {
         Unlink(&bookInfo->unparsedLink);
-        DETECT_GIVE_BACK(bookInfo->savedTlv);
+        kHeap.Return(bookInfo->savedTlv);
         bookInfo->savedTlv = nullptr;
     }
 }
 
-/** Completes an acknowledgement that holds the header of its request. */
+/** Fills an acknowledgement in that holds the header of its request. */
 void FillAcknowledgement(const Instance *instance, uint32_t key, uint32_t bookResult, const void *request,
                          Acknowledgement *ack) {
     ack->header.length = sizeof(*ack);
@@ -125,17 +172,15 @@ void FillAcknowledgement(const Instance *instance, uint32_t key, uint32_t bookRe
 }  // namespace
 
 ARU_Detect_BookInfo *ARU_Detect_FindBookInfo(ARU_Detect_Instance *instance, uint32_t key) {
-    for (BookInfo &bookInfo : DETECT_ELEMENTS(BookInfo, link, instance->bookInfos)) {
-        if (bookInfo.key == key) {
-            instance->debugSwitch = 0;
-            return &bookInfo;
-        }
+    BookInfo *const bookInfo = instance->hasTwins != 0 ? WalkBookInfos(instance, key) : SeekBookInfo(instance, key);
+    if (bookInfo != nullptr) {
+        instance->debugSwitch = 0;
     }
-    return nullptr;
+    return bookInfo;
 }
 
 ARU_Detect_BookInfo *ARU_Detect_NewBookInfo(ARU_Detect_Instance *instance, uint32_t key) {
-    auto *const bookInfo = DETECT_NEW(instance->memModule, BookInfo);
+    auto *const bookInfo = kHeap.New<BookInfo>(instance->memModule);
     if (bookInfo == nullptr) {
         ++instance->errors;
         return nullptr;
@@ -144,18 +189,27 @@ ARU_Detect_BookInfo *ARU_Detect_NewBookInfo(ARU_Detect_Instance *instance, uint3
     Clear(&bookInfo->conds);
     Clear(&bookInfo->unparsedLink);
     InsertAtTail(&instance->bookInfos, &bookInfo->link);
+    bookInfo->byKey.key = key;
+    if (TAV_RBT_AddNode(&instance->bookInfosByKey, &bookInfo->byKey) == TAV_OK) {
+        bookInfo->instance = instance;
+    } else {
+        instance->hasTwins = 1;
+    }
     return bookInfo;
 }
 
 void ARU_Detect_DestroyBookInfo(ARU_Detect_BookInfo *bookInfo) {
     ARU_Detect_DestroyAllConds(bookInfo);
     Unlink(&bookInfo->link);
+    if (bookInfo->instance != nullptr) {
+        BEX_RBT_RemoveNode(&bookInfo->instance->bookInfosByKey, &bookInfo->byKey.node);
+    }
     DropSavedTlv(bookInfo);
-    DETECT_GIVE_BACK(bookInfo);
+    kHeap.Return(bookInfo);
 }
 
 void ARU_Detect_DestroyAllBookInfos(ARU_Detect_Instance *instance) {
-    for (BookInfo &bookInfo : DETECT_ELEMENTS(BookInfo, link, instance->bookInfos)) {
+    for (BookInfo &bookInfo : Elements<&BookInfo::link>(instance->bookInfos)) {
         ARU_Detect_DestroyBookInfo(&bookInfo);
     }
 }
@@ -169,8 +223,8 @@ uint32_t ARU_Detect_MsgGetLrVr(const void *message, uint32_t *lrId, uint32_t *vr
     if (value == nullptr) {
         return ARU_DETECT_IGNORED;
     }
-    *lrId = Load<uint32_t>(value);
-    *vrId = Load<uint32_t>(value + sizeof(uint32_t));
+    *lrId = common::LoadWord<uint32_t>(value);
+    *vrId = common::LoadWord<uint32_t>(value + sizeof(uint32_t));
     return ARU_DETECT_OK;
 }
 
@@ -179,13 +233,13 @@ uint32_t ARU_Detect_MsgGetEventType(const void *message, uint32_t *eventType) {
 }
 
 void ARU_Detect_BookTlvSave(ARU_Detect_Instance *instance, ARU_Detect_BookInfo *bookInfo, const void *tlv) {
-    const uint32_t length = static_cast<uint32_t>(sizeof(TlvHeader)) + Load<TlvHeader>(tlv).length;
-    void *const copy = DETECT_TAKE(instance->memModule, length);
+    const uint32_t length = static_cast<uint32_t>(sizeof(TlvHeader)) + common::LoadWord<TlvHeader>(tlv).length;
+    void *const copy = kHeap.Take(length, instance->memModule);
     if (copy == nullptr) {
         return;
     }
     if (memcpy_s(copy, length, tlv, length) != 0) {
-        DETECT_GIVE_BACK(copy);
+        kHeap.Return(copy);
         return;
     }
     DropSavedTlv(bookInfo);
@@ -203,7 +257,7 @@ void ARU_Detect_ParseAgain(ARU_Detect_Instance *instance) {
     if (IsEmpty(instance->unparsed)) {
         return;
     }
-    for (BookInfo &bookInfo : DETECT_ELEMENTS(BookInfo, link, instance->bookInfos)) {
+    for (BookInfo &bookInfo : Elements<&BookInfo::link>(instance->bookInfos)) {
         if (bookInfo.savedTlv != nullptr) {
             ARU_Detect_BookTlvParse(instance, &bookInfo, bookInfo.savedTlv);
         }
@@ -238,7 +292,7 @@ uint32_t ARU_Detect_ProcBookMsg(ARU_Detect_Instance *instance, uint32_t key, con
         return ARU_DETECT_NO_MEMORY;
     }
     ARU_Detect_DestroyAllConds(bookInfo);
-    ARU_Detect_BookMsgParse(instance, bookInfo, message);  // what could not be parsed may be later: still accepted
+    ARU_Detect_BookMsgParse(instance, bookInfo, message);  // whatever it yields: what failed may be parsed later
     return ARU_DETECT_OK;
 }
 
@@ -257,7 +311,7 @@ uint32_t ARU_Detect_SendBookMsgAck(ARU_Detect_Instance *instance, uint32_t key, 
         return ARU_DETECT_BAD_ARG;
     }
     const uint32_t ownId = DMS_MsgRecvCidGet(request);
-    auto *const ack = static_cast<Acknowledgement *>(DETECT_TAKE_MESSAGE(ownId, sizeof(Acknowledgement)));
+    auto *const ack = static_cast<Acknowledgement *>(kHeap.TakeMessage(ownId, sizeof(Acknowledgement)));
     if (ack == nullptr) {
         ++instance->errors;
         return ARU_DETECT_NO_MEMORY;
@@ -276,21 +330,23 @@ uint32_t ARU_Detect_ProcMsg_Ex(uint32_t vsId, ARU_Detect_Instance *instance, con
     if (instance == nullptr || message == nullptr) {
         return ARU_DETECT_BAD_ARG;
     }
-    if (!IsFromSubscriber(vsId, instance, message)) {
+    if (!RefreshSubscriber(vsId, instance, DMS_MsgSendCidGet(message))) {
         instance->debugSwitch = 0;
         return ARU_DETECT_IGNORED;
     }
-    const auto header = Load<Header>(message);
+    const auto header = common::LoadWord<Header>(message);
     if (header.messageClass != kMessageClass) {
-        return ARU_DETECT_IGNORED;  // with the debug switch as it is, on purpose
+        return ARU_DETECT_IGNORED;  // not a message of event detection at all: the debug switch stays
     }
     const uint32_t result = ProcOperation(instance, header, message);
     instance->debugSwitch = 0;
     return result;
 }
 
-uint32_t ARU_Detect_ProcMsg(uint32_t vsId, ARU_Detect_Handle *handle, const void *message) {
-    Instance *instance = nullptr;
-    const uint32_t result = FindInstance(vsId, handle, &instance);
-    return result != ARU_DETECT_OK ? result : ARU_Detect_ProcMsg_Ex(vsId, instance, message);
+uint32_t ARU_Detect_GetAruId(uint32_t vsId) {
+    uint32_t vr = 0;
+    uint32_t componentId = 0;
+    MEL_GetEnvValue(kVrSetting, &vr);
+    CMF_GetPIDByVR(kSubscriberComponent, 0, vr, vsId, &componentId);
+    return componentId;
 }

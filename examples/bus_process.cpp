@@ -48,7 +48,7 @@ std::optional<BusMessage> BusPort::Receive() {
     uint32_t length = 0;
     const uint32_t code = TAV_Posix_BusReceive(port_.get(), 0, &message, &length);
     if (code == ETIMEDOUT || code == EINTR) {
-        return std::nullopt; /* nothing there, or something that the bus refused on our behalf */
+        return std::nullopt;  // nothing there, or something that the bus refused on our behalf
     }
     Require(code, "receiving");
     return BusMessage(componentId_, message, length);
@@ -60,8 +60,8 @@ void BusPort::Send(uint32_t receiver, Bytes content) {
     if (message == nullptr) {
         throw std::bad_alloc();
     }
-    std::memcpy(message, content.data(), content.size());
-    /* The message is the bus's from here on, also when sending fails: there is nothing to free. */
+    memcpy(message, content.data(), content.size());
+    // The message is the bus's from here on, also when sending fails: there is nothing to free.
     Require(TAV_AdjustSendMsg(receiver, 0, 0, message, length), "sending to component " + std::to_string(receiver));
 }
 
@@ -70,8 +70,8 @@ int CatchStopSignals() {
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+    const bool isBlocked = sigprocmask(SIG_BLOCK, &signals, nullptr) == 0;
+    const int descriptor = isBlocked ? signalfd(-1, &signals, SFD_CLOEXEC) : -1;
     if (descriptor < 0) {
         throw std::system_error(errno, std::generic_category(), "waiting for signals");
     }
@@ -88,22 +88,22 @@ std::vector<bool> WaitForInput(std::initializer_list<int> descriptors, int timeo
     }
     std::vector<bool> readable;
     for (const pollfd &each : polled) {
-        readable.push_back(each.revents != 0); /* an end or an error shows when it is read */
+        readable.push_back(each.revents != 0);  // an end or an error shows when it is read
     }
     return readable;
 }
 
 int RunAccounted(const char *name, const std::function<void()> &run) {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); /* line by line, also into a file that someone follows */
+    setvbuf(stdout, nullptr, _IOLBF, 0);  // line by line, also into a file that someone follows
     int status = 0;
     try {
         run();
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "%s: %s\n", name, error.what());
+        fprintf(stderr, "%s: %s\n", name, error.what());
         status = 1;
     }
     TAV_Posix_MemAccount account = {};
     TAV_Posix_MemTotal(&account);
-    std::printf("Memory still taken from the platform: %llu blocks\n", static_cast<unsigned long long>(account.blocks));
+    printf("Memory still taken from the platform: %llu blocks\n", static_cast<unsigned long long>(account.blocks));
     return account.blocks == 0 ? status : 1;
 }

@@ -14,7 +14,7 @@ using Bytes = std::span<const uint8_t>;
 template <typename Value>
 Value Load(const void *bytes) {
     Value value;
-    std::memcpy(&value, bytes, sizeof(value));
+    memcpy(&value, bytes, sizeof(value));
     return value;
 }
 

@@ -39,7 +39,7 @@ uint32_t MatchClass(const void *data, uint32_t /*length*/, uintptr_t event, uint
 /** The private form of field and key conditions: what a record of the class must hold. */
 struct RecordCondition {
     uint32_t cid;
-    Record fields; /* a record of the class with the one field */
+    Record fields;  // a record of the class with the one field
 };
 
 /** Builds a condition; a failure leaves `data` null, which says that it cannot be parsed now. */
@@ -97,7 +97,7 @@ uint32_t SameCondition(const void *dataA, const void *dataB, uint32_t /*length*/
 }  // namespace
 
 uint32_t RegisterChangeConditions(uint32_t vsId, ARU_Detect_Handle *handle) {
-    /* Bytes that are the same are the same condition to a type without compare function. */
+    // Bytes that are the same are the same condition to a type without compare function.
     uint32_t result =
         ARU_Detect_RegisterCond(vsId, handle, kClassCondition, nullptr, MatchClass, nullptr, nullptr, nullptr);
     if (result == ARU_DETECT_OK) {
@@ -111,14 +111,14 @@ uint32_t RegisterChangeConditions(uint32_t vsId, ARU_Detect_Handle *handle) {
     return result;
 }
 
-/* A record that is too large for the payload is left out whole; the subscriber can look it up. */
+/** A record that is too large for the payload is left out whole; the subscriber can look it up. */
 uint32_t FillChangePayload(void *dest, uint32_t size, uintptr_t event, uintptr_t /*arg2*/, uintptr_t /*userData*/) {
     Change &change = ChangeOf(event);
     change.isTold = true;
     auto *const begin = static_cast<uint8_t *>(dest);
     const uint8_t *const end = begin + size;
     uint8_t *cursor = begin;
-    const auto whatLength = static_cast<uint32_t>(std::strlen(change.what));
+    const auto whatLength = static_cast<uint32_t>(strlen(change.what));
     const bool isWhole = TAV_ExtTlvAppend(kChangeTlv, whatLength, change.what, &cursor, end) == TAV_OK &&
                          TAV_ExtTlvAppend(EXT_TLV_VS_ID, sizeof(change.vsId), &change.vsId, &cursor, end) == TAV_OK &&
                          TAV_BuildExtCfgRecordData(change.record, &cursor, end) == TAV_OK;

@@ -10,12 +10,12 @@
 
 /** An edit that has reached the file; its address is argument 1 of the event. */
 struct Change {
-    const char *what;                   /* kSetText or kDeletedText */
-    uint32_t vsId;                      /* the VS */
-    uint32_t cid;                       /* class of the record */
-    const TAV_ExtCfgRecordNode *record; /* the record as it is now, or as it was before it was deleted */
-    unsigned matches = 0;               /* out: conditions that have matched */
-    bool isTold = false;                /* out: a notification has been written */
+    const char *what;                    // kSetText or kDeletedText
+    uint32_t vsId;                       // the VS
+    uint32_t cid;                        // class of the record
+    const TAV_ExtCfgRecordNode *record;  // the record as it is now, or as it was before it was deleted
+    unsigned matches = 0;                // out: conditions that have matched
+    bool isTold = false;                 // out: a notification has been written
 };
 
 /**

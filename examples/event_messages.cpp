@@ -8,7 +8,7 @@ namespace {
 /** What stands before a TLV's value. */
 struct TlvHeader {
     uint16_t type;
-    uint16_t length; /* bytes of the value alone */
+    uint16_t length;  // bytes of the value alone
 };
 static_assert(sizeof(TlvHeader) == 4);
 
@@ -26,7 +26,7 @@ uint16_t To16Bits(size_t length) {
 
 std::vector<uint32_t> Words(Bytes bytes) {
     std::vector<uint32_t> words(bytes.size() / sizeof(uint32_t));
-    std::memcpy(words.data(), bytes.data(), words.size() * sizeof(uint32_t));
+    memcpy(words.data(), bytes.data(), words.size() * sizeof(uint32_t));
     return words;
 }
 
@@ -57,7 +57,7 @@ std::vector<uint8_t> MakeTlv(uint16_t type, std::initializer_list<uint32_t> word
 void AppendTlv(std::vector<uint8_t> &message, Bytes tlv) {
     const uint16_t length = To16Bits(message.size() + tlv.size());
     Append(message, tlv.data(), tlv.size());
-    std::memcpy(message.data(), &length, sizeof(length)); /* the header begins with it */
+    memcpy(message.data(), &length, sizeof(length));  // the header begins with it
 }
 
 std::vector<uint8_t> NotificationAnswer(const MessageHeader &notification) {
@@ -78,7 +78,7 @@ std::optional<ParsedMessage> ParseMessage(Bytes message) {
     if (parsed.header.messageClass != kEventClass || length < sizeof(MessageHeader) || length > message.size()) {
         return std::nullopt;
     }
-    /* The keys are the last TLV. What follows them is the payload, which has a form of its own. */
+    // The keys are the last TLV. What follows them is the payload, which has a form of its own.
     for (Bytes rest = message.subspan(sizeof(MessageHeader), length - sizeof(MessageHeader)); !rest.empty();) {
         if (rest.size() < sizeof(TlvHeader)) {
             return std::nullopt;

@@ -17,13 +17,13 @@
 
 /** What a message begins with. */
 struct MessageHeader {
-    uint16_t length;      /* bytes of the whole message, header included */
-    uint8_t flags;        /* kResponseFlag, or 0 */
-    uint8_t messageClass; /* kEventClass */
-    uint32_t sequence;    /* number of a notification; an acknowledgement repeats that of its request */
-    uint16_t operation;   /* one of Operation */
-    uint16_t spare;       /* not ours */
-    uint32_t result;      /* in an acknowledgement 0 accepted, 1 failed */
+    uint16_t length;       // bytes of the whole message, header included
+    uint8_t flags;         // kResponseFlag, or 0
+    uint8_t messageClass;  // kEventClass
+    uint32_t sequence;     // number of a notification; an acknowledgement repeats that of its request
+    uint16_t operation;    // one of Operation
+    uint16_t spare;        // not ours
+    uint32_t result;       // in an acknowledgement 0 accepted, 1 failed
 };
 static_assert(sizeof(MessageHeader) == 16);
 
@@ -34,16 +34,16 @@ enum Operation : uint16_t { kSubscribe = 18, kUnsubscribe = 19, kNotification = 
 
 /** TLVs of the frame. */
 enum FrameTlv : uint16_t {
-    kLrVrTlv = 2,       /* LR id and VR id, 32 bits each */
-    kEventTypeTlv = 17, /* event type, 32 bits; ARU_DETECT_EVENT_COMMAND_LINE makes all conditions count */
-    kBookKeyTlv = 18    /* keys of subscriptions, 32 bits each */
+    kLrVrTlv = 2,        // LR id and VR id, 32 bits each
+    kEventTypeTlv = 17,  // event type, 32 bits; ARU_DETECT_EVENT_COMMAND_LINE makes all conditions count
+    kBookKeyTlv = 18     // keys of subscriptions, 32 bits each
 };
 
 /** TLVs of a subscription that are conditions to the watcher. Its own choice, clear of the frame's. */
 enum ConditionTlv : uint16_t {
-    kClassCondition = 32, /* class id: a record of this class has changed */
-    kFieldCondition = 33, /* class id, field id, value in host order: ... whose field has this value */
-    kKeyCondition = 34    /* class id, value in host order: ... whose key has this value */
+    kClassCondition = 32,  // class id: a record of this class has changed
+    kFieldCondition = 33,  // class id, field id, value in host order: ... whose field has this value
+    kKeyCondition = 34     // class id, value in host order: ... whose key has this value
 };
 
 /**
@@ -75,11 +75,11 @@ std::vector<uint8_t> NotificationAnswer(const MessageHeader &notification);
 /** What a message says; the TLVs point into it. */
 struct ParsedMessage {
     MessageHeader header;
-    std::vector<uint32_t> keys; /* keys of the subscriptions that it is about */
-    Bytes payload;              /* what stands behind the keys */
+    std::vector<uint32_t> keys;  // keys of the subscriptions that it is about
+    Bytes payload;               // what stands behind the keys
 };
 
-/** Takes a message apart; none when it is not one of these, or when its lengths do not add up. */
+/** Takes a message apart; nothing when it is not one of these, or when its lengths do not add up. */
 std::optional<ParsedMessage> ParseMessage(Bytes message);
 
 #endif

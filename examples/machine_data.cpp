@@ -19,14 +19,14 @@ constexpr size_t kIpv6Offset = 5;
 
 AddressValue FromIpv4(in_addr address) {
     AddressValue value = {kFamilyIpv4};
-    const uint32_t word = ntohl(address.s_addr); /* a stored word is in host order */
-    std::memcpy(&value[kIpv4Offset], &word, sizeof(word));
+    const uint32_t word = ntohl(address.s_addr);  // a stored word is in host order
+    memcpy(&value[kIpv4Offset], &word, sizeof(word));
     return value;
 }
 
 AddressValue FromIpv6(const in6_addr &address) {
     AddressValue value = {kFamilyIpv6};
-    std::memcpy(&value[kIpv6Offset], &address, sizeof(address));
+    memcpy(&value[kIpv6Offset], &address, sizeof(address));
     return value;
 }
 
@@ -52,14 +52,14 @@ void AddInterfaceAddress(const ifaddrs &entry, std::vector<NetworkEntry> &entrie
     if (entry.ifa_addr->sa_family == AF_INET) {
         sockaddr_in address;
         sockaddr_in mask;
-        std::memcpy(&address, entry.ifa_addr, sizeof(address));
-        std::memcpy(&mask, entry.ifa_netmask, sizeof(mask));
+        memcpy(&address, entry.ifa_addr, sizeof(address));
+        memcpy(&mask, entry.ifa_netmask, sizeof(mask));
         entries.push_back({false, FromIpv4(address.sin_addr), index, CountOnes(&mask.sin_addr, 4), 0});
     } else if (entry.ifa_addr->sa_family == AF_INET6) {
         sockaddr_in6 address;
         sockaddr_in6 mask;
-        std::memcpy(&address, entry.ifa_addr, sizeof(address));
-        std::memcpy(&mask, entry.ifa_netmask, sizeof(mask));
+        memcpy(&address, entry.ifa_addr, sizeof(address));
+        memcpy(&mask, entry.ifa_netmask, sizeof(mask));
         entries.push_back({false, FromIpv6(address.sin6_addr), index, CountOnes(&mask.sin6_addr, 16), 0});
     }
 }
@@ -68,7 +68,7 @@ void AddInterfaceAddress(const ifaddrs &entry, std::vector<NetworkEntry> &entrie
 void AddIpv4Routes(std::vector<NetworkEntry> &entries) {
     std::ifstream routes("/proc/net/route");
     std::string line;
-    std::getline(routes, line); /* headings */
+    std::getline(routes, line);  // headings
     while (std::getline(routes, line)) {
         std::istringstream fields(line);
         std::string interface, gateway, flags, references, use;
@@ -146,7 +146,7 @@ std::string AddressText(const AddressValue &address) {
     char text[INET6_ADDRSTRLEN] = "";
     if (address[0] == kFamilyIpv4) {
         uint32_t word = 0;
-        std::memcpy(&word, &address[kIpv4Offset], sizeof(word));
+        memcpy(&word, &address[kIpv4Offset], sizeof(word));
         const in_addr ipv4 = {htonl(word)};
         inet_ntop(AF_INET, &ipv4, text, sizeof(text));
     } else {

@@ -1,16 +1,18 @@
 #include "store_records.h"
 
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <stdexcept>
 
 #include "numbers.h"
+#include "tav_extcfg_nodes.h"
 
 namespace {
 
-constexpr uint16_t kTextDataType = 25; /* the platform's id of it */
+constexpr uint16_t kTextDataType = 25;  // the platform's id of it
 
-/** Tells whether a field holds a number; all of the fixed sizes 1, 2 and 4 are. */
+/** Returns whether a field holds a number; all of the fixed sizes 1, 2 and 4 are. */
 bool IsNumber(const TAV_ExtTlvDataTypeRow &row) {
     return row.dataType != kTextDataType && (row.length == 1 || row.length == 2 || row.length == 4);
 }
@@ -24,7 +26,7 @@ std::vector<uint8_t> ParseBytes(const std::string &text, const char *what) {
     }
     const auto number = static_cast<Number>(wide);
     std::vector<uint8_t> bytes(sizeof(number));
-    std::memcpy(bytes.data(), &number, sizeof(number));
+    memcpy(bytes.data(), &number, sizeof(number));
     return bytes;
 }
 
@@ -39,18 +41,32 @@ std::string HexText(Bytes value) {
 
 }  // namespace
 
+Store OpenForEditing(const std::string &path) {
+    if (std::filesystem::exists(path + ".bak")) {
+        throw std::runtime_error("a backup lies beside " + path + "; look at it first: tavcfg recover " + path);
+    }
+    Store store(TAV_ExtCfgLocalCreate(TAV_EXT_MODE_READ_WRITE, path.c_str(), nullptr));
+    if (!store) {
+        throw std::runtime_error(path + " cannot be opened");
+    }
+    TAV_ExtCfgFileContext context = {};
+    context.local = store.get();
+    if (std::filesystem::exists(path) && TAV_LoadExtCfgFile(path.c_str(), &context) != TAV_OK) {
+        throw std::runtime_error(path + " is there, but is no store that can be read");
+    }
+    return store;
+}
+
 bool AddField(const Record &record, uint32_t fid, Bytes value) {
-    const auto length = static_cast<uint32_t>(value.size());
-    TAV_ExtCfgRecordAddFieldValue(record.get(), fid, length, value.data());
-    /* Adding tells nothing, so the record is asked. A value that does not fit into the byte is there as well. */
-    uint8_t byte = 0;
-    return TAV_ExtCfgRecordGetFieldValue(record.get(), fid, sizeof(byte), &byte, nullptr) != TAV_ERR_NOT_FOUND;
+    const uint32_t before = record->fields.count;
+    TAV_ExtCfgRecordAddFieldValue(record.get(), fid, static_cast<uint32_t>(value.size()), value.data());
+    return record->fields.count > before;  // adding itself says nothing
 }
 
 std::optional<uint32_t> KeyFieldOf(uint32_t cid) {
     uint32_t fids[TAV_EXT_MAX_KEY_FIDS] = {};
     if (cid == EXT_TLV_VS || TAV_GetExtClassKeyFid(cid, fids, TAV_EXT_MAX_KEY_FIDS) != 1) {
-        return std::nullopt; /* a VS has a key as well, but is no class */
+        return std::nullopt;  // a VS has a key as well, but is no class
     }
     return fids[0];
 }

@@ -25,6 +25,15 @@ struct CloseStore {
 };
 using Store = std::unique_ptr<CfgLocal, CloseStore>;
 
+/**
+ * Opens a file for editing, or starts an empty store when there is no such file.
+ *
+ * TAV_ExtCfgOpen would take a damaged file for an empty store in read-write mode, and the next flush would replace it;
+ * and a flush replaces a backup, which after a crash may be the only good copy. Both are refused here: throws
+ * std::runtime_error.
+ */
+Store OpenForEditing(const std::string &path);
+
 /** Appends a field to a record. Returns false when the library has refused it: too long, or no memory. */
 bool AddField(const Record &record, uint32_t fid, Bytes value);
 

@@ -12,7 +12,7 @@
  *     key=CLASS:VALUE           ... and its key has this value
  *
  * The process ends after N notifications, and on SIGINT or SIGTERM; with --unbook it unsubscribes first. Without it its
- * subscriptions stay, and whoever serves the VS next is notified of them as soon as the watcher has heard of him.
+ * subscriptions stay, and whoever serves the VS next is notified as soon as the watcher has heard of that process.
  */
 #include <chrono>
 #include <cstdio>
@@ -46,7 +46,7 @@ struct Options {
     uint32_t watcherId = 0;
     uint32_t vsId = 0;
     uint32_t eventType = 0;
-    std::optional<uint32_t> events; /* notifications to wait for; none for no end */
+    std::optional<uint32_t> events;  // notifications to wait for; none for no end
     bool unbooks = false;
     std::vector<Book> books;
 };
@@ -57,7 +57,7 @@ std::string CutPart(std::string &text) {
     if (colon == std::string::npos) {
         throw std::invalid_argument("a condition is class=CLASS, field=CLASS:FID:VALUE or key=CLASS:VALUE");
     }
-    const std::string part = text.substr(0, colon);
+    std::string part = text.substr(0, colon);
     text.erase(0, colon + 1);
     return part;
 }
@@ -155,7 +155,7 @@ std::string PayloadText(Bytes payload) {
     if (payload.empty()) {
         return "(no details)";
     }
-    std::vector<uint8_t> bytes(payload.begin(), payload.end()); /* the walk asks for bytes that may be changed */
+    std::vector<uint8_t> bytes(payload.begin(), payload.end());  // the walk asks for bytes that may be changed
     std::string text;
     const uint32_t result = TAV_ExtTlvProcForEach(AppendPart, bytes.data(), static_cast<uint32_t>(bytes.size()), &text);
     return result == TAV_OK ? text : text + " (the rest is damaged)";
@@ -176,15 +176,15 @@ class Subscriber {
     void HandleMessage(const ParsedMessage &message);
 
     Options options_;
-    uint32_t virtualRouter_ = 0; /* of the environment's setting, or 0 */
+    uint32_t virtualRouter_ = 0;  // of the environment's setting, or 0
     BusPort port_;
-    uint32_t events_ = 0;          /* notifications received */
-    uint32_t unsubscriptions_ = 0; /* unsubscriptions acknowledged */
+    uint32_t events_ = 0;           // notifications received
+    uint32_t unsubscriptions_ = 0;  // unsubscriptions acknowledged
 };
 
 Subscriber::Subscriber(const Options &options) : options_(options), port_(options.componentId) {
     MEL_GetEnvValue(kVirtualRouterSetting, &virtualRouter_);
-    /* The watcher listens to nobody but the component that is announced for the VS, so this comes first. */
+    // The watcher listens to nobody but the component that is announced for the VS, so this comes first.
     port_.Serve(kSubscriberKind, virtualRouter_, options_.vsId);
 }
 
@@ -225,7 +225,7 @@ void Subscriber::Unsubscribe() {
 
 void PrintKeys(const std::vector<uint32_t> &keys) {
     for (const uint32_t key : keys) {
-        std::printf(" %u", key);
+        printf(" %u", key);
     }
 }
 
@@ -235,15 +235,15 @@ void Subscriber::HandleMessage(const ParsedMessage &message) {
     const bool isResponse = (header.flags & kResponseFlag) != 0;
     if (isResponse && (header.operation == kSubscribe || header.operation == kUnsubscribe)) {
         unsubscriptions_ += header.operation == kUnsubscribe ? 1 : 0;
-        std::printf("key");
+        printf("key");
         PrintKeys(message.keys);
-        std::printf(header.operation == kSubscribe ? " subscribed, result %u\n" : " unsubscribed, result %u\n",
-                    header.result);
+        printf(header.operation == kSubscribe ? " subscribed, result %u\n" : " unsubscribed, result %u\n",
+               header.result);
     } else if (!isResponse && header.operation == kNotification) {
         ++events_;
-        std::printf("notification %u for key", header.sequence);
+        printf("notification %u for key", header.sequence);
         PrintKeys(message.keys);
-        std::printf(": %s\n", PayloadText(message.payload).c_str());
+        printf(": %s\n", PayloadText(message.payload).c_str());
         port_.Send(options_.watcherId, NotificationAnswer(header));
     }
 }
@@ -281,16 +281,16 @@ void Subscriber::Run() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType); /* once; it decides how values are read and written */
+    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);  // once; it decides how values are read and written
     Options options;
     try {
         options = ParseOptions({argv + 1, argv + argc});
     } catch (const std::invalid_argument &error) {
-        std::fprintf(stderr,
-                     "store_subscriber: %s\n"
-                     "usage: store_subscriber COMPONENT WATCHER VS any|all [--events N] [--unbook]"
-                     " --book KEY CONDITION... [--book ...]\n",
-                     error.what());
+        fprintf(stderr,
+                "store_subscriber: %s\n"
+                "usage: store_subscriber COMPONENT WATCHER VS any|all [--events N] [--unbook]"
+                " --book KEY CONDITION... [--book ...]\n",
+                error.what());
         return 2;
     }
     return RunAccounted("store_subscriber", [&] { Subscriber(options).Run(); });

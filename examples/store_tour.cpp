@@ -5,9 +5,10 @@
  * usage: store_tour FOLDER      (writes FOLDER/machine.dat and FOLDER/machine.zip)
  */
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <exception>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "machine_data.h"
 #include "store_records.h"
@@ -16,84 +17,82 @@
 
 namespace {
 
-/* One virtual system, two classes and their fields. The class decides which field is the key. */
+// One virtual system, two classes and their fields. The class decides which field is the key.
 constexpr uint32_t kVs = 0;
 constexpr uint32_t kServiceClass = 7;
-constexpr uint32_t kServiceName = 8; /* key: text */
+constexpr uint32_t kServiceName = 8;  // key: text
 constexpr uint32_t kServicePort = 9;
 constexpr uint32_t kServiceNotes = 12;
 constexpr uint32_t kNetworkClass = 13;
-constexpr uint32_t kEntryNumber = 14; /* key: a number */
-constexpr uint32_t kEntryKind = 15;   /* 1 an interface's own address, 2 a route */
+constexpr uint32_t kEntryNumber = 14;  // key: a number
+constexpr uint32_t kEntryKind = 15;    // 1 an interface's own address, 2 a route
 constexpr uint32_t kEntryAddress = 18;
 constexpr uint32_t kEntryInterface = 19;
 constexpr uint32_t kEntryPrefix = 21;
 constexpr uint32_t kEntryMetric = 24;
 
 void Heading(const char *text) {
-    std::printf("\n== %s\n", text);
+    printf("\n== %s\n", text);
 }
 
-/** Shows a call with its result, and gives up when it is not the one expected. */
-void Show(const char *call, uint32_t result, uint32_t expected = TAV_OK) {
-    std::printf("   %-58s -> 0x%x\n", call, result);
+/** Shows a call with its result. Throws std::runtime_error when it is not the one expected. */
+void Show(const std::string &call, uint32_t result, uint32_t expected = TAV_OK) {
+    printf("   %-58s -> 0x%x\n", call.c_str(), result);
     if (result != expected) {
-        std::fprintf(stderr, "store_tour: %s: expected 0x%x\n", call, expected);
-        std::exit(1);
+        char code[16];
+        snprintf(code, sizeof(code), "0x%x", expected);
+        throw std::runtime_error(call + ": expected " + code);
     }
 }
 
-/** Gives up when something that must be there is not. */
+/** Hands on what must be there. Throws std::runtime_error when it is not. */
 template <typename Pointer>
 Pointer Need(Pointer pointer, const char *what) {
     if (!pointer) {
-        std::fprintf(stderr, "store_tour: %s failed\n", what);
-        std::exit(1);
+        throw std::runtime_error(std::string(what) + " failed");
     }
     return pointer;
 }
 
 template <typename Number>
-void AddNumber(const Record &record, uint32_t fid, Number number) {
-    TAV_ExtCfgRecordAddFieldValue(record.get(), fid, sizeof(number), &number);
+bool AddNumber(const Record &record, uint32_t fid, Number number) {
+    return AddField(record, fid, {reinterpret_cast<const uint8_t *>(&number), sizeof(number)});
 }
 
-void AddText(const Record &record, uint32_t fid, const std::string &text) {
-    TAV_ExtCfgRecordAddFieldValue(record.get(), fid, static_cast<uint32_t>(text.size()), text.data());
+bool AddText(const Record &record, uint32_t fid, const std::string &text) {
+    return AddField(record, fid, {reinterpret_cast<const uint8_t *>(text.data()), text.size()});
 }
+
+// Records are made of fields that the library may refuse: too long, or no memory. There is no record then.
 
 /** Makes a record of class 7 that holds the key alone. */
 Record ServiceKey(const std::string &name) {
-    Record record = Need(Record(TAV_ExtCfgRecordNodeCreate(kServiceClass)), "making a record");
-    AddText(record, kServiceName, name);
-    return record;
+    Record record(TAV_ExtCfgRecordNodeCreate(kServiceClass));
+    return record && AddText(record, kServiceName, name) ? std::move(record) : nullptr;
 }
 
 Record ServiceRecord(const Service &service) {
     Record record = ServiceKey(service.name);
-    AddNumber(record, kServicePort, service.port);
-    if (!service.notes.empty()) {
-        AddText(record, kServiceNotes, service.notes);
-    }
-    return record;
+    const bool isWhole = record && AddNumber(record, kServicePort, service.port) &&
+                         (service.notes.empty() || AddText(record, kServiceNotes, service.notes));
+    return isWhole ? std::move(record) : nullptr;
 }
 
 Record NetworkRecord(uint32_t number, const NetworkEntry &entry) {
-    Record record = Need(Record(TAV_ExtCfgRecordNodeCreate(kNetworkClass)), "making a record");
-    AddNumber(record, kEntryNumber, number);
-    AddNumber(record, kEntryKind, static_cast<uint16_t>(entry.isRoute ? 2 : 1));
-    TAV_ExtCfgRecordAddFieldValue(record.get(), kEntryAddress, sizeof(entry.address), entry.address.data());
-    AddNumber(record, kEntryInterface, entry.interfaceIndex);
-    AddNumber(record, kEntryPrefix, entry.prefixLength);
-    AddNumber(record, kEntryMetric, entry.metric);
-    return record;
+    Record record(TAV_ExtCfgRecordNodeCreate(kNetworkClass));
+    const bool isWhole =
+        record && AddNumber(record, kEntryNumber, number) &&
+        AddNumber(record, kEntryKind, static_cast<uint16_t>(entry.isRoute ? 2 : 1)) &&
+        AddField(record, kEntryAddress, entry.address) && AddNumber(record, kEntryInterface, entry.interfaceIndex) &&
+        AddNumber(record, kEntryPrefix, entry.prefixLength) && AddNumber(record, kEntryMetric, entry.metric);
+    return isWhole ? std::move(record) : nullptr;
 }
 
 /** Hands a record to the store, which owns it from then on; a refused one stays ours and is freed. */
 uint32_t Add(const Store &store, Record record) {
     const uint32_t result = TAV_ExtCfgAddRecord(kVs, record.get(), store.get());
     if (result == TAV_OK) {
-        record.release();
+        static_cast<void>(record.release());
     }
     return result;
 }
@@ -110,70 +109,71 @@ Store FillStore(const std::string &path) {
     for (const NetworkEntry &entry : ReadNetwork()) {
         Add(store, NetworkRecord(entries + 1, entry)) == TAV_OK ? ++entries : ++refused;
     }
-    std::printf("   %u services (class 7), %u addresses and routes (class 13), %u refused\n", services, entries,
-                refused);
+    printf("   %u services (class 7), %u addresses and routes (class 13), %u refused\n", services, entries, refused);
     return store;
 }
 
-uint16_t PortOf(const TAV_ExtCfgRecordNode *record) {
-    uint16_t port = 0;
-    TAV_ExtCfgRecordGetFieldValue(record, kServicePort, sizeof(port), &port, nullptr);
-    return port;
+/** Reads a field of a fixed size. Throws std::runtime_error when the record has none of that size. */
+template <typename Value>
+Value ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid) {
+    Value value = {};
+    uint32_t length = 0;
+    const uint32_t result = TAV_ExtCfgRecordGetFieldValue(record, fid, sizeof(value), &value, &length);
+    Need(result == TAV_OK && length == sizeof(value), "reading a field");
+    return value;
+}
+
+/** Finds a service by its name. */
+const TAV_ExtCfgRecordNode *FindService(const Store &store, const std::string &name) {
+    const Record key = Need(ServiceKey(name), "making a record");
+    return Need(TAV_ExtCfgGetRecord(kVs, key.get(), store.get()), "finding the service");
+}
+
+/** Makes a change of one field of a service: the key says which record, what follows replaces its values. */
+Record PortChange(const std::string &name, uint16_t port) {
+    Record change = Need(ServiceKey(name), "making a record");
+    Need(AddNumber(change, kServicePort, port), "adding a field");
+    return change;
 }
 
 /** Walks all records of class 13 in the order of their keys. */
-void QueryNetwork(const Store &store) {
+void QueryNetwork(const std::string &path) {
+    const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path.c_str(), nullptr)), "opening");
     const Record condition = Need(Record(TAV_ExtCfgRecordNodeCreate(kNetworkClass)), "making a record");
     Show("TAV_ExtCfgStartQuery(vs 0, class 13)", TAV_ExtCfgStartQuery(kVs, condition.get(), store.get()));
     while (const TAV_ExtCfgRecordNode *record = TAV_ExtCfgGetNextRecord(store.get())) {
-        uint32_t number = 0;
-        uint16_t kind = 0;
-        uint16_t prefix = 0;
-        AddressValue address = {};
-        TAV_ExtCfgRecordGetFieldValue(record, kEntryNumber, sizeof(number), &number, nullptr);
-        TAV_ExtCfgRecordGetFieldValue(record, kEntryKind, sizeof(kind), &kind, nullptr);
-        TAV_ExtCfgRecordGetFieldValue(record, kEntryPrefix, sizeof(prefix), &prefix, nullptr);
-        TAV_ExtCfgRecordGetFieldValue(record, kEntryAddress, sizeof(address), address.data(), nullptr);
-        std::printf("   %3u  %-7s  %s/%u\n", number, kind == 2 ? "route" : "address", AddressText(address).c_str(),
-                    prefix);
+        const auto isRoute = ValueOf<uint16_t>(record, kEntryKind) == 2;
+        printf("   %3u  %-7s  %s/%u\n", ValueOf<uint32_t>(record, kEntryNumber), isRoute ? "route" : "address",
+               AddressText(ValueOf<AddressValue>(record, kEntryAddress)).c_str(),
+               ValueOf<uint16_t>(record, kEntryPrefix));
     }
     Show("TAV_ExtCfgEndQuery()", TAV_ExtCfgEndQuery(store.get()));
 }
 
 /** Reads one record by its key, overwrites a field of it, and flushes twice: the second flush has nothing to write. */
-void GetSetFlush(const Store &store) {
-    const Record key = ServiceKey("ssh/tcp");
-    const TAV_ExtCfgRecordNode *stored = Need(TAV_ExtCfgGetRecord(kVs, key.get(), store.get()), "finding ssh/tcp");
-    std::printf("   ssh/tcp has port %u\n", PortOf(stored));
-    AddNumber(key, kServicePort, uint16_t{2022});
-    Show("TAV_ExtCfgSetRecord(vs 0, ssh/tcp with port 2022)", TAV_ExtCfgSetRecord(kVs, key.get(), store.get()));
+void GetSetFlush(const std::string &path) {
+    const Store store = OpenForEditing(path);
+    printf("   ssh/tcp has port %u\n", ValueOf<uint16_t>(FindService(store, "ssh/tcp"), kServicePort));
+    const Record change = PortChange("ssh/tcp", 2022);
+    Show("TAV_ExtCfgSetRecord(vs 0, ssh/tcp with port 2022)", TAV_ExtCfgSetRecord(kVs, change.get(), store.get()));
     Show("TAV_ExtCfgFlush()", TAV_ExtCfgFlush(store.get()));
     Show("TAV_ExtCfgFlush() again: nothing to write", TAV_ExtCfgFlush(store.get()), TAV_ERR_UNCHANGED);
 }
 
-/** Overwrites a field inside the file. The record that is handed in loses its key field. */
+/**
+ * Overwrites a field inside the file. That is quick, but a crash in the middle leaves a file that does not load: for
+ * files that can be made again. The record that is handed in loses its key field.
+ */
 void PatchInPlace(const std::string &path) {
-    const Record record = ServiceKey("ssh/tcp");
-    AddNumber(record, kServicePort, uint16_t{22});
+    const Record change = PortChange("ssh/tcp", 22);
     Show("TAV_ExtCfgSetRecordToFile(vs 0, ssh/tcp with port 22)",
-         TAV_ExtCfgSetRecordToFile(kVs, record.get(), path.c_str(), nullptr));
+         TAV_ExtCfgSetRecordToFile(kVs, change.get(), path.c_str(), nullptr));
     const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path.c_str(), nullptr)), "opening");
-    const Record key = ServiceKey("ssh/tcp");
-    std::printf("   the file still loads, and ssh/tcp has port %u\n",
-                PortOf(Need(TAV_ExtCfgGetRecord(kVs, key.get(), store.get()), "finding ssh/tcp")));
+    printf("   the file still loads, and ssh/tcp has port %u\n",
+           ValueOf<uint16_t>(FindService(store, "ssh/tcp"), kServicePort));
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: store_tour FOLDER\n");
-        return 2;
-    }
-    const std::string plain = std::string(argv[1]) + "/machine.dat";
-    const std::string archive = std::string(argv[1]) + "/machine.zip";
-    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType); /* once, before the first store */
-
+void Tour(const std::string &plain, const std::string &archive) {
     Heading("A store is filled in memory");
     Store filled = FillStore(plain);
 
@@ -183,23 +183,31 @@ int main(int argc, char **argv) {
     filled.reset();
 
     Heading("The archive is opened read-only and queried");
-    {
-        const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, archive.c_str(), nullptr)), "opening");
-        QueryNetwork(store);
-    }
+    QueryNetwork(archive);
 
     Heading("The plain file is opened, one record is read and changed, and the store is flushed");
-    {
-        const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_WRITE, plain.c_str(), nullptr)), "opening");
-        GetSetFlush(store);
-    }
+    GetSetFlush(plain);
 
     Heading("The same record is changed inside the file, without loading it");
     PatchInPlace(plain);
+}
 
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 2) {
+        fprintf(stderr, "usage: store_tour FOLDER\n");
+        return 2;
+    }
+    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);  // once, before the first store
+    try {
+        Tour(std::string(argv[1]) + "/machine.dat", std::string(argv[1]) + "/machine.zip");
+    } catch (const std::exception &error) {
+        fprintf(stderr, "store_tour: %s\n", error.what());
+        return 1;
+    }
     TAV_Posix_MemAccount account = {};
     TAV_Posix_MemTotal(&account);
-    std::printf("\n   Memory still taken from the platform: %llu blocks\n",
-                static_cast<unsigned long long>(account.blocks));
+    printf("\n   Memory still taken from the platform: %llu blocks\n", static_cast<unsigned long long>(account.blocks));
     return account.blocks == 0 ? 0 : 1;
 }

@@ -42,14 +42,14 @@ using Detection = std::unique_ptr<ARU_Detect_Handle, UnInitHandle>;
 void Require(uint32_t result, const char *what) {
     if (result != 0) {
         char code[16];
-        std::snprintf(code, sizeof(code), "0x%x", result);
+        snprintf(code, sizeof(code), "0x%x", result);
         throw std::runtime_error(std::string(what) + " failed with " + code);
     }
 }
 
 /** Adds a VS and the condition types that its subscriber can use. */
 Detection AddVs(Detection detection, uint32_t componentId, uint32_t vsId) {
-    /* The handle is given away: when the call fails, it has been freed. */
+    // The handle is given away: when the call fails, it has been freed.
     detection.reset(ARU_Detect_Init(g_pTavCommHandle, componentId, vsId, detection.release(), FillChangePayload, 0));
     if (!detection) {
         throw std::bad_alloc();
@@ -61,15 +61,14 @@ Detection AddVs(Detection detection, uint32_t componentId, uint32_t vsId) {
 /** Prints what a message of the subscriber was for. */
 void PrintMessage(uint32_t vsId, const BusMessage &message, uint32_t result) {
     const auto header = Load<MessageHeader>(message.Get());
-    std::printf("vs %u: component %u ", vsId, message.Sender());
+    printf("vs %u: component %u ", vsId, message.Sender());
     uint32_t key = 0;
     if (header.operation == kNotification) {
-        std::printf("has taken notification %u\n", header.sequence);
+        printf("has taken notification %u\n", header.sequence);
     } else if (ARU_Detect_MsgGetBookKey(message.Get(), &key) == ARU_DETECT_OK) {
-        std::printf("%s key %u, result %u\n", header.operation == kSubscribe ? "subscribes" : "unsubscribes", key,
-                    result);
+        printf("%s key %u, result %u\n", header.operation == kSubscribe ? "subscribes" : "unsubscribes", key, result);
     } else {
-        std::printf("has sent a message without a key, result %u\n", result);
+        printf("has sent a message without a key, result %u\n", result);
     }
 }
 
@@ -85,7 +84,7 @@ void HandleMessage(ARU_Detect_Handle *handle, const std::vector<uint32_t> &vsIds
             return;
         }
     }
-    std::printf("message of component %u ignored: not from a subscriber, or of an unknown kind\n", message.Sender());
+    printf("message of component %u ignored: not from a subscriber, or of an unknown kind\n", message.Sender());
 }
 
 /** Reports a change as an event, and prints what has become of it. */
@@ -97,20 +96,7 @@ void ReportChange(ARU_Detect_Handle *handle, const std::string &command, Change 
     } else if (change.isTold) {
         outcome = "the subscriber is notified";
     }
-    std::printf("vs %u: %s -> event, conditions matched: %u, %s\n", change.vsId, command.c_str(), change.matches,
-                outcome);
-}
-
-/** Opens the file. A damaged one is refused: opened read-write it would pass for an empty store and be replaced. */
-Store OpenStore(const char *path) {
-    if (access(path, F_OK) == 0 && !Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path, nullptr))) {
-        throw std::runtime_error(std::string(path) + " is there, but is no store that can be read");
-    }
-    Store store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_WRITE, path, nullptr));
-    if (!store) {
-        throw std::runtime_error(std::string(path) + " cannot be opened");
-    }
-    return store;
+    printf("vs %u: %s -> event, conditions matched: %u, %s\n", change.vsId, command.c_str(), change.matches, outcome);
 }
 
 /** Makes an empty record. */
@@ -127,7 +113,7 @@ struct Edit {
     bool isDelete;
     uint32_t vsId;
     uint32_t cid;
-    Record record; /* the key field, and of a set the other fields */
+    Record record;  // the key field, and of a set the other fields
 };
 
 /** Adds the field of one FID=VALUE to a record. The library needs each field once. */
@@ -200,11 +186,11 @@ class Watcher {
     Store store_;
     BusPort port_;
     Detection detection_;
-    std::string input_; /* what has been read of the standard input and not been executed yet */
+    std::string input_;  // what has been read of the standard input and not been executed yet
 };
 
 Watcher::Watcher(const Options &options)
-    : vsIds_(options.vsIds), store_(OpenStore(options.path.c_str())), port_(options.componentId) {
+    : vsIds_(options.vsIds), store_(OpenForEditing(options.path)), port_(options.componentId) {
     for (const uint32_t vsId : vsIds_) {
         detection_ = AddVs(std::move(detection_), options.componentId, vsId);
     }
@@ -214,10 +200,10 @@ Watcher::Watcher(const Options &options)
 bool Watcher::Flush(const std::string &command, uint32_t vsId) {
     const uint32_t result = TAV_ExtCfgFlush(store_.get());
     if (result == TAV_ERR_UNCHANGED) {
-        std::printf("vs %u: %s -> nothing has changed, no event\n", vsId, command.c_str());
+        printf("vs %u: %s -> nothing has changed, no event\n", vsId, command.c_str());
         return false;
     }
-    /* A process whose file no longer follows its memory has nothing reliable to tell any more. */
+    // A process whose file no longer follows its memory has nothing reliable to tell any more.
     Require(result, "writing the file");
     return true;
 }
@@ -226,10 +212,10 @@ void Watcher::Set(const std::string &command, Edit edit) {
     const TAV_ExtCfgRecordNode *stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());
     if (stored != nullptr) {
         Require(TAV_ExtCfgSetRecord(edit.vsId, edit.record.get(), store_.get()), "changing the record");
-        stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get()); /* an edit ends the use of the old */
+        stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());  // an edit ends the use of the old
     } else {
         Require(TAV_ExtCfgAddRecord(edit.vsId, edit.record.get(), store_.get()), "adding the record");
-        stored = edit.record.release(); /* the store's from here on */
+        stored = edit.record.release();  // the store's from here on
     }
     if (Flush(command, edit.vsId)) {
         ReportChange(detection_.get(), command, {kSetText, edit.vsId, edit.cid, stored});
@@ -260,7 +246,7 @@ void Watcher::Execute(const std::string &command) {
             Set(command, std::move(edit));
         }
     } catch (const std::invalid_argument &error) {
-        std::fprintf(stderr, "store_watcher: %s: %s\n", command.c_str(), error.what());
+        fprintf(stderr, "store_watcher: %s: %s\n", command.c_str(), error.what());
     }
 }
 
@@ -273,7 +259,7 @@ bool Watcher::ReadCommands() {
     }
     input_.append(buffer, static_cast<size_t>(size));
     if (size == 0 && !input_.empty()) {
-        input_ += '\n'; /* a last line without an end is a command, too */
+        input_ += '\n';  // a last line without an end is a command, too
     }
     for (size_t end; (end = input_.find('\n')) != std::string::npos;) {
         const std::string command = input_.substr(0, end);
@@ -290,7 +276,7 @@ bool Watcher::ReadCommands() {
 
 void Watcher::Run() {
     const int stopFd = CatchStopSignals();
-    std::printf("component %u watches %zu VS\n", port_.ComponentId(), vsIds_.size());
+    printf("component %u watches %zu VS\n", port_.ComponentId(), vsIds_.size());
     for (bool goesOn = true; goesOn;) {
         const std::vector<bool> readable = WaitForInput({stopFd, port_.Fd(), STDIN_FILENO});
         if (readable[1]) {
@@ -316,12 +302,12 @@ Options ParseOptions(const std::vector<std::string> &arguments) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType); /* once, before the first store */
+    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);  // once, before the first store
     Options options;
     try {
         options = ParseOptions({argv + 1, argv + argc});
     } catch (const std::invalid_argument &error) {
-        std::fprintf(stderr, "store_watcher: %s\nusage: store_watcher FILE COMPONENT VS...\n", error.what());
+        fprintf(stderr, "store_watcher: %s\nusage: store_watcher FILE COMPONENT VS...\n", error.what());
         return 2;
     }
     return RunAccounted("store_watcher", [&] { Watcher(options).Run(); });

@@ -21,14 +21,14 @@
 
 namespace {
 
-/* What a request carries in its envelope. */
+// What a request carries in its envelope.
 constexpr uint8_t kInterface = 1;
 constexpr uint8_t kSubInterface = 3;
 constexpr uint32_t kMessageCode = 0x103;
 
-/* Offsets in the header of a message, in bytes. */
+// Offsets in the header of a message, in bytes.
 constexpr size_t kClassAt = 3;
-constexpr size_t kIdsAt = 8; /* three, 32 bits each */
+constexpr size_t kIdsAt = 8;  // three, 32 bits each
 constexpr size_t kOperationAt = 24;
 
 /** How the value of a TLV is shown. */
@@ -92,8 +92,8 @@ std::string NameText(Bytes name) {
         if (byte >= 0x20 && byte < 0x7F && byte != '\\') {
             text += static_cast<char>(byte);
         } else {
-            char escape[sizeof "\\xff"];
-            std::snprintf(escape, sizeof(escape), "\\x%02x", byte);
+            char escape[sizeof("\\xff")];
+            snprintf(escape, sizeof(escape), "\\x%02x", byte);
             text += escape;
         }
     }
@@ -102,13 +102,13 @@ std::string NameText(Bytes name) {
 
 void PrintTlv(uint16_t type, Bytes value) {
     const TlvText text = TextOf(type);
-    std::printf("    %2u %-14s", type, text.text);
+    printf("    %2u %-14s", type, text.text);
     if (text.shown == Shown::kNumber && value.size() == sizeof(uint32_t)) {
-        std::printf("%" PRIu32 "\n", Load<uint32_t>(value.data()));
+        printf("%" PRIu32 "\n", Load<uint32_t>(value.data()));
     } else if (text.shown == Shown::kName) {
-        std::printf("%s\n", NameText(value).c_str());
+        printf("%s\n", NameText(value).c_str());
     } else {
-        std::printf("%zu bytes\n", value.size());
+        printf("%zu bytes\n", value.size());
     }
 }
 
@@ -118,7 +118,7 @@ void PrintTlvs(Bytes tlvs) {
         const bool whole = tlvs.size() >= NFTPCI_TLV_HEADER_SIZE;
         const size_t length = whole ? Load<uint16_t>(tlvs.data() + sizeof(uint16_t)) : 0;
         if (!whole || length > tlvs.size() - NFTPCI_TLV_HEADER_SIZE) {
-            std::printf("    the last TLV is cut off\n");
+            printf("    the last TLV is cut off\n");
             return;
         }
         PrintTlv(Load<uint16_t>(tlvs.data()), tlvs.subspan(NFTPCI_TLV_HEADER_SIZE, length));
@@ -126,7 +126,7 @@ void PrintTlvs(Bytes tlvs) {
     }
 }
 
-/** Tells whether the envelope and the stated length of a message are those of a request. */
+/** Returns whether the envelope and the stated length of a message are those of a request. */
 bool LooksLikeRequest(const BusMessage &message) {
     return DMS_MEL_MSG_GET_INTF(message.Get()) == kInterface &&
            DMS_MEL_MSG_GET_SUB_INTF(message.Get()) == kSubInterface &&
@@ -140,7 +140,7 @@ bool LooksLikeRequest(const BusMessage &message) {
  * @return whether it is one
  */
 bool PrintRequest(const BusMessage &message) {
-    std::printf("component %" PRIu32 ": ", message.Sender());
+    printf("component %" PRIu32 ": ", message.Sender());
     std::vector<uint8_t> request(message.Content().begin(), message.Content().end());
     const char *name = nullptr;
     if (LooksLikeRequest(message)) {
@@ -148,11 +148,11 @@ bool PrintRequest(const BusMessage &message) {
         name = RequestName(request[kClassAt], Load<uint16_t>(&request[kOperationAt]));
     }
     if (name == nullptr) {
-        std::printf("a message of %zu bytes that is no request\n", request.size());
+        printf("a message of %zu bytes that is no request\n", request.size());
         return false;
     }
     const auto ids = Load<std::array<uint32_t, 3>>(&request[kIdsAt]);
-    std::printf("%s (%" PRIu32 ", %" PRIu32 ", %" PRIu32 ")\n", name, ids[0], ids[1], ids[2]);
+    printf("%s (%" PRIu32 ", %" PRIu32 ", %" PRIu32 ")\n", name, ids[0], ids[1], ids[2]);
     PrintTlvs(Bytes(request).subspan(NFTPCI_MSG_HEADER_SIZE));
     return true;
 }
@@ -161,7 +161,7 @@ bool PrintRequest(const BusMessage &message) {
 void Serve(uint32_t componentId, uint64_t count) {
     const int stopSignals = CatchStopSignals();
     BusPort port(componentId);
-    std::printf("serving as component %" PRIu32 "\n", componentId);
+    printf("serving as component %" PRIu32 "\n", componentId);
     uint64_t served = 0;
     while (served < count) {
         if (WaitForInput({stopSignals, port.Fd()})[0]) {
@@ -177,7 +177,7 @@ void Serve(uint32_t componentId, uint64_t count) {
 
 int main(int argc, char **argv) {
     if (argc != 2 && argc != 3) {
-        std::fprintf(stderr, "usage: transfer_service COMPONENT [COUNT]\n");
+        fprintf(stderr, "usage: transfer_service COMPONENT [COUNT]\n");
         return 2;
     }
     return RunAccounted("transfer_service", [&] {

@@ -31,7 +31,7 @@ class ArchiveWriter {
 
     void Append(const char *text, uint32_t length) {
         Grow(length);
-        std::memcpy(static_cast<char *>(block_.buffer) + block_.used, text, length);
+        memcpy(static_cast<char *>(block_.buffer) + block_.used, text, length);
         block_.used += length;
     }
 
@@ -65,13 +65,13 @@ class ArchiveWriter {
 void WriteArchive(const char *path) {
     ArchiveWriter writer(path);
     char chunk[4096];
-    for (size_t length; (length = std::fread(chunk, 1, sizeof(chunk), stdin)) > 0;) {
-        if (std::memchr(chunk, '\0', length) != nullptr) {
+    for (size_t length; (length = fread(chunk, 1, sizeof(chunk), stdin)) > 0;) {
+        if (memchr(chunk, '\0', length) != nullptr) {
             throw std::runtime_error("the input is no text: it holds a zero byte, where a reader would stop");
         }
         writer.Append(chunk, static_cast<uint32_t>(length));
     }
-    if (std::ferror(stdin) != 0) {
+    if (ferror(stdin) != 0) {
         throw std::runtime_error("the input cannot be read");
     }
     writer.Finish();
@@ -82,17 +82,21 @@ void PrintArchive(const char *path) {
     if (const uint32_t code = TAV_UnZipStart(&block, path); code != 0) {
         throw std::runtime_error("the archive cannot be read, code " + std::to_string(code));
     }
+    bool isPrinted = true;
     while (const int8_t character = TAV_GetCharFromZip(&block)) {
-        std::putchar(character);
+        isPrinted = putchar(character) != EOF && isPrinted;
     }
     TAV_UnZipEnd(&block);
+    if (fflush(stdout) != 0 || !isPrinted) {
+        throw std::runtime_error("the text cannot be printed");
+    }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     if (argc != 2) {
-        std::fprintf(stderr, "usage: zip_text ARCHIVE <TEXT\n");
+        fprintf(stderr, "usage: zip_text ARCHIVE <TEXT\n");
         return 2;
     }
     return RunAccounted("zip_text", [=] {

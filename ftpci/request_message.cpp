@@ -1,21 +1,23 @@
 /*
  * The build buffer of a request: header, TLVs, sending; and the search of a message for a TLV.
  */
+#include "common/memory.h"
 #include "ftpci/message.h"
 #include "platform/bex_string.h"
-#include "platform/dms_message.h"
-#include "platform/mel_memory.h"
 
 namespace {
 
-constexpr char kModule[] = "tav_ftpci";
+constexpr common::Heap kHeap("tav_ftpci");
 
-/* What a request carries in its envelope. */
+// Requests are accounted to no memory module.
+constexpr uintptr_t kMemModule = 0;
+
+// What a request carries in its envelope.
 constexpr uint8_t kInterface = 1;
 constexpr uint8_t kSubInterface = 3;
 constexpr uint32_t kMessageCode = 0x103;
 
-/** Finds the first TLV of a type whose header lies inside the message, or none. */
+/** Finds the first TLV of a type whose header lies inside the message; null when there is none. */
 const uint8_t *FindTlv(const uint8_t *message, uint32_t length, uint16_t type) {
     for (uint32_t at = NFTPCI_MSG_HEADER_SIZE; at + NFTPCI_TLV_HEADER_SIZE <= length;) {
         const uint8_t *tlv = message + at;
@@ -27,9 +29,9 @@ const uint8_t *FindTlv(const uint8_t *message, uint32_t length, uint16_t type) {
     return nullptr;
 }
 
-/** Makes a bus message of a finished request, or none. */
+/** Makes a bus message of a finished request; null when it cannot. */
 uint8_t *MakeBusMessage(const NFTPCI_MsgMemBuf &buffer, uint8_t requestClass, uint32_t sender) {
-    void *message = MEL_MsgAlloc_F(sender, buffer.used, kModule, __LINE__);
+    void *message = kHeap.TakeMessage(sender, buffer.used);
     if (message == nullptr) {
         return nullptr;
     }
@@ -41,8 +43,8 @@ uint8_t *MakeBusMessage(const NFTPCI_MsgMemBuf &buffer, uint8_t requestClass, ui
     }
     auto *bytes = static_cast<uint8_t *>(message);
     bytes[ftpci::kClassAt] = requestClass;
-    ftpci::Store(uint32_t{0}, bytes + ftpci::kReservedAt);
-    ftpci::Store(static_cast<uint16_t>(buffer.used), bytes + ftpci::kTotalLengthAt);
+    common::StoreWord(uint32_t{0}, bytes + ftpci::kReservedAt);
+    common::StoreWord(static_cast<uint16_t>(buffer.used), bytes + ftpci::kTotalLengthAt);
     return bytes;
 }
 
@@ -52,25 +54,20 @@ NFTPCI_MsgMemBuf *NFTPCI_CreateReqMsg(const NFTPCI_ReqParam *param, const NFTPCI
     if (param == nullptr || handle == nullptr) {
         return nullptr;
     }
-    /* Memory handle 0: a request stands on no module of the library, on purpose. */
-    void *block = MEL_Malloc_F(0, g_aucMelMemPt[0], sizeof(NFTPCI_MsgMemBuf), kModule, __LINE__);
-    if (block == nullptr) {
+    auto *buffer = kHeap.New<NFTPCI_MsgMemBuf>(kMemModule);
+    if (buffer == nullptr) {
         return nullptr;
     }
-    memset_s(block, sizeof(NFTPCI_MsgMemBuf), 0, sizeof(NFTPCI_MsgMemBuf));
-    auto *buffer = static_cast<NFTPCI_MsgMemBuf *>(block);
-    ftpci::Store(param->id1, buffer->message + ftpci::kId1At);
-    ftpci::Store(param->id2, buffer->message + ftpci::kId2At);
-    ftpci::Store(param->id3, buffer->message + ftpci::kId3At);
-    ftpci::Store(param->operation, buffer->message + ftpci::kOperationAt);
+    common::StoreWord(param->id1, buffer->message + ftpci::kId1At);
+    common::StoreWord(param->id2, buffer->message + ftpci::kId2At);
+    common::StoreWord(param->id3, buffer->message + ftpci::kId3At);
+    common::StoreWord(param->operation, buffer->message + ftpci::kOperationAt);
     buffer->used = NFTPCI_MSG_HEADER_SIZE;
     return buffer;
 }
 
 uint32_t NFTPCI_MsgMemBufFree(NFTPCI_MsgMemBuf *buffer) {
-    if (buffer != nullptr) {
-        MEL_Free_F(buffer, kModule, __LINE__);
-    }
+    kHeap.Return(buffer);
     return NFTPCI_OK;
 }
 
@@ -79,7 +76,7 @@ uint32_t NFTPCI_AddTlvToMsg(NFTPCI_MsgMemBuf **buffer, uint16_t type, uint32_t l
         return NFTPCI_FAILED;
     }
     NFTPCI_MsgMemBuf &request = **buffer;
-    /* In 64 bits: a length near 2^32 must not wrap around to a small one. */
+    // In 64 bits: a length near 2^32 must not wrap around to a small one.
     if (uint64_t{request.used} + length + NFTPCI_TLV_HEADER_SIZE > NFTPCI_MAX_MSG_SIZE) {
         return NFTPCI_FAILED;
     }
@@ -87,8 +84,8 @@ uint32_t NFTPCI_AddTlvToMsg(NFTPCI_MsgMemBuf **buffer, uint16_t type, uint32_t l
         return NFTPCI_FAILED;
     }
     uint8_t *tlv = request.message + request.used;
-    ftpci::Store(type, tlv);
-    ftpci::Store(static_cast<uint16_t>(length), tlv + ftpci::kTlvLengthAt);
+    common::StoreWord(type, tlv);
+    common::StoreWord(static_cast<uint16_t>(length), tlv + ftpci::kTlvLengthAt);
     if (memcpy_s(tlv + NFTPCI_TLV_HEADER_SIZE, length, value, length) != 0) {
         return NFTPCI_COPY_FAILED;
     }
@@ -101,7 +98,7 @@ uint32_t NFTPCI_GetDataByTlvType(const void *message, uint16_t type, const void 
         return NFTPCI_FAILED;
     }
     const auto *bytes = static_cast<const uint8_t *>(message);
-    const uint8_t *found = FindTlv(bytes, ftpci::Load<uint16_t>(bytes + ftpci::kTotalLengthAt), type);
+    const uint8_t *found = FindTlv(bytes, common::LoadWord<uint16_t>(bytes + ftpci::kTotalLengthAt), type);
     if (found == nullptr) {
         return NFTPCI_FAILED;
     }
@@ -118,7 +115,7 @@ uint32_t NFTPCI_ReqMsgSend(NFTPCI_MsgMemBuf **buffer, uint8_t requestClass, cons
     if (message == nullptr) {
         return NFTPCI_FAILED;
     }
-    /* The bus owns the message from here on, also when it does not take it to the receiver. */
+    // The bus owns the message from here on, also when it does not take it to the receiver.
     if (TAV_AdjustSendMsg(handle->receiver, 0, kMessageCode, message, length) != 0) {
         return NFTPCI_FAILED;
     }

@@ -45,11 +45,11 @@ class Request {
     uint32_t Send(uint8_t requestClass) { return NFTPCI_ReqMsgSend(&buffer_, requestClass, handle_); }
 
   private:
-    NFTPCI_MsgMemBuf *buffer_;        /* null when memory is short, and once it is sent */
-    const NFTPCI_CommHandle *handle_; /* the caller's */
+    NFTPCI_MsgMemBuf *buffer_;         // null when memory is short, and once it is sent
+    const NFTPCI_CommHandle *handle_;  // the caller's
 };
 
-/** Tells whether a name is there and fits its field. */
+/** Returns whether a name is there and fits its field. */
 bool IsName(const char *name) {
     return name != nullptr && *name != '\0' && BEX_StrLen(name) < NFTPCI_FILE_NAME_SIZE;
 }
@@ -59,7 +59,7 @@ bool IsMode(uint32_t word) {
     return mode == 1 || mode == 2;
 }
 
-/** Tells whether the length of a block is within its limit and goes with its data. */
+/** Returns whether the length of a block is within its limit and goes with its data. */
 bool IsBlock(const NFTPCI_MemBufBlock *block) {
     return block != nullptr && block->length <= NFTPCI_MAX_BLOCK_SIZE && (block->length == 0 || block->data != nullptr);
 }
@@ -71,7 +71,8 @@ uint32_t SendQuery(uint32_t id1, uint32_t id2, uint32_t id3, uint16_t operation,
 
 }  // namespace
 
-/* The mode check value of both put requests is validated and does not travel, on purpose. */
+// The mode check value of both put requests is validated and does not travel: requests have a TLV for the transfer mode
+// alone.
 
 uint32_t NFTPCI_AsyncPutDiskFile(uint32_t id1, uint32_t id2, uint32_t cfgId, uint32_t modeCheck, uint32_t transferMode,
                                  const char *sourcePath, const char *destPath, const NFTPCI_CommHandle *handle) {

@@ -13,8 +13,8 @@ void Fuzz(FuzzedDataProvider *input) {
     const Bytes begin = input->ConsumeBool() ? sound : Bytes(), padding(input->ConsumeBool() ? 65480u : 0);
     const Bytes datagram = Join({begin, padding, input->ConsumeRemainingBytes<uint8_t>()});
     sockaddr_un address = {AF_UNIX, {}};
-    Scratch("bus/7").copy(address.sun_path, sizeof address.sun_path - 1);
-    sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    Scratch("bus/7").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&address), sizeof(address));
     const bool isMessage = datagram.size() >= 20 + 16 && datagram.size() <= 20 + 65535 &&
                            std::equal(&sound[0], &sound[6], &datagram[0]) &&
                            std::equal(&sound[12], &sound[16], &datagram[12]);

@@ -18,13 +18,13 @@ static std::string TakeForm(FuzzedDataProvider *input, const std::string &passwo
     const auto length = static_cast<uint32_t>(password.size());
     assert(TAV_CRYPT_Encrypt_Sec(password.data(), length, record.text, TAV_PWD_BUFFER_SIZE, mode, kContext) == 0);
     assert(TAV_VerifySystemPassword_Enh(password.c_str(), record.text, kContext) == 0);
-    char &changed = record.text[input->ConsumeIntegralInRange<size_t>(0, std::strlen(record.text) - 1)];
+    char &changed = record.text[input->ConsumeIntegralInRange<size_t>(0, strlen(record.text) - 1)];
     changed = static_cast<char>(changed ^ input->ConsumeIntegralInRange(0, 7));
     return record.text;
 }
 
 void Fuzz(FuzzedDataProvider *input) {
-    // Hashes of passwords are slow on purpose: none is made here, and salted forms are told and not verified.
+    // Hashes of passwords are slow by design: none is made here, and salted forms are recognised but not verified.
     g_pfn_BEX_CRYPT_PasswordEx = [](const char *, uint32_t, char *, uint32_t *, uint32_t) { return 1u; };
     TAV_SYS_PASSWORD_S record = {{}, input->ConsumeIntegralInRange<uint8_t>(0, 7)};
     const std::string password = input->ConsumeRandomLengthString(100).c_str(), form = TakeForm(input, password);
@@ -33,9 +33,9 @@ void Fuzz(FuzzedDataProvider *input) {
     const auto length = static_cast<uint32_t>(bytes.size());
     char plain[TAV_PWD_BUFFER_SIZE] = "";
     const uint32_t kind = TAV_CRYPT_IsCipher(text, length, nullptr, kContext);
-    assert(kind == 8 || TAV_CRYPT_Decrypt_Sec(text, length, plain, sizeof plain, 0, kContext) != 0);
+    assert(kind == 8 || TAV_CRYPT_Decrypt_Sec(text, length, plain, sizeof(plain), 0, kContext) != 0);
     TAV_ValidateStrWithQuotes(text, length);
-    form.copy(record.text, sizeof record.text);
+    form.copy(record.text, sizeof(record.text));
     assert((TAV_GetPasswordType(&record) == 0xFF) == (TAV_CheckSystemPassword(&record) != 0));
     if (BEX_CRYPT_IsPasswordCipher(text, length) != 0 && record.text[TAV_PWD_TEXT_SIZE - 1] == 0) {
         TAV_VerifyEncryptSystemPassword_Enh(password.c_str(), kContext, &record, kContext);

@@ -15,7 +15,7 @@ static uint32_t Match(const void *data, uint32_t length, uintptr_t mask, uintptr
     return (std::accumulate(bytes, bytes + length, 0u) & mask) != 0 ? static_cast<uint32_t>(answer) : 0;
 }
 static void ParseTlv(const void *tlv, void **data, uint32_t *length, uintptr_t) {
-    *length = Load<TlvHeader>(tlv).length;
+    *length = common::LoadWord<TlvHeader>(tlv).length;
     if (Match(tlv, *length + 4, unparsable, 1, 0) == 0) {
         *data = std::copy_n(static_cast<const uint8_t *>(tlv) + 4, *length, new uint8_t[*length]) - *length;
     }
@@ -49,8 +49,8 @@ static void Deliver(FuzzedDataProvider *input, ARU_Detect_Instance *instance) {
 uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t, uint32_t, void *message, uint32_t length) {
     const auto *bytes = static_cast<const uint8_t *>(message);
     const bool isAck = (bytes[2] & kResponse) != 0;
-    const uint32_t expected = isAck ? 36 : 40 + Load<NotificationHead>(bytes).bookKeys.length + payload;
-    assert(receiver == kSubscriber && Load<uint16_t>(bytes) == length && length == expected);
+    const uint32_t expected = isAck ? 36 : 40 + common::LoadWord<NotificationHead>(bytes).bookKeys.length + payload;
+    assert(receiver == kSubscriber && common::LoadWord<uint16_t>(bytes) == length && length == expected);
     DMS_MsgFree(kDetector, message);
     return sendResult;
 }

@@ -1,4 +1,4 @@
-// The file image: checked, parsed, rebuilt, and taken through a file.
+// Any bytes as a file image: whatever loads is found by its keys, and written and loaded again it is the same.
 #include "support.h"
 
 void Fuzz(FuzzedDataProvider *input) {

@@ -20,7 +20,8 @@ void Fuzz(FuzzedDataProvider *input) {
     WriteFile(path, before);
     const bool isSet = TAV_ExtCfgSetRecordToFile(vsId, record.get(), path.c_str(), refer) == TAV_OK;
     const Bytes after = ReadFile(path);
-    assert(after.size() == before.size() && (isSet || after == before));
+    assert(after.size() == before.size());
+    assert(isSet || after == before);
     uint32_t codeBefore = 0, codeAfter = 0;
     Parse(before, refer, &codeBefore);
     AssertSound(Parse(after, refer, &codeAfter), Scratch("after.dat"), refer);

@@ -9,20 +9,13 @@
 #include <cassert>
 
 #include "bytes.h"
-#include "tav_extcfg.h"
+#include "owned.h"
 
 /** The target: bytes are taken from the front of an input, numbers from its end. */
 void Fuzz(FuzzedDataProvider *input);
 
 /** A path below the process's own folder in TMPDIR, which is the system working directory too. */
 std::string Scratch(const std::string &name);
-
-struct Release {
-    void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
-    void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
-};
-using Store = std::unique_ptr<CfgLocal, Release>;
-using Record = std::unique_ptr<TAV_ExtCfgRecordNode, Release>;
 
 /** Takes any bytes as a file image or as the body of one, perhaps with a foreign head field; and a refer file or null.
  */

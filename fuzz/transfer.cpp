@@ -1,17 +1,18 @@
-// Transfer messages: received ones of both byte orders, and requests of any TLVs.
+/*
+ * Transfer messages: received ones of both byte orders, and requests of any TLVs.
+ */
+#include "common/words.h"
 #include "ftpci/message.h"
 #include "platform/dms_message.h"
 #include "support.h"
 
-using namespace ftpci;
-
 /** Turns a message into the one of a host of the other byte order, TLV by TLV. */
 static void ToOtherOrder(Bytes *message) {
-    (*message)[2] |= kOtherOrderFlag;
+    (*message)[2] |= ftpci::kOtherOrderFlag;
     TAVFTPCI_MsgHeaderSwapByteOrder(message->data(), 0, static_cast<uint32_t>(message->size()));
     for (size_t at = 32, next = 0; at + 4 <= message->size(); at = next) {
         uint8_t *const tlv = &(*message)[at];
-        next = at + TlvSize(tlv);
+        next = at + ftpci::TlvSize(tlv);
         if (next <= message->size()) {
             TAVFTPCI_SwapByteOrderByTlv(tlv, g_astTavftpciMsgByteOrderMapTbl, TAVFTPCI_BYTE_ORDER_MAP_SIZE, 0);
         }
@@ -22,7 +23,7 @@ static void ToOtherOrder(Bytes *message) {
 
 /** Receives any bytes from a host of the other order; sent back and forth once more, they stay. */
 static void Receive(const Bytes &bytes) {
-    Bytes message = Join({Host16(static_cast<uint16_t>(bytes.size() + 3)), {kOtherOrderFlag}, bytes});
+    Bytes message = Join({Host16(static_cast<uint16_t>(bytes.size() + 3)), {ftpci::kOtherOrderFlag}, bytes});
     if (TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()) == TAVFTPCI_OK) {
         const Bytes local = message;
         ToOtherOrder(&message);
@@ -49,9 +50,11 @@ uint32_t TAV_AdjustSendMsg(uint32_t, uint32_t, uint32_t, void *message, uint32_t
     const auto *bytes = static_cast<const uint8_t *>(message);
     uint32_t at = 32;
     while (at + 4 <= length) {
-        at += TlvSize(bytes + at);
+        at += ftpci::TlvSize(bytes + at);
     }
-    assert(at == length && length <= NFTPCI_MAX_MSG_SIZE && Load<uint16_t>(bytes) == length);
+    assert(at == length);
+    assert(length <= NFTPCI_MAX_MSG_SIZE);
+    assert(common::LoadWord<uint16_t>(bytes) == length);
     DMS_MsgFree(1, message);
     return 0;
 }

@@ -8,8 +8,8 @@
  * messages byte by byte.
  *
  * There is one detect instance for each virtual system (VS), with one subscriber. A handle holds the instances of all
- * of them. Most callers need the handle functions alone: Init, RegisterCond, ProcMsg, Filter, DeleteVs and UnInit; the
- * rest are the steps these are made of.
+ * of them. Most callers need the functions that take a handle alone: Init, RegisterCond, ProcMsg, Filter, DeleteVs and
+ * UnInit; the rest are the steps that these are made of.
  *
  * Nothing is logged and no locks are taken: one thread at a time for all instances of a handle, and callbacks must not
  * call back into the instance that calls them. Pointer arguments must not be null unless their description says what
@@ -26,9 +26,9 @@
 #define ARU_DETECT_OK          0u /**< done; also when an event satisfies no subscription */
 #define ARU_DETECT_IGNORED     1u /**< a message that is not for this instance; a TLV that is not there */
 #define ARU_DETECT_BAD_ARG     2u /**< null or empty argument; parse without free or the reverse; header not copied */
-#define ARU_DETECT_NO_MEMORY   3u /**< an allocation failed; a condition whose parse callback yielded nothing */
+#define ARU_DETECT_NO_MEMORY   3u /**< an allocation failed; a parse callback yielded nothing */
 #define ARU_DETECT_SEND_FAILED 4u /**< an acknowledgement or a notification could not be sent */
-#define ARU_DETECT_REFUSED     5u /**< there already, or not there; a required TLV is missing; condition not copied */
+#define ARU_DETECT_REFUSED     5u /**< there already, or not there; a required TLV is missing; a TLV not copied */
 #define ARU_DETECT_UNKNOWN_VS  6u /**< the handle has no such VS */
 
 /** The event type that selects the command-line rule, under which all conditions of a subscription must match. */
@@ -65,26 +65,28 @@ typedef struct ARU_Detect_VsNode {
     ARU_Detect_List link;          /**< link in the handle's list */
 } ARU_Detect_VsNode;
 
-/** The handle: one word, kept by the detecting process. */
+/** The handle, which the detecting process keeps. */
 typedef struct ARU_Detect_Handle {
     ARU_Detect_List *vsList; /**< head of the list of VS nodes; null when there is none */
 } ARU_Detect_Handle;
 
 /**
- * Builds the private form of a condition.
+ * Builds the private form of a condition. While its type has no compare function, the form's bytes must stay as they
+ * are: conditions that are the same are found by them.
  *
  * @param tlv       the whole condition TLV: type (16 bits), length of the value (16 bits), value; in host byte order,
  *                  at any alignment, to be read during the call alone
  * @param data      where the private form's address goes; null, which it is before the call, says that the condition
  *                  cannot be parsed now
- * @param length    where its length in bytes goes; 0 before the call
+ * @param length    where its length in bytes goes; 0 before the call. Left at 0 without compare function, it makes all
+ *                  conditions of the type the same
  * @param userData  the instance's user data
  */
 typedef void (*ARU_Detect_ParseFunc)(const void *tlv, void **data, uint32_t *length, uintptr_t userData);
 
 /**
- * Tells whether an event satisfies a condition. It sees the private form, or the whole condition TLV, its 4-byte header
- * included, when the type has no parse function.
+ * Checks whether an event satisfies a condition. It sees the private form, or the whole condition TLV, its 4-byte
+ * header included, when the type has no parse function.
  *
  * @param data      the condition
  * @param length    its length in bytes
@@ -96,16 +98,16 @@ typedef void (*ARU_Detect_ParseFunc)(const void *tlv, void **data, uint32_t *len
 typedef uint32_t (*ARU_Detect_MatchFunc)(const void *data, uint32_t length, uintptr_t arg1, uintptr_t arg2,
                                          uintptr_t userData);
 
-/** Releases the private form that a parse function built. */
+/** Releases the private form that a parse function built; `userData` is the instance's. */
 typedef void (*ARU_Detect_FreeFunc)(void *data, uintptr_t userData);
 
 /**
- * Tells whether two conditions of a type and of equal length are the same: 1 when they are, 0 when not. (The opposite
- * of a bytewise comparison, on purpose.)
+ * Checks whether two conditions of a type and of equal length are the same. Returns 0 when they differ, anything else
+ * when they are the same: the opposite of memcmp, which therefore must not be registered.
  */
 typedef uint32_t (*ARU_Detect_CompareFunc)(const void *dataA, const void *dataB, uint32_t length);
 
-/** Told each condition of a subscription that the command-line rule finds satisfied; arguments as for match. */
+/** Called with each condition of a subscription that satisfies the command-line rule; arguments as for match. */
 typedef void (*ARU_Detect_NotifyFunc)(const void *data, uint32_t length, uintptr_t arg1, uintptr_t arg2,
                                       uintptr_t userData);
 
@@ -117,7 +119,7 @@ typedef void (*ARU_Detect_NotifyFunc)(const void *data, uint32_t length, uintptr
  * @param arg1      event argument 1
  * @param arg2      event argument 2
  * @param userData  the instance's user data
- * @return bytes written; more than `size` is not noticed, so it must not be
+ * @return bytes written, which must not be more than `size`: that is not checked
  */
 typedef uint32_t (*ARU_Detect_FillFunc)(void *dest, uint32_t size, uintptr_t arg1, uintptr_t arg2, uintptr_t userData);
 
@@ -132,17 +134,17 @@ typedef uint32_t (*ARU_Detect_FillFunc)(void *dest, uint32_t size, uintptr_t arg
  * @param memModule  memory module to which all blocks are accounted
  * @param ownId      component id of the detecting process, the sender of notifications
  * @param vsId       VS id
- * @param handle     a handle of an earlier call; null makes a new one. An empty one is refused and stays the caller's
+ * @param handle     a handle of an earlier call; null makes a new one. One without list gets one
  * @param fill       writes the payload of notifications; null for none
  * @param userData   handed to every callback
  * @return the handle, the caller's until ARU_Detect_UnInit; null when memory is short. When the instance alone cannot
- *         be had, the handle is returned and its VS has no instance. When the VS node cannot be had, the handle is
- *         freed, also one that the caller gave, and the VS nodes that it held are lost: do not use it again
+ *         be had, the handle is returned and its VS has no instance. When list or VS node cannot be had, the
+ *         handle is freed, also one that the caller gave, and the VS nodes that it held are lost: do not use it again
  */
 TAV_API ARU_Detect_Handle *ARU_Detect_Init(uintptr_t memModule, uint32_t ownId, uint32_t vsId,
                                            ARU_Detect_Handle *handle, ARU_Detect_FillFunc fill, uintptr_t userData);
 
-/** Tears all instances down and frees the handle. Ignored when null; an empty handle is not freed. */
+/** Tears all instances down and frees the handle. A null handle is ignored; one without list is not freed. */
 TAV_API void ARU_Detect_UnInit(ARU_Detect_Handle *handle);
 
 /** Tears the VS's newest instance down and removes the VS; ignored when handle, list or VS are not there. */
@@ -196,7 +198,7 @@ TAV_API void ARU_Detect_UnInit_Ex(ARU_Detect_Instance *instance);
 /** Returns the component id of the subscriber that the platform names for a VS; 0 when it knows none. */
 TAV_API uint32_t ARU_Detect_GetAruId(uint32_t vsId);
 
-/** Sets the debug switch of an instance, until the next operation that clears it, and most do. Null is ignored. */
+/** Sets the debug switch of an instance, which holds until the next operation, as most clear it. Null is ignored. */
 TAV_API void ARU_Detect_EnableDebug(ARU_Detect_Instance *instance);
 
 /** Clears the debug switch of an instance. Null is ignored. */
@@ -224,8 +226,8 @@ TAV_API ARU_Detect_VsNode *ARU_Detect_VS_LIST_NodeAdd(uintptr_t memModule, ARU_D
 TAV_API ARU_Detect_VsNode *ARU_Detect_VS_LIST_NodeSeek(ARU_Detect_List *list, uint32_t vsId);
 
 /**
- * Removes and frees the newest VS node of a VS; ignored when there is none. Its instance lives on, on purpose:
- * ARU_Detect_DeleteVs is the call that tears both down.
+ * Removes and frees the newest VS node of a VS; ignored when there is none. Its instance lives on and is the caller's
+ * from here on; ARU_Detect_DeleteVs tears both down.
  */
 TAV_API void ARU_Detect_VS_LIST_NodeDel(ARU_Detect_List *list, uint32_t vsId);
 
@@ -238,24 +240,24 @@ TAV_API void ARU_Detect_VS_LIST_NodeDel(ARU_Detect_List *list, uint32_t vsId);
  *
  * @param instance  the instance
  * @param typeId    type id, which is the type of the TLVs that become its conditions; 2, 17 and 18 are the message's
- *                  own, and would become conditions besides
+ *                  own TLVs, which then become conditions, too
  * @param parse     builds the private form of a condition; null: the TLV itself is kept
- * @param match     tells whether an event satisfies a condition; null: never under the ordinary rule, always under the
+ * @param match     whether an event satisfies a condition; null: never under the ordinary rule, always under the
  *                  command-line rule
  * @param free      releases what parse built; required with parse, and only with it
- * @param compare   tells whether two conditions are the same; null: when their bytes are
- * @param notify    told the satisfied conditions under the command-line rule; null for none
+ * @param compare   whether two conditions are the same; null: when their bytes are
+ * @param notify    called with satisfied conditions under the command-line rule; null for none
  * @return ARU_DETECT_OK; ARU_DETECT_BAD_ARG for a null instance and for one of parse and free without the other;
- *         ARU_DETECT_REFUSED for an id that is registered; ARU_DETECT_NO_MEMORY
+ *         ARU_DETECT_REFUSED for an id that is registered already; ARU_DETECT_NO_MEMORY
  */
 TAV_API uint32_t ARU_Detect_RegisterCond_Ex(ARU_Detect_Instance *instance, uint32_t typeId, ARU_Detect_ParseFunc parse,
                                             ARU_Detect_MatchFunc match, ARU_Detect_FreeFunc free,
                                             ARU_Detect_CompareFunc compare, ARU_Detect_NotifyFunc notify);
 
-/** Finds a condition type; null when it is not registered. */
+/** Finds a condition type, the instance's; null when it is not registered. */
 TAV_API ARU_Detect_CondType *ARU_Detect_FindCondType(ARU_Detect_Instance *instance, uint32_t typeId);
 
-/** Frees all condition types. Conditions of theirs must be destroyed before, for they need them. */
+/** Frees all condition types. Their conditions must be destroyed before, because freeing a condition takes its type. */
 TAV_API void ARU_Detect_UnRegAllCondTypes(ARU_Detect_Instance *instance);
 
 /*
@@ -291,7 +293,8 @@ TAV_API void ARU_Detect_DestroyCond(ARU_Detect_Cond *cond);
 TAV_API void ARU_Detect_DestroyAllConds(ARU_Detect_BookInfo *bookInfo);
 
 /**
- * Tells whether two conditions are the same: of one type, of one length, and equal.
+ * Checks whether two conditions are the same: of one type, of one length, and equal. One without type is the same as
+ * none.
  *
  * @param condA    a condition with type and data
  * @param condB    another one
@@ -301,7 +304,7 @@ TAV_API void ARU_Detect_DestroyAllConds(ARU_Detect_BookInfo *bookInfo);
 TAV_API uint32_t ARU_Detect_CondTheSame(const ARU_Detect_Cond *condA, const ARU_Detect_Cond *condB,
                                         ARU_Detect_CompareFunc compare);
 
-/** Makes an empty group that is on no list yet; null when memory is short. */
+/** Makes an empty group that is on no list yet, the caller's; null when memory is short. */
 TAV_API ARU_Detect_CondGroup *ARU_Detect_NewCondGroup(uintptr_t memModule);
 
 /**
@@ -314,17 +317,21 @@ TAV_API ARU_Detect_CondGroup *ARU_Detect_FindOrCreateCondGroup(ARU_Detect_Instan
                                                                const ARU_Detect_Cond *cond,
                                                                ARU_Detect_CompareFunc compare);
 
-/** Puts a condition at the end of a subscription and of a group, as far as it is not on such lists already. */
+/**
+ * Puts a condition at the end of a subscription, unless it is on one already, and of a group, likewise. They own it
+ * from here on. All later conditions of the instance are compared with each group, because the caller knows alone what
+ * is in them; so after a group that ARU_Detect_FindOrCreateCondGroup has made.
+ */
 TAV_API void ARU_Detect_AddCond(ARU_Detect_BookInfo *bookInfo, ARU_Detect_CondGroup *group, ARU_Detect_Cond *cond);
 
 /*
  * Subscriptions.
  */
 
-/** Finds a subscription, and clears the debug switch when it is there; null when it is not. */
+/** Finds a subscription by its key, and clears the debug switch when it is there; null when it is not. */
 TAV_API ARU_Detect_BookInfo *ARU_Detect_FindBookInfo(ARU_Detect_Instance *instance, uint32_t key);
 
-/** Makes a subscription without conditions, the instance's last; null when memory is short. */
+/** Makes a subscription without conditions, the instance's last. A key must not be there yet. Null without memory. */
 TAV_API ARU_Detect_BookInfo *ARU_Detect_NewBookInfo(ARU_Detect_Instance *instance, uint32_t key);
 
 /** Frees a subscription with its conditions and the TLV saved on it. */
@@ -390,13 +397,14 @@ TAV_API uint32_t ARU_Detect_ProcUnBookMsg(ARU_Detect_Instance *instance, uint32_
  */
 TAV_API uint32_t ARU_Detect_ProcMsg_Ex(uint32_t vsId, ARU_Detect_Instance *instance, const void *message);
 
-/** Reads the key of a message. Returns ARU_DETECT_OK, or ARU_DETECT_IGNORED (and the output is left alone). */
+/** Reads the key of a message. Returns ARU_DETECT_OK; ARU_DETECT_IGNORED when it has none (the output is left alone).
+ */
 TAV_API uint32_t ARU_Detect_MsgGetBookKey(const void *message, uint32_t *key);
 
-/** Reads the LR and VR ids of a message. Returns ARU_DETECT_OK, or ARU_DETECT_IGNORED (outputs are left alone). */
+/** Reads LR and VR id of a message. Returns ARU_DETECT_OK; ARU_DETECT_IGNORED without them (outputs are left alone). */
 TAV_API uint32_t ARU_Detect_MsgGetLrVr(const void *message, uint32_t *lrId, uint32_t *vrId);
 
-/** Reads the event type of a message. Returns ARU_DETECT_OK, or ARU_DETECT_IGNORED (and the output is left alone). */
+/** Reads a message's event type. Returns ARU_DETECT_OK; ARU_DETECT_IGNORED without one (the output is left alone). */
 TAV_API uint32_t ARU_Detect_MsgGetEventType(const void *message, uint32_t *eventType);
 
 /**
@@ -425,7 +433,7 @@ TAV_API uint32_t ARU_Detect_SendBookMsgAck(ARU_Detect_Instance *instance, uint32
  * @param arg1      event argument 1, handed to the callbacks
  * @param arg2      event argument 2, likewise
  * @return ARU_DETECT_OK, also when no subscription is satisfied; ARU_DETECT_BAD_ARG for a null instance;
- *         ARU_DETECT_NO_MEMORY when the notification cannot be had; ARU_DETECT_SEND_FAILED
+ *         ARU_DETECT_NO_MEMORY when there is no memory for the notification; ARU_DETECT_SEND_FAILED
  */
 TAV_API uint32_t ARU_Detect_Filter_Ex(ARU_Detect_Instance *instance, uintptr_t arg1, uintptr_t arg2);
 
@@ -445,7 +453,8 @@ TAV_API uint32_t ARU_Detect_FilterEx4CliEvent(ARU_Detect_Instance *instance, uin
 
 /**
  * Builds the notification of an event. The length field of a message has 16 bits: with the longest payload there is
- * room for some 12,000 keys; beyond that the length wraps.
+ * room for some 12,000 keys; beyond that the field wraps, and the filter functions yield ARU_DETECT_SEND_FAILED,
+ * because the bus refuses a message of that length.
  *
  * @param instance   the instance
  * @param bookInfos  head of the list of the satisfied subscriptions

@@ -17,7 +17,7 @@
 #define TAV_PRINTF_FORMAT(formatPos, firstPos) __attribute__((format(printf, formatPos, firstPos)))
 
 /*
- * Result codes of the configuration store and of the tree. Each function says which of them it gives and when.
+ * Result codes of the configuration store and of the tree. Each function says which of them it returns and when.
  */
 #define TAV_OK            0u        /**< done */
 #define TAV_ERR_COPY      1u        /**< a bounds-checked copy, a digest or a small helper failed */

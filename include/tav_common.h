@@ -2,8 +2,8 @@
  * Common utilities of management processes: message handler tables, a state machine runner, archives of one member as
  * streams, and the debug log.
  *
- * Nothing here keeps anything but the debug switch. Tables, machines, control blocks and buffers are the caller's, one
- * thread at a time. Where null is not mentioned, an argument must be there.
+ * Nothing here keeps anything but the debug switch. Tables, machines, control blocks and buffers are the caller's, for
+ * one thread at a time. Where null is not mentioned, an argument must be there.
  */
 #ifndef TAV_COMMON_H
 #define TAV_COMMON_H
@@ -20,7 +20,7 @@
  * in order; the first one that fits wins, and an entry without a handler ends the table. Tables are never copied.
  */
 
-/** A handler in a table. What it takes and gives is the table's own affair: it is cast back before it is called. */
+/** A handler in a table. What it takes and returns is the caller's affair, who casts it back before calling it. */
 typedef void (*TAV_Handler)(void);
 
 /** Entry of a sub-interface handler table. */
@@ -38,7 +38,7 @@ typedef struct TAV_CmdHandler {
 
 /** Entry of a construct handler table. */
 typedef struct TAV_ConstructHandler {
-    uint32_t stage;      /**< a stage of the process's construction */
+    uint32_t stage;      /**< stage of the process's construction */
     TAV_Handler handler; /**< null ends the table */
 } TAV_ConstructHandler;
 
@@ -200,8 +200,8 @@ typedef struct TAV_FSM {
  * @param record  the record
  * @param buffer  where the text goes
  * @param size    bytes there are for it, possibly none
- * @return bytes written, a terminator behind them not counted. Never more than there are: the length that snprintf
- *         would have liked to write leads out of the buffer
+ * @return bytes written, a terminator behind them not counted. An answer above `size`, such as snprintf's for a text
+ *         that it cut, counts as `size`; a negative one as 0
  */
 typedef uint32_t (*TAV_FSM_Formatter)(const TAV_FSM_Record *record, char *buffer, uint32_t size);
 
@@ -220,7 +220,8 @@ TAV_API void TAV_FSM_Init(TAV_FSM *machine, uint8_t initialState, const TAV_FSM_
 
 /**
  * Takes one step: calls the action of the first transition for the current state and the event, records the step, then
- * moves to the next state.
+ * moves to the next state. An action may run the same machine: its steps are recorded before the one that it is part
+ * of, and the outcome of that one decides the state in the end.
  *
  * @param machine   the machine
  * @param event     the event
@@ -266,8 +267,8 @@ TAV_API void TAV_dummy(void);
 /*
  * Archives of one member as streams of text.
  *
- * Writing: TAV_ZipStart; then the caller appends to the buffer, grown as TAV_GetZipBufferSize tells; TAV_Zip;
- * TAV_ZipEnd. Reading: TAV_UnZipStart; TAV_GetCharFromZip until it gives 0; TAV_UnZipEnd. Results are 0,
+ * Writing: TAV_ZipStart; then the caller appends to the buffer, grown as TAV_GetZipBufferSize says; TAV_Zip;
+ * TAV_ZipEnd. Reading: TAV_UnZipStart; TAV_GetCharFromZip until it returns 0; TAV_UnZipEnd. Results are 0,
  * TAV_ZIP_FAILED, or a code of the platform.
  */
 
@@ -298,7 +299,7 @@ TAV_API uint32_t TAV_GetZipCbSize(void);
 TAV_API uint32_t TAV_ZipStart(uintptr_t memModule, TAV_ZipCb *block, const char *path);
 
 /**
- * Tells whether text and its terminator still fit in the buffer. When they do not, the caller takes a larger buffer
+ * Checks whether text and its terminator still fit in the buffer. When they do not, the caller takes a larger buffer
  * (MEL_MemReAlloc) and sets the block's buffer and size.
  *
  * @param block  the control block
@@ -316,7 +317,7 @@ TAV_API uint32_t TAV_GetZipBufferSize(const TAV_ZipCb *block, uint32_t add);
  */
 TAV_API uint32_t TAV_Zip(const TAV_ZipCb *block);
 
-/** Returns the buffer, if there is one. Gives 0; TAV_ZIP_FAILED for a null block. */
+/** Frees the buffer, if there is one. Returns 0; TAV_ZIP_FAILED for a null block. */
 TAV_API uint32_t TAV_ZipEnd(TAV_ZipCb *block);
 
 /**
@@ -330,7 +331,7 @@ TAV_API uint32_t TAV_ZipEnd(TAV_ZipCb *block);
 TAV_API uint32_t CMF_GetUnZipTmpDir(char *path, uint32_t size);
 
 /**
- * Tells the name of an archive's only member. The archive is unpacked for that, into a temporary directory that is gone
+ * Finds the name of an archive's only member. The archive is unpacked for that, into a temporary directory that is gone
  * when the function returns.
  *
  * @param archivePath  path of the archive
@@ -361,12 +362,12 @@ TAV_API uint32_t TAV_UnZip(TAV_ZipCb *block, uint32_t *endFlag);
 /**
  * Reads the next character of the member.
  *
- * @return the character, negative for a byte above 127; 0 at the end, on failure and for a null block; also for a byte
- *         of 0, on purpose: the member holds text
+ * @return the character, negative for a byte above 127; 0 at the end, on failure and for a null block. A byte of 0
+ *         cannot be told from the end: the member holds text
  */
 TAV_API int8_t TAV_GetCharFromZip(TAV_ZipCb *block);
 
-/** Closes the member, and with it the chunk. Gives 0; TAV_ZIP_FAILED for a null block. */
+/** Closes the member, and with it the chunk. Returns 0; TAV_ZIP_FAILED for a null block. */
 TAV_API uint32_t TAV_UnZipEnd(TAV_ZipCb *block);
 
 /*
@@ -387,7 +388,7 @@ TAV_API uint8_t g_ucTavDebugFlag;
 /** Returns the debug switch: 0 off, non-zero on. */
 TAV_API uint32_t TAV_GetDebugFlag(void);
 
-/** Switches the debug log on for the rest of the process's life. There is no call that switches it off, on purpose. */
+/** Switches the debug log on for the rest of the process's life: no call switches it off. */
 TAV_API void TAV_SetDebugFlag(void);
 
 /**
@@ -411,7 +412,8 @@ TAV_API TAV_PRINTF_FORMAT(4, 5) void TAV_DEBUG_Log(const char *logName, const ch
  * @param function  the reporting function's name; must not be null
  * @param line      the reporting source line
  * @param message   the message; must not be null
- * @return what closing the file gave (0 on success); also 0 when the file could not be opened and nothing was written
+ * @return what closing the file returned (0 on success); also 0 when the file could not be opened and nothing was
+ *         written
  */
 TAV_API int32_t TAV_DEBUG_WriteLogFile(const char *logName, const char *function, uint32_t line, const char *message);
 

@@ -6,8 +6,11 @@
  *
  * A stored password is a text in one of these forms: plain; a reversible cipher, which the platform decrypts under a
  * key context; or irreversible: the platform's salted form, the digest-based form (an encrypted digest), or the older
- * salted digest form in base 93. Whatever a function copies or decrypts for itself is wiped before it returns. None
- * logs but TAV_CRYPT_IsCipher. Nothing is locked; what is found on first use is the same for every thread.
+ * salted digest form in base 93. Whatever a function copies or decrypts for itself is wiped before it returns. Only
+ * TAV_CRYPT_IsCipher logs. Nothing is locked: threads that look an entry point up at the same time find the same one.
+ *
+ * Strings end with a zero byte, and all memory is the caller's. Pointers must not be null unless a description says
+ * what happens then.
  */
 #ifndef TAV_CRYPT_H
 #define TAV_CRYPT_H
@@ -19,16 +22,16 @@
  */
 #define TAV_CRYPT_OK               0u          /**< done, valid, or a match */
 #define TAV_CRYPT_FAILED           0xFFFFFFFFu /**< a null argument, or a failure; a missing platform function */
-#define TAV_PWD_MISMATCH           0x823u      /**< the password is another one; a base-93 text that does not add up */
+#define TAV_PWD_MISMATCH           0x823u      /**< another password; a base-93 text whose length does not fit */
 #define TAV_PWD_FEW_CLASSES        0x821u      /**< too few kinds of characters */
 #define TAV_PWD_CONTAINS_NAME      0x822u      /**< contains the user name (complexity checks) */
 #define TAV_PWD_TOO_SHORT          0x824u      /**< too short */
 #define TAV_PWD_IN_HISTORY         0xEFBu      /**< one of the last passwords */
-#define TAV_PWD_TOO_SIMPLE_BASIC   0xEFCu      /**< lacks a digit, an upper-case letter or another character */
-#define TAV_PWD_TOO_SIMPLE_STRICT  0xEFDu      /**< the same, or lacks a lower-case letter */
-#define TAV_PWD_LIKE_NAME          0xF01u      /**< contains the user name, forwards or backwards */
-#define TAV_PWD_UNUSABLE           0x16F9u     /**< empty, or asterisks alone */
-#define TAV_PWD_NAME_LIKE_PASSWORD 0xABA0u     /**< the user name contains the password, forwards or backwards */
+#define TAV_PWD_TOO_SIMPLE_BASIC   0xEFCu  /**< lacks a digit, an upper-case letter or a character of the other kind */
+#define TAV_PWD_TOO_SIMPLE_STRICT  0xEFDu  /**< the same, or lacks a lower-case letter */
+#define TAV_PWD_LIKE_NAME          0xF01u  /**< contains the user name, forwards or backwards */
+#define TAV_PWD_UNUSABLE           0x16F9u /**< empty, or asterisks alone */
+#define TAV_PWD_NAME_LIKE_PASSWORD 0xABA0u /**< the user name contains the password, forwards or backwards */
 
 #define TAV_PWD_TEXT_SIZE     434u /**< bytes of a record's text, terminator included */
 #define TAV_PWD_BUFFER_SIZE   433u /**< bytes of a buffer that receives a decrypted text or a stored form */
@@ -80,33 +83,50 @@ TAV_API TAV_PasswordExFunc g_pfn_BEX_CRYPT_PasswordEx;
 /** The platform's CRYPT_random, or null. */
 TAV_API TAV_RandomFunc g_pfn_CRYPT_random;
 
-/** A word that the library defines and does not use. */
+/** A word that the library does not use. It is exported for programs that link to it. */
 TAV_API uint32_t g_uiSaltRandValue;
 
-/** Calls SYSDT_IsStringCipher_CRYPT. Returns its classification; TAV_CRYPT_FAILED when the platform lacks it. */
+/**
+ * Calls SYSDT_IsStringCipher_CRYPT. Returns its classification, from 2 on a reversible cipher that the platform can
+ * decrypt; TAV_CRYPT_FAILED when the platform lacks it.
+ */
 TAV_API uint32_t TAV_SYSDT_IsStringCipher_CRYPT(const char *text, uint32_t length, uint32_t mode,
                                                 const char *keyContext);
 
-/** Calls BEX_CRYPT_Salt. Returns its result; TAV_CRYPT_FAILED when the platform lacks it. */
+/**
+ * Calls BEX_CRYPT_Salt, which fills `length` bytes with a fresh salt. Returns its result, 0 on success;
+ * TAV_CRYPT_FAILED when the platform lacks it.
+ */
 TAV_API uint32_t TAV_BEX_CRYPT_Salt(uint8_t *buffer, uint32_t length);
 
-/** Calls BEX_CRYPT_Password_4096. Returns its result; TAV_CRYPT_FAILED when the platform lacks it. */
+/**
+ * Calls BEX_CRYPT_Password_4096, which makes a salted form; lengths and sizes are in bytes. Returns its result, 0 on
+ * success; TAV_CRYPT_FAILED when the platform lacks it.
+ */
 TAV_API uint32_t TAV_BEX_CRYPT_Password_4096(const char *password, uint32_t passwordLength, const uint8_t *salt,
                                              uint32_t saltLength, char *output, uint32_t outputSize);
 
 /**
- * Calls BEX_CRYPT_PasswordEx. When the platform lacks it, calls TAV_CRYPT_EncryptPassword4096 instead and leaves the
- * result word alone; the other wrappers fail in this case, and this one does not, on purpose.
+ * Calls BEX_CRYPT_PasswordEx. Unlike the other wrappers, it has another way when the platform lacks its entry point:
+ * it calls TAV_CRYPT_EncryptPassword4096, so that passwords can be set there, too.
  *
- * @return the result of what was called
+ * @param password        the password
+ * @param passwordLength  its length in bytes
+ * @param output          where the form goes, a string
+ * @param resultWord      receives a word of the platform's; left alone by the other way
+ * @param outputSize      bytes at `output`
+ * @return the result of what was called, 0 on success
  */
 TAV_API uint32_t TAV_BEX_CRYPT_PasswordEx(const char *password, uint32_t passwordLength, char *output,
                                           uint32_t *resultWord, uint32_t outputSize);
 
-/** Calls CRYPT_random. Returns its result; TAV_CRYPT_FAILED when the platform lacks it. */
+/**
+ * Calls CRYPT_random, which fills `length` bytes. Returns its result, 0 on success; TAV_CRYPT_FAILED when the platform
+ * lacks it.
+ */
 TAV_API uint32_t TAV_CRYPT_random(void *buffer, uint32_t length);
 
-/** Returns 32 random bits; 0xFFFFFFFF also when there is no random source. */
+/** Returns 32 random bits; 0xFFFFFFFF, which may also be random, when there is no random source. */
 TAV_API uint32_t TAV_GetRandomValue(void);
 
 /*
@@ -131,7 +151,14 @@ TAV_API uint32_t TAV_CRYPT_Encrypt_Sec(const char *plain, uint32_t length, char 
 TAV_API uint32_t TAV_CRYPT_Decrypt_Sec(const char *cipher, uint32_t length, char *output, uint32_t size, uint32_t mode,
                                        const char *keyContext);
 
-/** Decrypts a terminated cipher string. Returns 0; TAV_CRYPT_FAILED for a null string or output; the platform's code.
+/**
+ * Decrypts a cipher string in mode 1.
+ *
+ * @param cipher      the cipher string
+ * @param output      where the plain text goes, a string
+ * @param size        bytes at `output`
+ * @param keyContext  the key context under which it was encrypted
+ * @return 0; TAV_CRYPT_FAILED for a null string or output; else the platform's code
  */
 TAV_API uint32_t TAV_CRYPT_Decrypt(const char *cipher, char *output, uint32_t size, const char *keyContext);
 
@@ -146,8 +173,8 @@ TAV_API uint32_t TAV_CRYPT_Decrypt(const char *cipher, char *output, uint32_t si
  * @param passwordLength  its length in bytes
  * @param output          where the form goes, a string
  * @param outputSize      bytes at `output`
- * @return TAV_CRYPT_OK; TAV_CRYPT_FAILED for a null argument, when the platform lacks salt or scheme, and on its
- * refusal
+ * @return TAV_CRYPT_OK; TAV_CRYPT_FAILED for a null argument, when the platform lacks salt or scheme, and when it
+ *         refuses
  */
 TAV_API uint32_t TAV_CRYPT_EncryptPassword4096(const char *password, uint32_t passwordLength, char *output,
                                                uint32_t outputSize);
@@ -158,14 +185,17 @@ TAV_API uint32_t TAV_CRYPT_EncryptPassword4096(const char *password, uint32_t pa
  * @param password    the password, a string
  * @param output      where the form goes, a string
  * @param outputSize  bytes at `output`
- * @return TAV_CRYPT_OK; TAV_CRYPT_FAILED for a null argument, when the platform has neither scheme, and on its refusal
+ * @return TAV_CRYPT_OK; TAV_CRYPT_FAILED for a null argument, when the platform has neither scheme or refuses
  */
 TAV_API uint32_t TAV_CRYPT_EncryptPassword(const char *password, char *output, uint32_t outputSize);
 
 /** The same as TAV_CRYPT_EncryptPassword. */
 TAV_API uint32_t TAV_EncryptSystemPassword(const char *password, char *output, uint32_t outputSize);
 
-/** Compares a password with a salted form of the platform's. Returns TAV_CRYPT_OK on a match, else TAV_CRYPT_FAILED. */
+/**
+ * Compares a password with a salted form of the platform's, both strings. Returns TAV_CRYPT_OK on a match; else, and
+ * for a null argument, TAV_CRYPT_FAILED.
+ */
 TAV_API uint32_t TAV_CRYPT_VerifyPassword(const char *entered, const char *stored);
 
 /**
@@ -180,8 +210,8 @@ TAV_API uint32_t TAV_CRYPT_VerifyPassword(const char *entered, const char *store
 TAV_API uint32_t TAV_VerifySystemPassword(const char *entered, const char *stored, const char *keyContext);
 
 /**
- * Tells whether a record's text is one that its form allows. An empty text always is, whatever the form; a form above 6
- * allows no other, and a text without terminator is never allowed.
+ * Checks whether a record's text is one that its form allows. An empty text is allowed by every form. A form above 6
+ * allows no other text, and no form one without terminator.
  *
  * | form | text |
  * |---|---|
@@ -198,7 +228,7 @@ TAV_API uint32_t TAV_VerifySystemPassword(const char *entered, const char *store
 TAV_API uint32_t TAV_CheckSystemPassword(const TAV_SYS_PASSWORD_S *record);
 
 /**
- * Tells what a record holds.
+ * Finds out what a record holds.
  *
  * @param record  the record
  * @return 0 plain text, also for a null record; 1 a reversible cipher; 2 an irreversible form; 0xFF an invalid record
@@ -249,11 +279,11 @@ TAV_API uint32_t TAV_VerifyEncryptSystemPassword_Enh(const char *entered, const 
 /*
  * Password policy. Strings are terminated; flags are 0 for off and anything else for on. Characters are digits,
  * upper-case and lower-case ASCII letters, and all other bytes. The checks of length, simplicity, complexity and
- * likeness see the low 16 bits of a length alone, on purpose: 65,536 characters count as none.
+ * likeness see only the low 16 bits of a length: 65,536 characters count as none.
  */
 
 /**
- * Tells whether a password is too short: below 8 characters when strict, else empty.
+ * Checks whether a password is too short: below 8 characters when strict, else empty.
  *
  * @param password  the password
  * @param strict    flag
@@ -263,8 +293,8 @@ TAV_API uint32_t TAV_VerifyEncryptSystemPassword_Enh(const char *entered, const 
 TAV_API uint32_t TAV_PasswordTooShort(const char *password, uint32_t strict, uint32_t unused);
 
 /**
- * Tells whether a password is too simple. Strict: it must hold all four kinds of characters. Else basic: digit, upper
- * case and other; lower case is not asked for, on purpose. Neither: it never is.
+ * Checks whether a password is too simple. Strict: it must hold all four kinds of characters. Else basic: digit, upper
+ * case and other, but not lower case. Neither: no password is.
  *
  * @param password  the password
  * @param strict    flag
@@ -274,26 +304,27 @@ TAV_API uint32_t TAV_PasswordTooShort(const char *password, uint32_t strict, uin
  */
 TAV_API uint32_t TAV_PasswordTooSimple(const char *password, uint32_t strict, uint32_t basic, uint32_t *code);
 
-/** Copies bytes in reverse order, without a terminator. Null pointers and a length of 0 are ignored. */
+/** Copies `length` bytes in reverse order, without a terminator. Null pointers and a length of 0 are ignored. */
 TAV_API void TAV_ReverseStr(const char *source, uint32_t length, char *dest);
 
 /**
- * Tells whether a text contains a name, forwards or backwards, without regard to case. An empty name is contained.
+ * Checks whether a text contains another one, forwards or backwards, without regard to case. An empty one is contained.
  *
  * @param text    the text
- * @param name    the name
+ * @param sought  what it may contain: of password and user name, the other one
  * @param enable  flag; off: no text does
- * @return 1 when it does, for a null argument, and when a copy fails; else 0, also when memory is short, on purpose
+ * @return 1 when it does, for a null argument, and when a copy fails; else 0, also when memory is short, so that users
+ *         can still change their passwords
  */
-TAV_API uint32_t TAV_PasswordAndUsernameSimilarCheck(const char *text, const char *name, uint32_t enable);
+TAV_API uint32_t TAV_PasswordAndUsernameSimilarCheck(const char *text, const char *sought, uint32_t enable);
 
-/** TAV_PasswordAndUsernameSimilarCheck: does the password contain the name? 0 when the name alone is null. */
+/** Does the password contain the name? As TAV_PasswordAndUsernameSimilarCheck, but 0 when the name alone is null. */
 TAV_API uint32_t TAV_PasswordSimilarToUserName(const char *password, const char *userName, uint32_t enable);
 
-/** TAV_PasswordAndUsernameSimilarCheck: does the name contain the password? 0 when the name alone is null. */
+/** Does the name contain the password? As TAV_PasswordAndUsernameSimilarCheck, but 0 when the name alone is null. */
 TAV_API uint32_t TAV_UserNameSimilarToPassword(const char *userName, const char *password, uint32_t enable);
 
-/** TAV_CheckPasswordComplexityEx with at least 6 characters of at least 2 kinds. */
+/** Calls TAV_CheckPasswordComplexityEx for at least 6 characters of at least 2 kinds. */
 TAV_API uint32_t TAV_CheckPasswordComplexity(const char *password, const char *userName);
 
 /**
@@ -309,13 +340,13 @@ TAV_API uint32_t TAV_CheckPasswordComplexityEx(const char *password, const char 
                                                uint32_t minClasses);
 
 /**
- * Tells whether a password is null, empty, or made of asterisks alone, as masked passwords are displayed. Further
+ * Checks whether a password is null, empty, or made of asterisks alone, as masked passwords are displayed. Further
  * arguments are not looked at. Returns 1 when it is, else 0.
  */
 TAV_API uint32_t SYSDT_PwdStringCommonCheck(const char *password, ...);
 
 /**
- * Tells whether a password is one of the last ones.
+ * Checks whether a password is one of the last ones.
  *
  * @param password  the password
  * @param strict    flag
@@ -370,7 +401,7 @@ TAV_API uint32_t TAV_StrValidate(const char *text, uint32_t allowSpace, uint32_t
  */
 
 /**
- * Tells what kind of reversible cipher a text is; only what decrypts counts.
+ * Finds out what kind of reversible cipher a text is. Only what decrypts counts.
  *
  * @param text        the text
  * @param length      its length in bytes
@@ -381,14 +412,14 @@ TAV_API uint32_t TAV_StrValidate(const char *text, uint32_t allowSpace, uint32_t
 TAV_API uint32_t TAV_CRYPT_IsCipher(const char *text, uint32_t length, uint32_t *mode, const char *keyContext);
 
 /**
- * Tells what kind of reversible cipher a string is. The kinds 8 to 11 are told by their look; of the others, only what
- * decrypts without a key context counts.
+ * Finds out what kind of reversible cipher a string is. The kinds 8 to 11 are known by their look; of the others, only
+ * what decrypts without a key context counts.
  *
  * @return the platform's kind; 0 for a null text and for what does not decrypt; 1 for 433 characters or more
  */
-TAV_API uint32_t TAV_IsStringCipher_EnhExp(const char *text);
+TAV_API uint32_t TAV_IsStringCipher_EnhExp(const char *string);
 
-/** Tells whether a string is the digest-based form under a key context. Returns 0 when it is, else 1. */
+/** Checks whether a string is the digest-based form under a key context. Returns 0 when it is, else 1. */
 TAV_API uint32_t TAV_IsStringV5SHACipher(const char *text, const char *keyContext);
 
 /**
@@ -398,18 +429,18 @@ TAV_API uint32_t TAV_IsStringV5SHACipher(const char *text, const char *keyContex
  */
 TAV_API uint32_t TAV_VerifyV5SHACipher(const char *entered, const char *stored, const char *keyContext);
 
-/** Tells whether a string is the salted digest form. Returns 0 when it is, else 1. */
+/** Checks whether a string is the salted digest form. Returns 0 when it is, else 1. */
 TAV_API uint32_t TAV_IsStringSHACipher(const char *text);
 
 /**
  * Compares a password with its salted digest form.
  *
- * @return 0 on a match; TAV_PWD_MISMATCH, also for a base-93 text that does not add up; TAV_CRYPT_FAILED for null
+ * @return 0 on a match; TAV_PWD_MISMATCH, also for a base-93 text whose length does not fit; TAV_CRYPT_FAILED for null
  *         strings, a text that cannot be decoded, and a failed copy; TAV_ERR_NO_MEMORY; else the digest's code
  */
 TAV_API uint32_t TAV_VerifySHACipher(const char *entered, const char *stored);
 
-/** Tells whether a string is any irreversible form. Returns 1 when it is, else 0. */
+/** Checks whether a string is any irreversible form. Returns 1 when it is, else 0. */
 TAV_API uint32_t TAV_IsStringIrreversibleCipher(const char *text);
 
 /*
@@ -454,8 +485,8 @@ TAV_API uint32_t TAV_BinToAscii(const void *data, uint16_t length, uint8_t *outp
 TAV_API uint32_t TAV_AsciiToBinAndGetLen(const uint8_t *digits, void *output, uint32_t digitCount, uint16_t *length);
 
 /**
- * Decodes digits into bytes. Of what TAV_BinToAscii makes, lengths that are a multiple of 4 less 2 do not decode: each
- * rounds in its own way, on purpose.
+ * Decodes digits into bytes. It asks for one word more than the frame fills, even when that fills its words: so what
+ * TAV_BinToAscii makes of 2, 6, 10, ... bytes does not decode.
  *
  * @param digits      the digits
  * @param digitCount  how many

@@ -45,10 +45,10 @@ enum {
 /** Data type of a container: its value is a sequence of TLVs. */
 #define TAV_EXT_DATA_TYPE_CONTAINER 0u
 
-/** Data type answered for a TLV type that the table does not know. */
+/** Data type returned for a TLV type that the table does not know. */
 #define TAV_EXT_DATA_TYPE_UNKNOWN 0x8000u
 
-/** Length limit answered for a type that is unknown or whose length is not known yet. */
+/** Length limit returned for a type that is unknown or whose length is not known yet. */
 #define TAV_EXT_LENGTH_UNKNOWN 0xFFFFu
 
 /** Key fields that the store asks for at most, per class. */
@@ -82,8 +82,8 @@ typedef struct TAV_ExtTlvDataTypeRow {
     uint32_t type;                 /**< TLV type; 0 ends the table. Never changed: lookups rely on it */
     uint16_t dataType;             /**< platform data type; TAV_EXT_DATA_TYPE_CONTAINER for a container */
     uint16_t length;               /**< bytes: the size, or the most a variable value may have; 0 while unknown */
-    TAV_ExtTlvEndianFunc endian;   /**< byte order converter, or none; filled in at start-up */
-    TAV_ExtTlvCompareFunc compare; /**< comparer, or none; filled in at start-up */
+    TAV_ExtTlvEndianFunc endian;   /**< byte order converter, or null; filled in at start-up */
+    TAV_ExtTlvCompareFunc compare; /**< comparer, or null; filled in at start-up */
 } TAV_ExtTlvDataTypeRow;
 
 /** One key field of a class. */
@@ -106,7 +106,7 @@ typedef uint32_t (*TAV_ExtTlvProcFunc)(uint32_t type, uint8_t *value, uint32_t l
 /** Pairs a TLV type with a function. A table of pairs ends at the first pair without a function. */
 typedef struct TAV_ExtTlvProcRow {
     uint32_t type;           /**< TLV type */
-    TAV_ExtTlvProcFunc func; /**< its function; none ends the table */
+    TAV_ExtTlvProcFunc func; /**< its function; null ends the table */
 } TAV_ExtTlvProcRow;
 
 /** The 28 known TLV types and an end row. Completed at start-up, read only afterwards. */
@@ -185,7 +185,7 @@ TAV_API uint32_t TAV_SYS_SYSTIME_Endian(uint32_t reserved, uint16_t dataType, ui
 TAV_API uint32_t TAV_ExtTlvVerify(const uint8_t *tlv, uint32_t maxLen);
 
 /**
- * Steps to the TLV that follows. Does not tell a clean end from a truncated tail; TAV_ExtTlvProcForEach does.
+ * Steps to the TLV that follows. A clean end and a truncated tail look the same; TAV_ExtTlvProcForEach refuses a tail.
  *
  * @param tlv     a TLV that fits in maxLen bytes
  * @param maxLen  bytes from `tlv` to the end of the sequence
@@ -290,10 +290,8 @@ enum {
 };
 
 /**
- * Creates a field node with its id and length set and its value not filled.
- *
- * The node is opaque, so a value cannot be filled in from outside the library: build records with
- * TAV_ExtCfgRecordAddFieldValue.
+ * Creates a field node with its id and length set and a value of zeros. No function fills it later, so use
+ * TAV_ExtCfgRecordAddFieldValue to build records.
  *
  * @param fid     field id
  * @param length  bytes of the value
@@ -305,7 +303,10 @@ TAV_API TAV_ExtCfgFieldNode *TAV_ExtCfgFieldNodeCreate(uint32_t fid, uint32_t le
 /** Frees a field node that no record holds. Null is ignored. */
 TAV_API void TAV_ExtCfgFieldNodeFree(TAV_ExtCfgFieldNode *field);
 
-/** Takes a field out of its record, shortens the record by the field's length + 8, and frees it. Nulls are ignored. */
+/**
+ * Takes a field out of its record, shortens the record by the field's length + 8, and frees it. Does nothing for a null
+ * and for a field that the record does not hold.
+ */
 TAV_API void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
 
 /** Returns the first field with this id in a record's field list, or null. */
@@ -326,18 +327,22 @@ TAV_API TAV_ExtCfgRecordNode *TAV_ExtCfgRecordNodeCreate(uint32_t cid);
  * Appends a copy of a value to a record as a new field. A field of the same id that is there already stays, and
  * searches go on seeing it first.
  *
- * Nothing tells the caller of a failure: null arguments, a value longer than the field's limit and a lack of memory
+ * A failure is not reported to the caller: null arguments, a value longer than the field's limit and a lack of memory
  * leave the record as it was.
  *
  * @param record  the record
  * @param fid     field id
- * @param length  bytes of the value. One below a fixed size is accepted, and written as the value stands in memory
+ * @param length  bytes of the value. Fewer than a fixed size are accepted; such a value keeps the host's byte order in
+ *                the file
  * @param value   the value in host order; copied
  */
 TAV_API void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_t fid, uint32_t length,
                                            const void *value);
 
-/** Appends a field node to a record, which owns it from then on. Nulls are ignored. */
+/**
+ * Appends a field node to a record, which owns it from then on. Nulls are ignored. A record's length stays at
+ * 0xFFFFFFFF when it would be greater: no such record can be written.
+ */
 TAV_API void TAV_ExtCfgRecordAddFieldNode(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
 
 /**
@@ -372,7 +377,7 @@ TAV_API uint32_t TAV_ExtCfgRecordVerify(const TAV_ExtCfgRecordNode *record);
 TAV_API int32_t TAV_ExtCfgRecordCompare(const void *keyA, const void *keyB);
 
 /**
- * Tells whether a record has every field of a condition with an equal value. The condition's class is not compared.
+ * Returns whether a record has every field of a condition with an equal value. The condition's class is not compared.
  *
  * @param record     the record
  * @param condition  the condition, or null for none
@@ -384,7 +389,7 @@ TAV_API uint32_t TAV_ExtCfgRecordMatchCond(const TAV_ExtCfgRecordNode *record, c
  * Overwrites fields of one record with those of another. A field of equal length that compares unequal is changed in
  * place; an absent field, and one of another length, goes to the end of the list; fields that the source lacks are
  * kept. A field whose id has no comparer compares equal, so it is not changed while its length stays. A source must not
- * hold a key field twice: the second would overwrite the key.
+ * hold a key field twice: the second would overwrite the key. TAV_ExtCfgSetRecord sees to that.
  *
  * @param target  changed; a failure leaves the fields handled so far changed
  * @param source  only read
@@ -449,8 +454,8 @@ TAV_API void TAV_ExtCfgLocalFree(CfgLocal *local);
  * @param path     the path; one that begins with '/' is copied, any other gets the current directory in front
  * @param out      receives the path, cut to outSize - 1 characters
  * @param outSize  bytes at `out`
- * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_COPY when the copy failed or the current directory is not
- *         to be had (and then `out` is empty)
+ * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_COPY when the copy failed or the current directory
+ *         cannot be read (`out` is then empty)
  */
 TAV_API uint32_t TAV_GetAbsPath(const char *path, char *out, uint32_t outSize);
 
@@ -462,16 +467,16 @@ TAV_API uint32_t TAV_GetAbsPath(const char *path, char *out, uint32_t outSize);
 
 /** What checking, parsing and head filling share. Zero it before use. All pointers are borrowed. */
 typedef struct TAV_ExtCfgFileContext {
-    CfgLocal *local;                  /**< the store into which records are parsed, or none */
+    CfgLocal *local;                  /**< the store into which records are parsed, or null */
     uint8_t *image;                   /**< first byte of the file image */
     uint32_t imageSize;               /**< bytes of the image */
     uint32_t headSize;                /**< bytes of the head TLV with its header: the offset of the body */
-    const uint32_t *vsFilter;         /**< the one VS id wanted, or none for all */
-    TAV_ExtCfgRecordNode *recordCond; /**< class and fields that a record must have, or none */
-    TAV_ExtCfgVsNode *currentVs;      /**< the VS that records are being added to, or none */
+    const uint32_t *vsFilter;         /**< the one VS id wanted, or null for all */
+    TAV_ExtCfgRecordNode *recordCond; /**< class and fields that a record must have, or null */
+    TAV_ExtCfgVsNode *currentVs;      /**< the VS that records are being added to, or null */
     uint8_t *foundValue;              /**< value of the first matching record; set only without a store */
     uint32_t foundLength;             /**< its length in bytes */
-    const char *referPath;            /**< path of the refer file, or none */
+    const char *referPath;            /**< path of the refer file, or null */
     const uint8_t *storedChecksum;    /**< the 32 checksum bytes inside the image, once they have been checked */
 } TAV_ExtCfgFileContext;
 
@@ -589,10 +594,12 @@ TAV_API uint32_t TAV_BuildExtCfgRecordData(const TAV_ExtCfgRecordNode *record, u
  * Builds the head of an image whose body stands already.
  *
  * @param image      the image; its first headSize bytes are written
- * @param headSize   bytes of the head
+ * @param headSize   bytes of the head, as TAV_CalcExtCfgFileHeadSize gives them
  * @param totalSize  bytes of the image
  * @param referPath  path of the refer file, or null for a head without a refer checksum
- * @return as TAV_FillExtCfgFileHead and TAV_BuildExtCfgRecordData; after a failure the head's bytes are undefined
+ * @return as TAV_FillExtCfgFileHead and TAV_BuildExtCfgRecordData; TAV_ERR_INVALID, with nothing written, when headSize
+ *         exceeds totalSize or the head that is built; TAV_ERR_NO_ROOM when it is less than the head that is built.
+ *         After a failure the head's bytes are undefined
  */
 TAV_API uint32_t TAV_BuildExtCfgFileHead(uint8_t *image, uint32_t headSize, uint32_t totalSize, const char *referPath);
 
@@ -618,7 +625,7 @@ TAV_API uint32_t TAV_BuildExtCfgFileBody(CfgLocal *local, uint8_t *bodyStart, ui
  *
  * @param path     the file
  * @param context  zeroed, with store, VS filter, condition and refer path as wanted. Its pointers into the image
- *                 (image, foundValue, storedChecksum) are dead afterwards: the image is freed
+ *                 (image, foundValue, storedChecksum) are null afterwards: the image is freed
  * @return TAV_OK; TAV_ERR_NULL for a null argument; else what reading or parsing gave. The store keeps what had been
  *         added before a failure
  */
@@ -630,14 +637,14 @@ TAV_API uint32_t TAV_LoadExtCfgFile(const char *path, TAV_ExtCfgFileContext *con
  * @param buffer  receives a block that the caller frees with MEL_Free_F; null on failure
  * @param size    receives its size in bytes; 0 on failure
  * @param path    the file
- * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_OPEN when the size is not to be had or the file does not
+ * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_OPEN when the size cannot be read or the file does not
  *         open; TAV_ERR_READ when it is empty, too large, or was not read whole; TAV_ERR_NO_MEMORY
  */
 TAV_API uint32_t TAV_ReadFileToBuffer(uint8_t **buffer, uint32_t *size, const char *path);
 
 /**
- * Reads the single member of an archive. Differs from the plain reader in that a size that is not to be had gives the
- * platform's own code.
+ * Reads the single member of an archive. When the archive's size cannot be read the result is the platform's own code,
+ * not TAV_ERR_OPEN as of the plain reader.
  *
  * @param buffer  receives a block that the caller frees with MEL_Free_F; null on failure
  * @param size    receives its size in bytes; 0 on failure
@@ -649,10 +656,10 @@ TAV_API uint32_t TAV_ReadFileToBuffer(uint8_t **buffer, uint32_t *size, const ch
 TAV_API uint32_t TAV_UnZipExtCfgFileToBuffer(uint8_t **buffer, uint32_t *size, const char *path);
 
 /**
- * Tells a file's size.
+ * Reads a file's size.
  *
  * @param path  the file
- * @param size  receives the size in bytes; 0 on failure. A file beyond 32 bits answers 0xFFFFFFFF
+ * @param size  receives the size in bytes; 0 on failure. A file beyond 32 bits gives 0xFFFFFFFF
  * @return TAV_OK; TAV_ERR_NULL for a null argument; else the platform's code
  */
 TAV_API uint32_t TAV_GetFileSize(const char *path, uint32_t *size);
@@ -677,10 +684,10 @@ TAV_API uint32_t TAV_ReplaceFileSuffix(const char *name, const char *suffix, cha
  * checksum always fails, which keeps chains of refer files one level deep.
  *
  * @param path     the file
- * @param out      receives the checksum
- * @param outSize  bytes at `out`, at least TAV_EXT_CHECKSUM_SIZE
+ * @param out      receives the checksum, cut to outSize bytes
+ * @param outSize  bytes at `out`; a checksum has TAV_EXT_CHECKSUM_SIZE
  * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_READ when the file cannot be read; TAV_ERR_COPY when the
- *         checksum does not fit; else as TAV_CheckExtCfgFileData
+ *         copy failed; else as TAV_CheckExtCfgFileData
  */
 TAV_API uint32_t TAV_GetExtCfgFileChecksum(const char *path, uint8_t *out, uint32_t outSize);
 
@@ -727,8 +734,8 @@ TAV_API TAV_ExtCfgRecordNode *TAV_ExtCfgGetRecord(uint32_t vsId, const TAV_ExtCf
                                                   CfgLocal *local);
 
 /**
- * Starts a walk over all records of one class in one VS, ending a running one. End the query before deleting records of
- * the class.
+ * Starts a walk over all records of one class in one VS, ending a running one. Records may be added and deleted
+ * meanwhile: the walk goes on with what stands behind the key that it returned last, deleted or not.
  *
  * @param vsId       id of the VS, which need not exist yet
  * @param condition  a record of the class wanted; copied. Only its class selects: its fields are not matched
@@ -761,7 +768,7 @@ TAV_API CfgLocal *TAV_ExtCfgOpenAndQuery(uint32_t vsId, const TAV_ExtCfgRecordNo
  * Editing
  *
  * Edits change the store in memory; TAV_ExtCfgFlush brings them to the file. All give TAV_ERR_INVALID for an invalid
- * store and TAV_ERR_REFUSED for a read-only one. End a query before deleting records of the queried class.
+ * store and TAV_ERR_REFUSED for a read-only one.
  * ---------------------------------------------------------------------------------------------------------------------
  */
 
@@ -773,8 +780,8 @@ TAV_API CfgLocal *TAV_ExtCfgOpenAndQuery(uint32_t vsId, const TAV_ExtCfgRecordNo
  * @param record  the record, with the key fields of its class set and at least one field; it must not be in a store
  *                already. A class that is no container of the type table is accepted and written, but not read back
  * @param local   the store
- * @return TAV_OK; TAV_ERR_NULL for a null record; TAV_ERR_INVALID for a missing key field or a key that is there
- *         already; TAV_ERR_NO_MEMORY
+ * @return TAV_OK; TAV_ERR_NULL for a null record; TAV_ERR_INVALID for a missing key field, a key that is there
+ *         already, or a record that is in a store already; TAV_ERR_NO_MEMORY
  */
 TAV_API uint32_t TAV_ExtCfgAddRecord(uint32_t vsId, TAV_ExtCfgRecordNode *record, CfgLocal *local);
 
@@ -785,12 +792,14 @@ TAV_API uint32_t TAV_ExtCfgAddRecord(uint32_t vsId, TAV_ExtCfgRecordNode *record
  * @param record  class, key fields and new values; copied, stays the caller's
  * @param local   the store
  * @return TAV_OK; TAV_ERR_NOT_FOUND when there is no such record, and when the given one is null or lacks a key field;
- *         TAV_ERR_NO_MEMORY or 0xFFFFFFFF as TAV_ExtCfgRecordNodeSet gives them, with earlier fields changed
+ *         TAV_ERR_INVALID, with nothing changed, when the given one holds a key field twice; TAV_ERR_NO_MEMORY or
+ *         0xFFFFFFFF as TAV_ExtCfgRecordNodeSet gives them, with earlier fields changed
  */
 TAV_API uint32_t TAV_ExtCfgSetRecord(uint32_t vsId, const TAV_ExtCfgRecordNode *record, CfgLocal *local);
 
 /**
- * Deletes a stored record. Its VS and class stay; an empty VS is still written to the file.
+ * Deletes a stored record. Its VS and class stay; an empty VS is still written to the file. The record that a running
+ * query returned last is freed when the query has gone on or ended, any other at once.
  *
  * @param vsId       id of the VS
  * @param keyRecord  class and key fields; stays the caller's
@@ -858,14 +867,15 @@ TAV_API uint32_t TAV_ZipBufferToExtCfgFile(const void *data, uint32_t length, co
  * in another length, is passed over without an error.
  *
  * @param vsId       id of the VS
- * @param record     class, key fields (each once) and new values. Its key fields are consumed as soon as the file has
+ * @param record     class, key fields and new values. Its key fields are consumed as soon as the file has
  *                   been read: build the record anew for another call, because one without its key field matches the
  *                   first record of the class
  * @param fileName   the file, whose name must end in ".dat"
  * @param referName  the refer file, given exactly when the file carries a refer checksum; else null
  * @return TAV_OK; TAV_ERR_NULL for a null argument; TAV_ERR_READ for another suffix or when the file cannot be read;
  *         TAV_ERR_NO_MEMORY; TAV_ERR_NOT_FOUND when there is no such record, also in a file that fails its check;
- *         TAV_ERR_INVALID, with nothing written, when the head has another size than one that is built anew;
+ *         TAV_ERR_INVALID, with nothing written, when the record holds a key field twice (none is consumed then), and
+ *         when the head has another size than one that is built anew;
  *         TAV_ERR_OPEN or TAV_ERR_REFUSED when a write fails; else what building the head gave
  */
 TAV_API uint32_t TAV_ExtCfgSetRecordToFile(uint32_t vsId, TAV_ExtCfgRecordNode *record, const char *fileName,

@@ -2,7 +2,7 @@
  * File transfer: the request messages of an asynchronous transfer client, and the byte order of received messages.
  *
  * A request is put together in a build buffer and sent over the message bus. Most callers need the five
- * NFTPCI_Async... functions alone, one for each kind of request; the rest are the steps these are made of. Nothing is
+ * NFTPCI_Async... functions alone, one for each kind of request; the others are the steps of these. Nothing is
  * kept between calls: the service's answer is a message of its own, which the caller receives. One that comes from a
  * host of the other byte order carries a flag and is brought into local order by TAVFTPCI_SwapMsgBodyByteOrder2Loc.
  * docs/transfer-messages.md shows the messages byte by byte.
@@ -103,7 +103,7 @@ typedef struct NFTPCI_MemBufBlock {
  * @param id1           first identifier
  * @param id2           second identifier
  * @param cfgId         configuration id
- * @param modeCheck     1 or 2, else refused; it is checked and does not travel, on purpose
+ * @param modeCheck     1 or 2, else refused; it is checked and does not travel: requests have no TLV for it
  * @param transferMode  1 or 2, else refused. Of this word and the one before, the low 8 bits alone count
  * @param sourcePath    path of the source file, 1 to 255 characters; null is refused
  * @param destPath      path of the destination file, likewise
@@ -165,7 +165,7 @@ TAV_API uint32_t NFTPCI_MsgMemBufFree(NFTPCI_MsgMemBuf *buffer);
  * @param length  bytes of the value; message header, TLV headers and values take 4240 bytes at most
  * @param value   the value, copied as it stands; not null, even when it has no bytes
  * @return NFTPCI_OK; NFTPCI_FAILED for a null argument or buffer, a value that does not fit, and a type that is there;
- *         NFTPCI_COPY_FAILED (1 and not -1, on purpose) when the platform refuses to copy the value
+ *         NFTPCI_COPY_FAILED, by which callers know that the platform refused to copy the value
  */
 TAV_API uint32_t NFTPCI_AddTlvToMsg(NFTPCI_MsgMemBuf **buffer, uint16_t type, uint32_t length, const void *value);
 
@@ -230,7 +230,7 @@ TAV_API uint32_t TAVFTPCI_SwapVpnInstID(void *tlv, uintptr_t context);   /**< ty
 TAV_API uint32_t TAVFTPCI_SwapDestPortNum(void *tlv, uintptr_t context); /**< type 10: destination port */
 TAV_API uint32_t TAVFTPCI_SwapSrcPortNum(void *tlv, uintptr_t context);  /**< type 24: source port */
 
-/** Type 1: session id. Asks for 4 bytes and converts the first two alone, on purpose. */
+/** Type 1: session id. Asks for 4 bytes and converts the first two; the other two stay as they are. */
 TAV_API uint32_t TAVFTPCI_SwapSessionId(void *tlv, uintptr_t context);
 
 /** Type 5: source IPv6 address. Asks for 16 bytes and converts four 32-bit words; their order stays. */
@@ -257,7 +257,7 @@ TAV_API uint32_t TAVFTPCI_SwapByteOrderByTlv(void *tlv, const TAVFTPCI_ByteOrder
 
 /**
  * Converts the identifiers, the reserved word behind them and the operation code in a message's header. The total
- * length is left alone, on purpose: it is in local order already.
+ * length is left alone: it is in local order already.
  *
  * @param message   the message
  * @param logValue  number that the report of a failure names
@@ -278,8 +278,8 @@ TAV_API int32_t TAVFTPCI_MsgHeaderSwapByteOrder(void *message, uint32_t logValue
 TAV_API uint32_t TAVFTPCI_SwapMsgBodyByteOrder2Loc(void *message);
 
 /**
- * Marks a message as one of the order in which it stands. No field is converted, on purpose: the receiver converts, and
- * the cleared flag tells it that there is no need to.
+ * Marks a message as one of the order in which it stands. No field is converted: that is the receiver's task, and the
+ * cleared flag tells it that there is no need to.
  *
  * @param message  the message
  * @return TAVFTPCI_OK

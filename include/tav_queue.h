@@ -1,7 +1,7 @@
 /*
  * Circular queue: a ring of fixed capacity for words (pointers or numbers) that mean nothing to the queue.
  *
- * The word 0 doubles as "nothing" in what TAV_CIRCLEQ_Remove and TAV_CIRCLEQ_First give, so a queue that holds zeros
+ * The word 0 doubles as "nothing" in what TAV_CIRCLEQ_Remove and TAV_CIRCLEQ_First return, so a queue that holds zeros
  * needs TAV_CIRCLEQ_IsEmpty beside them. Items are never freed: what they point at stays the caller's. No locks: a
  * queue that is shared between threads needs the caller's.
  *

@@ -21,7 +21,7 @@ typedef struct VEC_Vector {
     uint32_t active;    /**< one past the highest slot in use; slots from here on are empty */
     uint32_t allocated; /**< number of slots, at least 1 */
     uintptr_t *slots;   /**< the slots, which move when the vector grows; 0 is an empty one */
-    uint32_t full;      /**< no slot below this one is empty, so that setting items one by one need not look at all */
+    uint32_t full;      /**< no slot below this one is empty, so that setting items one by one does not look at all */
 } VEC_Vector;
 
 /**
@@ -29,7 +29,7 @@ typedef struct VEC_Vector {
  *
  * @param block  the memory
  * @param size   its bytes
- * @return 0; -1 for a null block
+ * @return 0; -1 for a null block, and when the platform refuses the fill
  */
 TAV_API int32_t VEC_Bzero(void *block, uint32_t size);
 

@@ -27,12 +27,12 @@ uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, ui
                           uint32_t capacity);
 
 /**
- * Tells by its look what kind of cipher a text is; whether it decrypts is another question.
+ * Classifies a text by its look; whether it decrypts is another question.
  *
  * @param text    the text
  * @param length  its length in bytes
- * @return 0 or 1: none. 2 and more: a kind of cipher; 6 to 11 may be the digest-based form of a password, and 8 to 11
- *         are tied to a key context
+ * @return 0 or 1: no cipher. 2 and more: a kind of cipher; 6 to 11 may be the digest-based form of a password, and 8 to
+ * 11 are tied to a key context
  */
 uint32_t BEX_CRYPT_IsCipher(const char *text, uint32_t length);
 
@@ -103,7 +103,7 @@ uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output,
  * @param length      its length in bytes
  * @param mode        a hint at the kind of cipher
  * @param keyContext  the key context, a string
- * @return 0 or 1: none; 2 and more: a reversible cipher that this platform can decrypt
+ * @return 0 or 1: no cipher; 2 and more: a reversible cipher that this platform can decrypt
  */
 uint32_t SYSDT_IsStringCipher_CRYPT(const char *text, uint32_t length, uint32_t mode, const char *keyContext);
 

@@ -34,7 +34,7 @@ typedef struct BEX_RBT_Tree {
     BEX_RBT_Node *root;            /**< root node; the sentinel while the tree is empty */
     BEX_RBT_Node sentinel;         /**< stands for every missing child and for the root's parent; black */
     uint32_t platformWords[2];     /**< for the platform's primitives; 0 after initialisation */
-    BEX_RBT_Destructor destructor; /**< releases a deleted element, or none */
+    BEX_RBT_Destructor destructor; /**< releases a deleted element; may be null */
     BEX_RBT_Comparer comparer;     /**< orders the keys */
 } BEX_RBT_Tree;
 
@@ -44,10 +44,10 @@ void BEX_RBT_InsertNodeFixup(BEX_RBT_Tree *tree, BEX_RBT_Node *node);
 /** Unlinks `node` and re-balances. No other element is moved or copied: pointers to them stay valid. */
 void BEX_RBT_RemoveNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node);
 
-/** Returns the element with the smallest key; none for a null or empty tree. */
+/** Returns the element with the smallest key; null for a null or empty tree. */
 BEX_RBT_Node *BEX_RBT_FirstNode(BEX_RBT_Tree *tree);
 
-/** Returns the in-order successor of `node`; none at the end and for a null node. */
+/** Returns the in-order successor of `node`; null at the end and for a null node. */
 BEX_RBT_Node *BEX_RBT_NextNode(BEX_RBT_Tree *tree, BEX_RBT_Node *node);
 
 /** Resets an emptied tree to its initial state (destructor and comparer stay). Elements are not touched. */

@@ -24,13 +24,13 @@ int32_t BEX_StrNCmp(const char *a, const char *b, uint32_t count);
 /** Compares two strings without regard to the case of ASCII letters: negative, 0 or positive. */
 int32_t BEX_StrICmp(const char *a, const char *b);
 
-/** Finds the first occurrence of a string in another, or none. An empty string is found at the beginning. */
+/** Returns the first occurrence of a string in another, or null. An empty string is found at the beginning. */
 char *BEX_StrStr(const char *text, const char *part);
 
 /** Turns the ASCII letters of a string into lower case, in place. */
 void BEX_StrToLower(char *text);
 
-/** Finds the last occurrence of a character, or none. */
+/** Returns the last occurrence of a character, or null. */
 char *BEX_StrRChr(const char *text, int32_t character);
 
 /** Compares two pieces of memory bytewise: negative, 0 or positive. */

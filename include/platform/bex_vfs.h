@@ -13,7 +13,7 @@ extern "C" {
 /** An open file. */
 typedef struct BEX_VFS_File BEX_VFS_File;
 
-/** What BEX_VFS_Stat tells of a file. */
+/** What BEX_VFS_Stat returns about a file. */
 typedef struct BEX_VFS_StatInfo {
     uint64_t size; /**< size in bytes */
 } BEX_VFS_StatInfo;

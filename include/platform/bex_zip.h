@@ -32,7 +32,8 @@ uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, co
 /** Counts the members of an archive. Returns 0, else a code (and the count is left alone). */
 uint32_t BEX_UnzipGetNumofFiles(const char *archive, uint16_t *count);
 
-/** Tells the uncompressed size in bytes of a member. Returns 0, else a code (no such member, unreadable archive). */
+/** Writes the uncompressed size of a member, in bytes, to `size`. Returns 0, else a code (no such member, unreadable
+ * archive). */
 uint32_t ZIP_GetUncompressSize(const char *member, const char *archive, uint32_t *size);
 
 /**

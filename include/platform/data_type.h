@@ -1,5 +1,5 @@
 /*
- * Platform data types: what the platform tells of the type of a value.
+ * Platform data types: what the platform knows of the type of a value.
  */
 #ifndef PLATFORM_DATA_TYPE_H
 #define PLATFORM_DATA_TYPE_H
@@ -24,10 +24,10 @@ typedef struct PLATFORM_DataType {
     uint16_t id;                       /**< data type id */
     uint16_t size;                     /**< fixed size in bytes, or PLATFORM_DATA_TYPE_VARIABLE */
     uint16_t storageKind;              /**< how a value is stored; decides its byte order conversion */
-    PLATFORM_DataTypeComparer compare; /**< orders values of this type, or none */
+    PLATFORM_DataTypeComparer compare; /**< orders values of this type; may be null */
 } PLATFORM_DataType;
 
-/** Finds the descriptor of a data type id, or none. The descriptor stays the platform's. */
+/** Returns the descriptor of a data type id, or null. The descriptor stays the platform's. */
 typedef const PLATFORM_DataType *(*PLATFORM_DataTypeLookup)(uint16_t dataType);
 
 #ifdef __cplusplus

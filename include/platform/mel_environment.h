@@ -14,14 +14,14 @@ extern "C" {
 uint32_t MEL_GetEnvValue(uint32_t number, uint32_t *value);
 
 /**
- * Tells which component serves a virtual system.
+ * Finds the component that serves a virtual system.
  *
  * @param component    number of the kind of component, the same on every device
  * @param reserved     0
  * @param vr           the virtual router
  * @param vsId         the virtual system
  * @param componentId  where the id goes
- * @return 0; else a code, when there is none (and the output is left alone)
+ * @return 0; else a code, and then the output is left alone: no component serves it
  */
 uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t reserved, uint32_t vr, uint32_t vsId, uint32_t *componentId);
 

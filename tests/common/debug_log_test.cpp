@@ -70,8 +70,11 @@ TEST_F(Log, TimeIsGmtWithThreeDigitsOfMilliseconds) {
         const std::string text = TakeEntry("time");
         std::tm moment{};
         const char *rest = strptime(text.c_str(), "\r\n[%Y-%m-%d %H:%M:%S.", &moment);
-        ASSERT_TRUE(rest != nullptr && std::strspn(rest, "0123456789") == 3 && rest[3] == ']') << text;
-        EXPECT_TRUE(before <= timegm(&moment) && timegm(&moment) <= Now()) << text;
+        ASSERT_NE(rest, nullptr) << text;
+        EXPECT_EQ(std::strspn(rest, "0123456789"), 3u) << text;
+        EXPECT_EQ(rest[3], ']') << text;
+        EXPECT_LE(before, timegm(&moment)) << text;
+        EXPECT_LE(timegm(&moment), Now()) << text;
     }
     unsetenv("TZ");
     tzset();

@@ -17,16 +17,22 @@ TEST(StateMachine, OutcomesAndRepeats) {
     const TAV_FSM_Transition table[] = {{0, 1, act, {1, 1}, {0, 2}}, {0, 1, nullptr, {}, {}},
                                         {1, 1, nullptr, {1, 3}, {}}, {3, 1, nullptr, {2, 4}, {}},
                                         {2, 1, nullptr, {1, 9}, {}}, {9, 2, nullptr, {0, 5}, {}}};
-    const uint16_t cases[][6] = {{0, 1, 1, 0, 4, 1}, {0, 1, 0, 0, 2, 0}, {0, 1, 2, 0, 2, 0},  {2, 1, 0, 1, 9, 1},
-                                 {9, 1, 0, 1, 9, 8}, {9, 2, 0, 1, 9, 8}, {0, 257, 1, 1, 0, 8}};
+    constexpr uint16_t kNoStep = 8;  // what the flag was before, and stays when there is no step
+    const uint16_t cases[][6] = {{0, 1, 1, 0, 4, 1},        {0, 1, 0, 0, 2, 0},       {0, 1, 2, 0, 2, 0},
+                                 {2, 1, 0, 1, 9, 1},        {9, 1, 0, 1, 9, kNoStep}, {9, 2, 0, 1, 9, kNoStep},
+                                 {0, 257, 1, 1, 0, kNoStep}};
     for (const auto &[state, event, argument, result, last, repeat] : cases) {
-        uint16_t flag = 8;  // stays when there is no step
+        const bool steps = repeat != kNoStep;
+        uint16_t flag = kNoStep;
         TAV_FSM machine;
         TAV_FSM_Init(&machine, uint8_t(state), table, 5, 8);  // without the last transition
         TAV_FSM once = machine;
-        EXPECT_TRUE(TAV_FSM_Run(&machine, event, argument) == result && machine.state == last) << state << event;
-        EXPECT_TRUE(TAV_FSM_Run_Base(&once, event, argument, &flag) == (repeat == 8) && flag == repeat);
-        EXPECT_TRUE(once.ring.next == (repeat == 8 ? 1 : 2) && once.ring.records[1].event == (repeat == 8 ? 0 : event));
+        EXPECT_EQ(TAV_FSM_Run(&machine, event, argument), result) << state << event;
+        EXPECT_EQ(machine.state, last) << state << event;
+        EXPECT_EQ(TAV_FSM_Run_Base(&once, event, argument, &flag), steps ? 0u : 1u);
+        EXPECT_EQ(flag, repeat);
+        EXPECT_EQ(once.ring.next, steps ? 2 : 1);
+        EXPECT_EQ(once.ring.records[1].event, steps ? event : 0);
     }
 }
 
@@ -50,5 +56,40 @@ TEST(StateMachine, RingShowsNineRecords) {
             ASSERT_EQ(TAV_FSM_DumpDiagnoseInfo(&machine, copy, text, uint32_t(room)), length);
             EXPECT_EQ(memcmp(text, steps.data() + first, length), 0) << step;
         }
+    }
+}
+
+TEST(StateMachine, ActionMayRunTheSameMachine) {
+    TAV_FSM machine;
+    const auto runsIt = [](auto, auto, auto arg, auto) {
+        return TAV_FSM_Run(reinterpret_cast<TAV_FSM *>(arg), 2, 0) == 0 ? TAV_FSM_FIRST : 0u;
+    };
+    const TAV_FSM_Transition table[] = {{0, 1, runsIt, {0, 5}, {}}, {0, 2, nullptr, {0, 3}, {}}};
+    TAV_FSM_Init(&machine, 0, table, 2, 0);
+    EXPECT_EQ(TAV_FSM_Run(&machine, 1, reinterpret_cast<uintptr_t>(&machine)), 0u);
+    EXPECT_EQ(machine.state, 5);
+    std::vector<std::pair<int, int>> steps;
+    for (int index = 1; index < machine.ring.next; ++index) {
+        steps.emplace_back(machine.ring.records[index].state, machine.ring.records[index].event);
+    }
+    EXPECT_EQ(steps, (std::vector<std::pair<int, int>>{{0, 2}, {0, 1}}));
+}
+
+TEST(StateMachine, FormattersCannotLeadOutOfTheBuffer) {
+    TAV_FSM machine;
+    TAV_FSM_Init(&machine, 0, nullptr, 0, 0);
+    TAV_FSM_SaveDiagnoseInfo(&machine.ring, 1, 1);
+    const struct {
+        TAV_FSM_Formatter formatter;
+        uint32_t room, written;
+    } cases[] = {{[](auto, char *, uint32_t) { return uint32_t{100}; }, 7, 7},
+                 {[](auto, char *, uint32_t size) { return size + 1; }, 7, 7},
+                 {[](auto, char *, uint32_t size) { return size; }, 7, 7},
+                 {[](auto, char *, uint32_t) { return UINT32_MAX; }, 7, 0},
+                 {[](auto, char *, uint32_t) { return uint32_t{1} << 31; }, 7, 0},
+                 {[](auto, char *, uint32_t) { return uint32_t{3}; }, 7, 6}};
+    for (const auto &each : cases) {
+        char text[8] = {};
+        EXPECT_EQ(TAV_FSM_DumpDiagnoseInfo(&machine, each.formatter, text, each.room), each.written) << &each - cases;
     }
 }

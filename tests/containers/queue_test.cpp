@@ -1,4 +1,6 @@
-// The circular queue against std::deque, and what happens when memory is short.
+/*
+ * The circular queue against std::deque, and what happens when memory is short.
+ */
 #include <deque>
 
 #include "interposer.h"
@@ -27,17 +29,18 @@ TEST(CircularQueue, AgreesWithADeque) {
         std::deque<uintptr_t> model;
         for (uint32_t step = 0; step < 3000; ++step) {
             const bool hasItem = !model.empty(), hasRoom = model.size() < capacity;
-            ASSERT_TRUE(TAV_CIRCLEQ_IsEmpty(queue) == !hasItem && TAV_CIRCLEQ_IsFull(queue) == !hasRoom);
-            ASSERT_TRUE(TAV_CIRCLEQ_GetUsedNum(queue) == model.size() && TAV_CIRCLEQ_GetMaxNum(queue) == capacity);
+            ASSERT_EQ(TAV_CIRCLEQ_IsEmpty(queue), hasItem ? 0u : 1u);
+            ASSERT_EQ(TAV_CIRCLEQ_IsFull(queue), hasRoom ? 0u : 1u);
+            ASSERT_EQ(TAV_CIRCLEQ_GetUsedNum(queue), model.size());
+            ASSERT_EQ(TAV_CIRCLEQ_GetMaxNum(queue), capacity);
             ASSERT_EQ(TAV_CIRCLEQ_First(queue), hasItem ? model.front() : 0);
             std::vector<uintptr_t> items(model.begin(), model.end());
             for (auto walk : {TAV_CIRCLEQ_Walk, TAV_CIRCLEQ_Walk_Reverse}) {
                 Visits visits{1 + random() % (capacity + 1), {}};
-                const bool ends = visits.last <= items.size();
-                ASSERT_EQ(walk(queue, Visits::Add, reinterpret_cast<uintptr_t>(&visits)), ends ? 7u : 0u);
-                ASSERT_EQ(visits.items.size(), std::min(visits.last, items.size()));
-                ASSERT_TRUE(std::equal(visits.items.begin(), visits.items.end(), items.begin()));
-                std::reverse(items.begin(), items.end());
+                const size_t count = std::min(visits.last, items.size());
+                ASSERT_EQ(walk(queue, Visits::Add, reinterpret_cast<uintptr_t>(&visits)), visits.last == count ? 7 : 0);
+                ASSERT_EQ(visits.items, std::vector(items.begin(), items.begin() + static_cast<ptrdiff_t>(count)));
+                std::ranges::reverse(items);
             }
             if (random() % 8 < (step / 200 % 2 == 0 ? 5u : 3u)) {
                 model.insert(model.end(), hasRoom ? 1 : 0, random() % 10 == 0 ? 0 : UINTPTR_MAX - step);
@@ -53,9 +56,14 @@ TEST(CircularQueue, AgreesWithADeque) {
 
 TEST(CircularQueue, IsNotMadeWhenMemoryIsShortOrTheSizeWraps) {
     NothingLeaks leaks;
-    for (const auto &[capacity, nth] : {std::pair(UINT32_MAX, 0u), {1u << 30, 0u}, {4u, 1u}, {4u, 2u}}) {
-        interposer::FailNth(interposer::Call::kMalloc, nth);
-        EXPECT_EQ(TAV_CIRCLEQ_Alloc(g_pTavCommHandle, capacity), nullptr) << capacity;
+    for (const uint32_t slots : {UINT32_MAX, 1u << 30}) {
+        EXPECT_EQ(TAV_CIRCLEQ_Alloc(g_pTavCommHandle, slots), nullptr) << slots;
+    }
+    for (const auto call : {interposer::Call::kMalloc, interposer::Call::kMemFill}) {
+        for (const uint32_t nth : {1u, 2u}) {
+            interposer::FailNth(call, nth);
+            EXPECT_EQ(TAV_CIRCLEQ_Alloc(g_pTavCommHandle, 4), nullptr) << nth;
+        }
     }
     TAV_CIRCLEQ_Free(nullptr);
 }

@@ -1,4 +1,7 @@
-// The vector against plain slots, all compared after every step, and what happens when memory is short.
+/*
+ * The vector against plain slots, all compared after every step, and what happens when memory is short.
+ */
+#include <array>
 #include <bit>
 
 #include "interposer.h"
@@ -7,22 +10,22 @@
 
 namespace {
 
+using interposer::Call;
 using Slots = std::vector<uintptr_t>;
 
-/** The slots of a vector, as it shows them and as taking a copy of it apart shows them. It must have just so many. */
-Slots SlotsOf(const VEC_Vector *vector, uint32_t count) {
+/** Expects a vector, and a copy of it, to have just these slots. */
+void ExpectSlots(const VEC_Vector *vector, const Slots &slots) {
     VEC_Vector *copy = nullptr;
-    EXPECT_EQ(VEC_VectorCopy_F(1, vector, &copy, "tests", __LINE__), 0);
-    EXPECT_EQ(VEC_VectorCount(copy), VEC_VectorCount(vector));
-    interposer::FailNth(interposer::Call::kMalloc, 1);
-    EXPECT_TRUE(VEC_VectorEnsure(copy, count - 1) == 0 && VEC_VectorEnsure(copy, count) == -1) << "no room, no memory";
-    Slots slots;
-    for (uint32_t index = 0; index < count; ++index) {
-        slots.push_back(VEC_VectorGetUnset(copy, index));
+    ASSERT_EQ(VEC_VectorCopy_F(1, vector, &copy, "tests", __LINE__), 0);
+    const auto size = static_cast<uint32_t>(slots.size());
+    interposer::FailNth(Call::kMalloc, 1);
+    EXPECT_EQ(VEC_VectorEnsure(copy, size - 1), 0);
+    EXPECT_EQ(VEC_VectorEnsure(copy, size), -1) << "no room, no memory";
+    for (const VEC_Vector *each : std::array<const VEC_Vector *, 2>{vector, copy}) {
+        EXPECT_EQ(Slots(each->slots, each->slots + each->allocated), slots);
+        EXPECT_EQ(VEC_VectorCount(each), std::ranges::count_if(slots, std::identity()));
     }
     VEC_VectorFree_F(copy);
-    EXPECT_EQ(slots, Slots(vector->slots, vector->slots + vector->allocated));
-    return slots;
 }
 
 TEST(Vector, AgreesWithPlainSlots) {
@@ -30,14 +33,15 @@ TEST(Vector, AgreesWithPlainSlots) {
     Random random(52);
     VEC_Vector *vector = VEC_VectorInit_F(1, 3, "tests", __LINE__);
     Slots slots(3);
-    for (uint32_t step = 0, active = 0; step < 20000; ++step) {
+    for (uint32_t step = 0, active = 0; step < 20000 && !HasFailure(); ++step) {
+        SCOPED_TRACE(step);
         const auto end = slots.begin() + active;
         const auto firstEmpty = static_cast<uint32_t>(std::find(slots.begin(), end, 0) - slots.begin());
         const uintptr_t item = random() % 8 == 0 ? 0 : UINTPTR_MAX - step;
         const uint32_t any = random() % (step / 400 + 2), action = random() % 64;
         if (action < 36) {
             const uint32_t index = action < 20 ? firstEmpty : action < 24 ? active : any;
-            ASSERT_EQ(action < 20   ? VEC_VectorSet(vector, item)
+            EXPECT_EQ(action < 20   ? VEC_VectorSet(vector, item)
                       : action < 24 ? VEC_VectorSetNoDel(vector, item)
                                     : VEC_VectorSetIndex(vector, any, item),
                       static_cast<int32_t>(index));
@@ -46,18 +50,19 @@ TEST(Vector, AgreesWithPlainSlots) {
             active = std::max(active, index + 1);
         } else if (action < 60) {
             const uintptr_t was = any < slots.size() ? std::exchange(slots[any], 0) : 0;
-            ASSERT_EQ(action % 2 == 0 ? (VEC_VectorUnset(vector, any), was) : VEC_VectorGetUnset(vector, any), was);
-            for (const bool wasLast = any + 1 == active; wasLast && active > 0 && slots[active - 1] == 0; --active) {
+            EXPECT_EQ(action % 2 == 0 ? (VEC_VectorUnset(vector, any), was) : VEC_VectorGetUnset(vector, any), was);
+            if (any + 1 == active) {
+                const auto isItem = [](uintptr_t slot) { return slot != 0; };
+                active = static_cast<uint32_t>(slots.rend() - std::find_if(slots.rbegin(), slots.rend(), isItem));
             }
         } else if (action < 62) {
-            ASSERT_EQ(VEC_VectorEmptySlot(vector), static_cast<int32_t>(firstEmpty));
+            EXPECT_EQ(VEC_VectorEmptySlot(vector), static_cast<int32_t>(firstEmpty));
         } else {
             any == 0 ? VEC_VectorClearAll(vector) : VEC_VectorZipEmptySlot(vector);
-            active = any == 0 ? 0 : static_cast<uint32_t>(std::remove(slots.begin(), end, 0) - slots.begin());
+            active = any == 0 ? 0 : static_cast<uint32_t>(remove(slots.begin(), end, 0) - slots.begin());
             std::fill(slots.begin() + active, slots.end(), 0);
         }
-        ASSERT_EQ(SlotsOf(vector, static_cast<uint32_t>(slots.size())), slots) << "step " << step;
-        ASSERT_EQ(VEC_VectorCount(vector), std::ranges::count_if(slots, std::identity()));
+        ExpectSlots(vector, slots);
     }
     VEC_VectorFree_F(vector);
 }
@@ -66,16 +71,26 @@ TEST(Vector, StaysAsItWasWhenMemoryIsShortOrASizeWraps) {
     NothingLeaks leaks;
     VEC_Vector *vector = VEC_VectorInit_F(1, 0, "tests", __LINE__), *copy = nullptr;
     EXPECT_EQ(VEC_VectorSet(vector, 5), 0);
-    for (const auto &[size, nth] : {std::pair(UINT32_MAX, 0u), {1u << 30, 0u}, {4u, 1u}, {4u, 2u}}) {
-        interposer::FailNth(interposer::Call::kMalloc, nth);
+    for (const auto &[size, call, nth] : {std::tuple(UINT32_MAX, Call::kMalloc, 0u),
+                                          {1u << 30, Call::kMalloc, 0u},
+                                          {4u, Call::kMalloc, 1u},
+                                          {4u, Call::kMalloc, 2u},
+                                          {4u, Call::kMemFill, 1u}}) {
+        interposer::FailNth(call, nth);
         EXPECT_EQ(VEC_VectorInit_F(1, size, "tests", __LINE__), nullptr) << size;
-        interposer::FailNth(nth > 0 ? interposer::Call::kMalloc : interposer::Call::kMemCopy, nth > 0 ? nth : 1);
-        EXPECT_EQ(VEC_VectorCopy_F(1, vector, &(copy = vector), "tests", __LINE__), -1);
-        EXPECT_EQ(copy, nth > 0 ? nullptr : vector);
     }
-    interposer::FailNth(interposer::Call::kMalloc, 1);
-    EXPECT_TRUE(VEC_VectorSetNoDel(vector, 6) == -1 && VEC_VectorSetIndex(vector, UINT32_MAX, 6) == -1);
-    EXPECT_EQ(SlotsOf(vector, 1), Slots{5});
+    interposer::FailNth(Call::kMemFill, 1);
+    EXPECT_EQ(VEC_VectorEnsure(vector, 1), -1);
+    EXPECT_EQ(vector->allocated, 1u) << "room that is not filled does not count";
+    for (const auto &[call, nth] : {std::pair(Call::kMalloc, 1u), {Call::kMalloc, 2u}, {Call::kMemCopy, 1u}}) {
+        interposer::FailNth(call, nth);
+        EXPECT_EQ(VEC_VectorCopy_F(1, vector, &(copy = vector), "tests", __LINE__), -1);
+        EXPECT_EQ(copy, call == Call::kMalloc ? nullptr : vector);
+    }
+    interposer::FailNth(Call::kMalloc, 1);
+    EXPECT_EQ(VEC_VectorSetNoDel(vector, 6), -1);
+    EXPECT_EQ(VEC_VectorSetIndex(vector, UINT32_MAX, 6), -1);
+    ExpectSlots(vector, {5});
     VEC_VectorFree_F(vector);
 }
 

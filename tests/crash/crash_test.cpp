@@ -1,6 +1,7 @@
 /*
  * What a crash leaves of files: processes killed at each call that changes files, and power lost after each.
  */
+#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,7 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Body = std::optional<Bytes>;           // what a file holds; none when it does not load, or is not there
+using testing::AnyOf;
+using testing::Eq;
+using Body = std::optional<Bytes>;           // what a file holds; nothing when it does not load, or is not there
 using Files = std::map<std::string, Bytes>;  // the content of a folder
 
 const Bytes kOld = VsTlv(0, {Tlv(13, {Tlv(14, Be32(1)), Tlv(15, Be16(0x0102)), Tlv(19, Be32(7))})});
@@ -42,7 +45,10 @@ Files ReadFolder(const std::string &folder) {
     return files;
 }
 
-/** Runs something in a child process. Returns the turn at which it was killed, else "done" or "failed". */
+// How a child process ends that is not killed at a turn.
+constexpr char kDone[] = "done", kFailed[] = "failed";
+
+/** Runs something in a child process. Returns the name of the turn at which it was killed, else kDone or kFailed. */
 std::string RunChild(unsigned lastTurn, const std::function<int()> &run) {
     const TempFolder folder;
     const std::string link = folder.Path("turn");
@@ -52,7 +58,7 @@ std::string RunChild(unsigned lastTurn, const std::function<int()> &run) {
     }
     int status = -1;
     wait(&status);
-    return WIFSIGNALED(status) ? fs::read_symlink(link).string() : status == 0 ? "done" : "failed";
+    return WIFSIGNALED(status) ? fs::read_symlink(link).string() : status == 0 ? kDone : kFailed;
 }
 
 /** Becomes the tool, after a command of the shell. */
@@ -96,12 +102,12 @@ void WriteFolder(const TempFolder &folder, const Files &files) {
 Body Recovered(const Files &left, const std::string &name) {
     const TempFolder folder;
     WriteFolder(folder, left);
-    const bool isDone = RunTool("recover " + folder.Path(name)) == "done";
+    const bool isDone = RunTool("recover " + folder.Path(name)) == kDone;
     const Body body = BodyOf(folder.Path(name));
     EXPECT_EQ(isDone, body.has_value());
     for (const auto &[each, content] : ReadFolder(folder.Path())) {
-        const bool isDraft = name == "x.zip" && each.size() == 12 && each.starts_with("x.zip.");
-        EXPECT_TRUE(each == name || each == name + ".broken" || isDraft) << each;
+        const std::string draft = name == "x.zip" ? "x\\.zip\\......." : name;
+        EXPECT_THAT(each, AnyOf(name, name + ".broken", testing::MatchesRegex(draft)));
     }
     return body;
 }
@@ -190,19 +196,24 @@ class Disk {
 };
 
 struct Scenario {
-    const char *file;
+    const char *name, *file;
     Body before, after;
 };
 
-const Scenario kFlushes[] = {
-    {"x.dat", {}, kNew}, {"x.dat", kOld, kNew}, {"x.dat", kOld, {}}, {"x.zip", {}, kNew}, {"x.zip", kOld, kNew}};
+const Scenario kFlushes[] = {{"new file", "x.dat", {}, kNew},
+                             {"changed file", "x.dat", kOld, kNew},
+                             {"emptied file", "x.dat", kOld, {}},
+                             {"new archive", "x.zip", {}, kNew},
+                             {"changed archive", "x.zip", kOld, kNew}};
 
 /** A folder with a file in it. */
 struct Stage : TempFolder {
     Stage(const std::string &file, const Body &body) : path(Path(file)) {
-        const Bytes image = Image(body.value_or(Bytes()));
-        const auto write = file == "x.zip" ? TAV_ZipBufferToExtCfgFile : TAV_WriteBufferToFile;
-        EXPECT_TRUE(!body || write(image.data(), static_cast<uint32_t>(image.size()), path.c_str()) == TAV_OK);
+        if (body) {
+            const Bytes image = Image(*body);
+            const auto write = file == "x.zip" ? TAV_ZipBufferToExtCfgFile : TAV_WriteBufferToFile;
+            EXPECT_EQ(write(image.data(), static_cast<uint32_t>(image.size()), path.c_str()), TAV_OK);
+        }
     }
     const std::string path;
 };
@@ -212,24 +223,26 @@ int Flush(const std::string &path, const Body &after) {
     return (after && Add(store, 0, NewRecord()) != TAV_OK) || TAV_ExtCfgFlush(store.get()) != TAV_OK;
 }
 
-/** Tries something that is killed at each turn, and once more to its end. */
+/** Tries something that is killed at each turn, and once more to its end, which must be kDone. */
 void Sweep(const std::function<std::string(unsigned lastTurn)> &tryOnce) {
     std::string end;
     unsigned turn = 0;
-    while (end != "done" && !testing::Test::HasFailure()) {
-        end = tryOnce(++turn);
-        EXPECT_NE(end, "failed");
+    while (end != kDone && !testing::Test::HasFailure()) {
+        SCOPED_TRACE("killed at turn " + std::to_string(++turn));
+        end = tryOnce(turn);
+        EXPECT_NE(end, kFailed);
     }
     EXPECT_GT(turn, 2u) << "calls are not seen";
 }
 
 TEST(Flush, KilledAtEachTurn) {
     for (const Scenario &scenario : kFlushes) {
+        SCOPED_TRACE(scenario.name);
         Sweep([&](unsigned turn) {
             const Stage stage(scenario.file, scenario.before);
             const std::string end = RunChild(turn, [&] { return Flush(stage.path, scenario.after); });
             const Body body = Recovered(ReadFolder(stage.Path()), scenario.file);
-            EXPECT_TRUE(body == scenario.after || (body == scenario.before && end != "done")) << end;
+            EXPECT_THAT(body, AnyOf(Eq(scenario.after), Eq(end == kDone ? scenario.after : scenario.before))) << end;
             return end;
         });
     }
@@ -237,6 +250,7 @@ TEST(Flush, KilledAtEachTurn) {
 
 TEST(Flush, PowerLostAfterEachCall) {
     for (const Scenario &scenario : kFlushes) {
+        SCOPED_TRACE(scenario.name);
         const Stage stage(scenario.file, scenario.before);
         Disk disk(stage.Path());
         std::set<Files> known;
@@ -244,7 +258,7 @@ TEST(Flush, PowerLostAfterEachCall) {
         const auto tryAll = [&](const Body &before) {
             disk.VisitStates([&](const Files &found) {
                 const Body body = known.insert(found).second ? Recovered(found, scenario.file) : before;
-                EXPECT_TRUE(body == before || body == scenario.after) << testing::PrintToString(found);
+                EXPECT_THAT(body, AnyOf(Eq(before), Eq(scenario.after))) << testing::PrintToString(found);
                 ++tried;
             });
         };
@@ -255,43 +269,46 @@ TEST(Flush, PowerLostAfterEachCall) {
         EXPECT_EQ(Flush(stage.path, scenario.after), 0);
         g_watch = nullptr;
         EXPECT_GT(tried, 2u) << "calls are not seen";
-        std::cout << scenario.file << ": " << tried << " states, " << known.size() << " of them different\n";
+        std::cout << scenario.name << ": " << tried << " states, " << known.size() << " of them different\n";
         known.clear();
         tryAll(scenario.after);  // what was reported as written lasts
     }
 }
 
-// Not atomic: from the first value on, until the head is whole, a crash leaves a file that does not load.
+/** Not atomic: from the first value on, until the head is whole, a crash leaves a file that does not load. */
 TEST(InPlace, KilledAtEachTurn) {
-    std::string found;
+    std::vector<std::string> found;
     Sweep([&](unsigned turn) {
         const Stage stage("x.dat", kOld);
         const std::string end = RunChild(turn, [&] {
             return TAV_ExtCfgSetRecordToFile(0, NewRecord().get(), stage.path.c_str(), nullptr) != TAV_OK;
         });
         const Body body = BodyOf(stage.path);
-        found += end + (!body ? ": broken, " : body == kOld ? ": old, " : body == kNew ? ": new, " : ": ?");
+        found.push_back(end + (!body          ? ": broken"
+                               : body == kOld ? ": old"
+                               : body == kNew ? ": new"
+                                              : ": something else"));
         return end;
     });
-    EXPECT_EQ(found,
-              "write 2: old, half of write 2: broken, sync: broken, write 4: broken, half of write 4: broken, "
-              "sync: broken, write 80: broken, half of write 80: broken, sync: new, done: new, ");
+    EXPECT_THAT(found, testing::ElementsAre("write 2: old", "half of write 2: broken", "sync: broken",  //
+                                            "write 4: broken", "half of write 4: broken", "sync: broken",
+                                            "write 80: broken", "half of write 80: broken", "sync: new", "done: new"));
 }
 
 std::string SafePatch(const std::string &path) {
     return "patch --safe " + path + " --vs 0 --class 13 14=1 15=0x0304 19=0x05060708";
 }
 
-// The way around that: the file is the old or the new one whenever the tool is killed, and a second try succeeds.
+/** The way around that: the file is the old or the new one whenever the tool is killed, and a second try succeeds. */
 TEST(SafePatch, KilledAtEachTurn) {
     Sweep([&](unsigned turn) {
         const Stage stage("x.dat", kOld);
         fs::permissions(stage.path, fs::perms{0604});
         const std::string end = RunTool(SafePatch(stage.path), turn);
         const Body body = BodyOf(stage.path);
-        EXPECT_TRUE(body == kNew || (body == kOld && end != "done")) << end;
-        EXPECT_LE(ReadFolder(stage.Path()).size(), end != "done" ? 2u : 1u);  // a draft may be left
-        EXPECT_EQ(RunTool(SafePatch(stage.path)), "done");
+        EXPECT_THAT(body, AnyOf(Eq(kNew), Eq(end == kDone ? kNew : kOld))) << end;
+        EXPECT_LE(ReadFolder(stage.Path()).size(), end == kDone ? 1u : 2u);  // a draft may be left
+        EXPECT_EQ(RunTool(SafePatch(stage.path)), kDone);
         EXPECT_EQ(BodyOf(stage.path), kNew);
         EXPECT_EQ(fs::status(stage.path).permissions(), fs::perms{0604});
         return end;
@@ -307,7 +324,7 @@ TEST(SafePatch, PowerLostAfterEachCall) {
             const TempFolder folder;
             WriteFolder(folder, found);
             const Body body = BodyOf(folder.Path("x.dat"));
-            EXPECT_TRUE(body == kNew || (body == kOld && !isOver)) << testing::PrintToString(found);
+            EXPECT_THAT(body, AnyOf(Eq(kNew), Eq(isOver ? kNew : kOld))) << testing::PrintToString(found);
             ++tried;
         });
     };
@@ -325,12 +342,12 @@ TEST(SafePatch, FailsCleanly) {
     for (const auto &[first, body] : {std::pair("trap '' XFSZ; ulimit -f 0", kOld), {":", brokenBehind}}) {
         const Stage stage("x.dat", body);
         const Files before = ReadFolder(stage.Path());
-        EXPECT_EQ(RunTool(SafePatch(stage.path), 0, first), "failed");
+        EXPECT_EQ(RunTool(SafePatch(stage.path), 0, first), kFailed);
         EXPECT_EQ(ReadFolder(stage.Path()), before);
     }
 }
 
-// At 32 MiB the log is moved away, and no line with it is lost.
+/** At 32 MiB the log is moved away, and no line with it is lost. */
 TEST(Log, RotationKilledAtEachTurn) {
     const auto lastLine = [](const std::string &path) {
         std::string line(9, ' ');
@@ -347,8 +364,8 @@ TEST(Log, RotationKilledAtEachTurn) {
             setenv("TAV_WORK_PATH", folder.Path().c_str(), 1);
             return TAV_DEBUG_WriteLogFile("crash", "test", 1, "next line");
         });
-        EXPECT_TRUE(lastLine(log + ".old") == "last line" || lastLine(log) == "last line") << end;
-        EXPECT_EQ(lastLine(log) == "next line", end == "done") << end;
+        EXPECT_THAT((std::vector{lastLine(log + ".old"), lastLine(log)}), testing::Contains("last line")) << end;
+        EXPECT_EQ(lastLine(log) == "next line", end == kDone) << end;
         return end;
     });
 }

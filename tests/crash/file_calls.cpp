@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <stdarg.h>
 #include <unistd.h>
+#include <cstdarg>
 
 #include <csignal>
 #include <string>
@@ -32,7 +32,7 @@ bool IsLastTurn(const std::string &name) {
 }
 
 /** Makes a call, which is a turn. */
-template <class Call>
+template <typename Call>
 auto TakeTurn(const std::string &name, Call call, ino_t synced = 0) {
     if (IsLastTurn(name)) {
         raise(SIGKILL);
@@ -81,7 +81,7 @@ int mkostemp(char *path, int flags) {
     return mkostemps(path, 0, flags);
 }
 
-// A write has two turns: before it, and half done.
+/** A write has two turns: before it, and half done. */
 ssize_t write(int fd, const void *data, size_t length) {
     struct stat status {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {

@@ -15,8 +15,7 @@ extern std::function<void(ino_t synced)> g_watch;
 /** Environment: the turn, from 1, at which to be killed; behind it the path of a symbolic link, to make to its name. */
 inline constexpr char kTurn[] = "TAV_TEST_TURN";
 
-/** Environment: the process stops after each turn; here is the path of a symbolic link to make to what it has synced.
- */
+/** Environment: stop after each turn; this is the path of a symbolic link, to make to what it has synced. */
 inline constexpr char kStops[] = "TAV_TEST_STOPS";
 
 #endif

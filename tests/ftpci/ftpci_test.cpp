@@ -18,7 +18,7 @@ using interposer::Call;
 using Memory = NFTPCI_MemBufBlock;
 const auto Ids = [](auto... ids) { return Join({Host32(ids)...}); };
 constexpr NFTPCI_CommHandle kHandle = {71, 72};
-constexpr uint32_t kId = 0x20000002, kFailed = NFTPCI_FAILED;
+constexpr uint32_t kId = 0x20000002, kFailed = 0xFFFFFFFF;
 const Bytes kIds = Ids(1u, kId, 3u, 0u), kPut = Ids(1u, kId, 0u, 0u);
 const Bytes kData = Join(std::vector<Bytes>(300, Text("abcdefghijklmnopq"))), kFull = Slice(kData, 0, 4096);
 
@@ -40,14 +40,16 @@ Bytes Take() {
     if (!bound || TAV_Posix_BusReceive(port, 0, &message, &length) != 0) {
         return {};
     }
-    EXPECT_TRUE(DMS_MsgSendCidGet(message) == kHandle.sender && DMS_MsgRecvIidGet(message) == 0x103);
-    EXPECT_TRUE(DMS_MEL_MSG_GET_INTF(message) == 1 && DMS_MEL_MSG_GET_SUB_INTF(message) == 3);
+    EXPECT_EQ(DMS_MsgSendCidGet(message), kHandle.sender);
+    EXPECT_EQ(DMS_MsgRecvIidGet(message), 0x103u);
+    EXPECT_EQ(DMS_MEL_MSG_GET_INTF(message), 1);
+    EXPECT_EQ(DMS_MEL_MSG_GET_SUB_INTF(message), 3);
     const Bytes taken(static_cast<uint8_t *>(message), static_cast<uint8_t *>(message) + length);
     DMS_MsgFree(72, message);
     return taken;
 }
 
-/* Calls that lack the handle alone. */
+// Calls that lack the handle alone.
 const auto Put = [](auto... a) { return [=](auto *h) { return NFTPCI_AsyncPutDiskFile(1, kId, 9, a..., h); }; };
 const auto PutMem = [](auto... a) { return [=](auto *h) { return NFTPCI_AsyncPutMemBufReq(1, kId, 9, a..., h); }; };
 const auto Block = [](Memory b) { return [=](auto *h) { return NFTPCI_AsyncTransMemBufBlock(1, kId, 3, &b, h); }; };
@@ -73,11 +75,12 @@ TEST(Requests, ArriveWholeOrNotAtAll) {
     }
     for (const auto &[send, message] : rows) {
         for (Call call : {Call::kMalloc, Call::kMsgAlloc, Call::kMemCopy, Call::kSend}) {
-            EXPECT_TRUE(send(nullptr) == kFailed && Take().empty());
+            EXPECT_EQ(send(nullptr), kFailed);
+            EXPECT_EQ(Take(), Bytes());
             const NothingLeaks nothingLeaks;
             uint32_t nth = 0;
             while (interposer::FailNth(call, ++nth), send(&kHandle) != NFTPCI_OK && interposer::Count(call) == nth) {
-                EXPECT_TRUE(Take().empty());
+                EXPECT_EQ(Take(), Bytes());
             }
             EXPECT_EQ(nth > 1, !message.empty()) << "each kind of call matters; what is refused makes none";
             EXPECT_EQ(Take(), message);
@@ -89,13 +92,18 @@ TEST(Requests, AreBuiltAndSearchedTlvByTlv) {
     const NFTPCI_ReqParam param = {9, 9, 1, kId, 3, 9, 0xABCD};
     NFTPCI_MsgMemBuf *buffer = NFTPCI_CreateReqMsg(&param, &kHandle);
     const auto add = [&](uint16_t type, uint32_t size) { return NFTPCI_AddTlvToMsg(&buffer, type, size, &kData[0]); };
-    EXPECT_TRUE(Take().empty() && add(5, 11) == NFTPCI_OK && add(5, 1) == kFailed && add(6, 0) == NFTPCI_OK);
-    EXPECT_TRUE(add(7, ~0u) == kFailed && add(7, ~50u) == kFailed && add(7, 4186) == kFailed);
+    using Codes = std::vector<uint32_t>;
+    EXPECT_EQ(Take(), Bytes());
+    EXPECT_EQ((Codes{add(5, 11), add(5, 1), add(6, 0)}), (Codes{0, kFailed, 0})) << "a type occurs once";
+    EXPECT_EQ((Codes{add(7, ~0u), add(7, ~50u), add(7, 4186)}), Codes(3, kFailed)) << "too long";
     interposer::FailNth(Call::kMemCopy, 1);
-    EXPECT_TRUE(add(7, 4185) == NFTPCI_COPY_FAILED && add(7, 4185) == NFTPCI_OK && add(8, 0) == kFailed);
+    EXPECT_EQ((Codes{add(7, 4185), add(7, 4185), add(8, 0)}), (Codes{1, 0, kFailed})) << "refused, copied, full";
     interposer::FailNth(Call::kSend, 1);
-    EXPECT_EQ(NFTPCI_ReqMsgSend(&buffer, 7, nullptr) & NFTPCI_ReqMsgSend(&buffer, 7, &kHandle), kFailed);
-    EXPECT_TRUE(NFTPCI_ReqMsgSend(&buffer, 7, &kHandle) == NFTPCI_OK && buffer == nullptr);
+    for (const uint32_t code : {kFailed, 0u}) {
+        EXPECT_EQ(NFTPCI_ReqMsgSend(&buffer, 7, nullptr), kFailed);
+        EXPECT_EQ(NFTPCI_ReqMsgSend(&buffer, 7, &kHandle), code);
+        EXPECT_EQ(buffer == nullptr, code == 0);
+    }
     const Bytes tlvs = Join({MsgTlv(5, Slice(kData, 0, 11)), MsgTlv(6, {}), MsgTlv(7, Slice(kData, 0, 4185))});
     Bytes message = Take();
     EXPECT_EQ(message, Message(0, 7, kIds, Word(0xABCD), tlvs));
@@ -143,20 +151,26 @@ TEST(ByteOrder, OfEveryTypeAndLength) {
     local = Message(0x80, 7, Ids(1u, kId, 3u, 9u), Word(0xABCD), Join({local, Word(4), Word(5), Text("abcd")}));
     Bytes message = foreign;
     DebugLog log;
-    EXPECT_TRUE(TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()) == TAVFTPCI_OK && message == local);
-    log.Expect(reports);
-    EXPECT_TRUE(TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()) == TAVFTPCI_OK && message == local);
+    for (const bool again : {false, true}) {
+        EXPECT_EQ(TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()), 0u);
+        EXPECT_EQ(message, local);
+        log.Expect(again ? std::vector<LogEntry>() : reports);
+    }
     message[2] = 0x84;
-    EXPECT_TRUE(TAVFTPCI_SwapMsgBodyByteOrder2Net(message.data()) == TAVFTPCI_OK && message == local);
+    EXPECT_EQ(TAVFTPCI_SwapMsgBodyByteOrder2Net(message.data()), 0u);
+    EXPECT_EQ(message, local);
     reports = {{"TAVFTPCI_MsgHeaderSwapByteOrder", "msg len too small (7 < Common Header(32))"},
                {walk, "change msg header fail"}};
     for (size_t total = 0; total < 500; ++total) {  // too short, cut off anywhere, and ever more damaged behind 62
         foreign[62 + total * 7919 % 500] = static_cast<uint8_t>(total % 26);
         message = Join({Word(total), Slice(foreign, 2, std::max<size_t>(total, 4))});
         const Bytes before = message;
-        EXPECT_EQ(TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()), total < 32 ? TAVFTPCI_FAILED : TAVFTPCI_OK);
-        EXPECT_TRUE((message == before) == (total < 32) && (log.Take() == reports) == (total < 32)) << total;
-        EXPECT_TRUE((total != 40 && total != 62) || Slice(message, 32, total) == Slice(local, 32, total)) << total;
+        EXPECT_EQ(TAVFTPCI_SwapMsgBodyByteOrder2Loc(message.data()), total < 32 ? 1u : 0u);
+        EXPECT_EQ(message == before, total < 32) << total;
+        EXPECT_EQ(log.Take() == reports, total < 32) << total;
+        if (total == 40 || total == 62) {
+            EXPECT_EQ(Slice(message, 32, total), Slice(local, 32, total)) << total;
+        }
     }
 }
 

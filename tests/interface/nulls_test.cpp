@@ -64,7 +64,8 @@ TEST(Nulls, Store) {
     TAV_ExtCfgVsNodeFree(nullptr);
     TAV_ExtCfgClassNodeFree(nullptr);
     TAV_ExtCfgRecordNodeFree(nullptr);
-    EXPECT_TRUE(buffer == bytes && word == 7);
+    EXPECT_EQ(buffer, bytes);
+    EXPECT_EQ(word, 7u);
 }
 
 TEST(Nulls, Crypt) {
@@ -118,7 +119,9 @@ TEST(Nulls, Crypt) {
     EXPECT_EQ(TAV_AsciiVisible(bytes, 1, nullptr, 4), kMinus1);
     EXPECT_EQ(TAV_AsciiUnvisible(nullptr, bytes, &word), kMinus1);
     EXPECT_EQ(TAV_AsciiUnvisible(text, nullptr, &word), kMinus1);
-    EXPECT_TRUE(std::string(text) == "text" && word == 7 && half == 7);
+    EXPECT_STREQ(text, "text");
+    EXPECT_EQ(word, 7u);
+    EXPECT_EQ(half, 7u);
 }
 
 TEST(Nulls, Common) {

@@ -1,7 +1,7 @@
 #include "bytes.h"
 
 #include <openssl/evp.h>
-#include <stdlib.h>
+#include <cstdlib>
 
 #include <chrono>
 #include <fstream>

@@ -51,10 +51,10 @@ inline Bytes Be32(uint32_t value) {
 }
 
 /** The bytes of an integer as this host keeps it. */
-template <class Integer>
+template <typename Integer>
 Bytes HostBytes(Integer value) {
     const auto *bytes = reinterpret_cast<const uint8_t *>(&value);
-    return Bytes(bytes, bytes + sizeof value);
+    return Bytes(bytes, bytes + sizeof(value));
 }
 
 inline constexpr auto Host16 = HostBytes<uint16_t>;

@@ -25,7 +25,7 @@ struct LogEntry {
 
 /** The folder of the library's log in this process, and the log's path. */
 inline std::string LogFolder() {
-    return std::string(std::getenv("TAV_WORK_PATH")) + "var/log";
+    return std::string(getenv("TAV_WORK_PATH")) + "var/log";
 }
 inline std::string LogPath() {
     return LogFolder() + "/tav_debug.log";
@@ -57,7 +57,7 @@ class DebugLog {
             const std::string line = text.substr(at, end - at);
             char name[128] = "";
             int head = 0;
-            std::sscanf(line.c_str(), "\r\n[%*4u-%*2u-%*2u %*2u:%*2u:%*2u.%*3u]: [%127[^:]: %*u]%n", name, &head);
+            sscanf(line.c_str(), "\r\n[%*4u-%*2u-%*2u %*2u:%*2u:%*2u.%*3u]: [%127[^:]: %*u]%n", name, &head);
             EXPECT_TRUE(line.starts_with("\r\n[") && head > 0) << "no log entry: " << line;
             entries.push_back({name, line.substr(std::min(static_cast<size_t>(head) + 1, line.size()))});
         }

@@ -45,15 +45,16 @@ struct Here {
     const char *function;
 };
 
-/** Counts one call from the library, and lists it when it has words for the list; tells whether it is to fail. */
-template <class... Words>
+/** Counts one call from the library, and lists it when it has words for the list. Returns whether it is to fail. */
+template <typename... Words>
 bool Fails(Here call, const Words &...words) {
     if (g_depth > 0) {
         return false;
     }
     ++g_state.counts[call.kind];
-    ++g_state.counts[Call::kAny];
-    bool fails = (g_state.failKind == call.kind || g_state.failKind == Call::kAny) &&
+    const bool isOfAny = call.kind != Call::kMemFill;
+    g_state.counts[Call::kAny] += isOfAny ? 1 : 0;
+    bool fails = (g_state.failKind == call.kind || (g_state.failKind == Call::kAny && isOfAny)) &&
                  g_state.counts[g_state.failKind] == g_state.failNth;
     if constexpr (sizeof...(words) > 0) {
         std::ostringstream text;
@@ -69,14 +70,14 @@ bool Fails(Here call, const Words &...words) {
 }
 
 /** Counts a call that answers 0 or a code, and makes it unless it is to fail; it writes nothing then. */
-template <class Function, class... Arguments>
+template <typename Function, typename... Arguments>
 uint32_t CodeOf(Here call, Function next, Arguments... arguments) {
     return Fails(call) ? kPlatformCode : next(arguments...);
 }
 
 std::string Formatted(const char *format, va_list arguments) {
     char text[8192];
-    return std::string(text, static_cast<size_t>(std::vsnprintf(text, sizeof text, format, arguments)));
+    return std::string(text, static_cast<size_t>(vsnprintf(text, sizeof(text), format, arguments)));
 }
 
 uint32_t CutLength(uint32_t length) {
@@ -90,7 +91,7 @@ std::string NameOf(const char *path) {
 }
 
 /** A function of the platform, with everything that it calls in turn left uncounted. */
-template <class Function>
+template <typename Function>
 auto Uncounted(Function *function) {
     struct Depth {
         Depth() { ++g_depth; }
@@ -143,10 +144,6 @@ const std::vector<std::string> &Listed() {
     return g_state.listed;
 }
 
-}  // namespace interposer
-
-using namespace interposer;
-
 // The platform's function of this name, which stands behind the one of this program.
 #define PLATFORM(function)                                                                           \
     Uncounted([] {                                                                                   \
@@ -158,6 +155,9 @@ extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
     void *block = Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
+    if (block != nullptr) {
+        memset(block, 0xA5, size);  // so that it shows what is not set
+    }
     if (g_state.freeWatcher && block != nullptr) {
         g_state.watched[block] = size;
     }
@@ -186,6 +186,10 @@ uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t reserved, uint32_t code, 
 
 int memcpy_s(void *dest, size_t destMax, const void *src, size_t count) {
     return Fails(Call::kMemCopy) ? -1 : PLATFORM(memcpy_s)(dest, destMax, src, count);
+}
+
+int memset_s(void *dest, size_t destMax, int value, size_t count) {
+    return Fails(Call::kMemFill) ? -1 : PLATFORM(memset_s)(dest, destMax, value, count);
 }
 
 int strncpy_s(char *dest, size_t destMax, const char *src, size_t count) {
@@ -427,3 +431,5 @@ uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output,
 }
 
 }  // extern "C"
+
+}  // namespace interposer

@@ -21,6 +21,7 @@ enum class Call {
     kMsgAlloc,
     kSend,
     kMemCopy,
+    kMemFill,
     kStrNCopy,
     kOpen,
     kRead,
@@ -36,7 +37,7 @@ enum class Call {
     kLogClose,
     kOther,
     kUnlisted,  // formatting, settings, ciphers, and the debug log's file but for its close
-    kAny        // all of these together
+    kAny        // all of these together, but for kMemFill: fills wipe secrets, which must not fail in passing
 };
 
 /** What a failing platform call answers where it may answer with a code of its own. */

@@ -1,7 +1,7 @@
 /*
  * Start of a test program: a working directory of its own for the log, and the start-up call of a host.
  */
-#include <stdlib.h>
+#include <cstdlib>
 
 #include <filesystem>
 

@@ -1,6 +1,6 @@
 #include "store.h"
 
-#include "tav_rbtree.h"
+#include "tav_extcfg_nodes.h"
 
 Record MakeRecord(uint32_t cid, const std::vector<Field> &fields) {
     Record record(TAV_ExtCfgRecordNodeCreate(cid));
@@ -44,7 +44,7 @@ Bytes Encode(const TAV_ExtCfgRecordNode *record) {
 }
 
 const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record) {
-    return reinterpret_cast<const SLL_List *>(reinterpret_cast<const uint8_t *>(record) + sizeof(TAV_RBT_Node));
+    return &record->fields;
 }
 
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {

@@ -12,18 +12,8 @@
 #include <vector>
 
 #include "bytes.h"
-#include "platform/mel_memory.h"
-#include "tav_extcfg.h"
+#include "owned.h"
 #include "tav_posix.h"
-
-struct Release {
-    void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
-    void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
-    void operator()(uint8_t *block) const { MEL_Free_F(block, "tests", 0); }
-};
-using Record = std::unique_ptr<TAV_ExtCfgRecordNode, Release>;
-using Store = std::unique_ptr<CfgLocal, Release>;
-using Block = std::unique_ptr<uint8_t, Release>;
 
 /** One field of a record, its value in host order. */
 struct Field {
@@ -42,7 +32,7 @@ Store Open(uint32_t mode, const std::string &path, const std::string &refer = {}
 /** Adds a record; one that is refused is freed. */
 uint32_t Add(const Store &store, uint32_t vsId, Record record);
 
-/** The value of a record's field in host order, or none. */
+/** Returns the value of a record's field in host order; nothing when there is no such field. */
 std::optional<Bytes> ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid);
 
 /** The record as a TLV of the file. */
@@ -54,7 +44,7 @@ const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record);
 /** Copies bytes into a heap block of just their size, so that a read beyond them is seen. */
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
 
-/** Fails the test when blocks of the platform's allocator are left over or missing when it goes. */
+/** Fails the test when, as it goes, blocks of the platform's allocator are left over or missing. */
 class NothingLeaks {
   public:
     NothingLeaks() { TAV_Posix_MemTotal(&before_); }

@@ -9,28 +9,26 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string>
 #include <thread>
 
 #include "aru_detect.h"
-#include "detect/message.h"
-#include "platform/dms_message.h"
+#include "letter.h"
 #include "tav_extcfg.h"
 #include "tav_posix.h"
 #include "tav_posix_bus.h"
 
 namespace {
 
-constexpr uint32_t kDetector = 7, kSubscriber = 9, kVs = 3, kVr = 2;
+constexpr uint32_t kDetector = 7, kSubscriber = 9, kSubscriberKind = 180, kVs = 3, kVr = 2;
 constexpr uint16_t kType = 100;
 
 void Need(bool holds, const char *what) {
     if (!holds) {
-        std::printf("failed: %s\n", what);
-        std::fflush(stdout);
-        std::_Exit(1);
+        printf("failed: %s\n", what);
+        fflush(stdout);
+        _Exit(1);
     }
 }
 
@@ -41,7 +39,7 @@ long ResidentKilobytes() {
 }
 
 /** Does something many times; from a tenth of them on it must take no more memory. */
-template <class Step>
+template <typename Step>
 void Repeat(const char *what, uint32_t times, Step step) {
     const auto begin = std::chrono::steady_clock::now();
     long warm = 0;
@@ -51,7 +49,7 @@ void Repeat(const char *what, uint32_t times, Step step) {
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
     const long end = ResidentKilobytes();
-    std::printf("%u %s in %.1f s; %ld KB after a tenth, %ld KB in the end\n", times, what, seconds.count(), warm, end);
+    printf("%u %s in %.1f s; %ld KB after a tenth, %ld KB in the end\n", times, what, seconds.count(), warm, end);
     Need(end <= warm + 256, "flat memory");
 }
 
@@ -60,15 +58,16 @@ void EditStore(const std::string &path, uint32_t cycle) {
     const uint32_t key = cycle % 50;
     CfgLocal *const local = TAV_ExtCfgOpen(TAV_EXT_MODE_READ_WRITE, path.c_str(), nullptr);
     TAV_ExtCfgRecordNode *const record = TAV_ExtCfgRecordNodeCreate(13);
-    TAV_ExtCfgRecordAddFieldValue(record, 14, sizeof key, &key);
-    TAV_ExtCfgRecordAddFieldValue(record, 12, sizeof cycle, &cycle);
+    TAV_ExtCfgRecordAddFieldValue(record, 14, sizeof(key), &key);
+    TAV_ExtCfgRecordAddFieldValue(record, 12, sizeof(cycle), &cycle);
     TAV_ExtCfgDelRecord(0, record, local);
-    Need(TAV_ExtCfgAddRecord(0, record, local) == TAV_OK && TAV_ExtCfgFlush(local) == TAV_OK, "edit");
+    Need(TAV_ExtCfgAddRecord(0, record, local) == TAV_OK, "add");
+    Need(TAV_ExtCfgFlush(local) == TAV_OK, "flush");
     Need(TAV_ExtCfgClose(local) == TAV_OK, "close");
 }
 
 /** Sends, again for as long as the receiver is busy. */
-template <class Send>
+template <typename Send>
 void Insist(Send send) {
     uint32_t code;
     while ((code = send()) == ARU_DETECT_SEND_FAILED) {
@@ -77,21 +76,13 @@ void Insist(Send send) {
     Need(code == ARU_DETECT_OK, "subscription or event");
 }
 
-/** Reports an event; every fourth time a subscription comes or goes before. */
+/** Reports an event; every fourth time a subscription comes or goes before: two come for each one that goes. */
 void Detect(ARU_Detect_Handle *handle, uint32_t round) {
     if (round % 4 == 0) {
-        const auto operation = static_cast<uint16_t>(18 + round / 4 % 3 / 2);
-        const struct {
-            detect::Header header;
-            detect::LrVrTlv ids;
-            detect::WordTlv event, key;
-            detect::TlvHeader condition;
-        } letter = {
-            {48, 0, 14, 1, operation, 0, 0}, {{2, 8}, 1, 1}, {{17, 4}, 1}, {{18, 4}, round / 4 % 20}, {kType, 0}};
-        void *const message = MEL_MsgAlloc_F(kSubscriber, sizeof letter, "soak", 0);
-        std::memcpy(message, &letter, sizeof letter);
-        Insist([=] { return ARU_Detect_ProcMsg(kVs, handle, message); });
-        DMS_MsgFree(kSubscriber, message);
+        const uint32_t turn = round / 4;
+        const auto letter =
+            Letter(kSubscriber, turn % 3 == 2 ? Request::kUnsubscribe : Request::kSubscribe, turn % 20, kType);
+        Insist([&] { return ARU_Detect_ProcMsg(kVs, handle, letter.get()); });
     }
     Insist([=] { return ARU_Detect_Filter(kVs, handle, round % 7, 0); });
 }
@@ -113,28 +104,34 @@ uint32_t Drain(TAV_Posix_BusPort *port, const std::atomic<bool> &isAllSent) {
 
 int main(int argc, char **argv) {
     Need(argc == 4, "usage: soak FOLDER CYCLES EVENTS");
-    setenv("TAV_BUS_PATH", argv[1], 1), setenv("TAV_ENV_5", "2", 1);
+    setenv("TAV_BUS_PATH", argv[1], 1);
+    setenv("TAV_ENV_5", std::to_string(kVr).c_str(), 1);
     TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
     TAV_Posix_BusPort *port = nullptr;
-    Need(TAV_Posix_BusBind(kSubscriber, &port) == 0 && TAV_Posix_BusServe(port, 180, kVr, kVs) == 0, "bind");
+    Need(TAV_Posix_BusBind(kSubscriber, &port) == 0, "bind");
+    Need(TAV_Posix_BusServe(port, kSubscriberKind, kVr, kVs) == 0, "serve");
     std::atomic<bool> isAllSent = false;
     uint32_t received = 0;
     std::thread receiver([&] { received = Drain(port, isAllSent); });
     ARU_Detect_Handle *const handle = ARU_Detect_Init(1, kDetector, kVs, nullptr, nullptr, 0);
     const auto match = [](auto, auto, uintptr_t event, auto, auto) { return event != 0 ? 1u : 0u; };
     ARU_Detect_RegisterCond(kVs, handle, kType, nullptr, match, nullptr, nullptr, nullptr);
-    Repeat("events", static_cast<uint32_t>(std::atoi(argv[3])), [=](uint32_t round) { Detect(handle, round); });
+    Repeat("events", static_cast<uint32_t>(atoi(argv[3])), [=](uint32_t round) { Detect(handle, round); });
     isAllSent = true;
     receiver.join();
     ARU_Detect_UnInit(handle);
     TAV_Posix_BusUnbind(port);
     const std::string path = std::string(argv[1]) + "/soak.dat";
-    Repeat("cycles", static_cast<uint32_t>(std::atoi(argv[2])), [&](uint32_t cycle) { EditStore(path, cycle); });
+    Repeat("cycles", static_cast<uint32_t>(atoi(argv[2])), [&](uint32_t cycle) { EditStore(path, cycle); });
     TAV_Posix_BusCounts bus;
     TAV_Posix_MemAccount memory;
-    TAV_Posix_BusAccount(&bus), TAV_Posix_MemTotal(&memory);
-    std::printf("%u messages sent, %u received; left over: %u messages, %u blocks\n", bus.sent, received, bus.alive,
-                static_cast<uint32_t>(memory.blocks));
-    Need(received == bus.sent && bus.alive == 0 && memory.blocks == 0 && memory.bytes == 0, "accounts at zero");
+    TAV_Posix_BusAccount(&bus);
+    TAV_Posix_MemTotal(&memory);
+    printf("%u messages sent, %u received; left over: %u messages, %u blocks\n", bus.sent, received, bus.alive,
+           static_cast<uint32_t>(memory.blocks));
+    Need(received == bus.sent, "every message received");
+    Need(bus.alive == 0, "no message left over");
+    Need(memory.blocks == 0, "no block left over");
+    Need(memory.bytes == 0, "no byte left over");
     return 0;
 }

@@ -35,7 +35,7 @@ TEST_F(EditTest, ValuesByDataType) {
     const struct {
         uint32_t fid;
         std::string typed, hex, shown;
-        std::string json = {};  // in an export; none for the bytes in hexadecimal
+        std::string json = {};  // in an export; empty for the bytes in hexadecimal
     } rows[] = {
         {19, "4294967295", "ffffffff", "4294967295", "4294967295"},
         {19, "0x10", "00000010", "16", "16"},
@@ -66,9 +66,9 @@ TEST_F(EditTest, ValuesByDataType) {
         Out("add" + at + " " + fid + "=" + row.typed);
         EXPECT_EQ(Out("get" + at + " --field " + fid), row.shown + "\n");
         // What is shown can be typed in again.
-        EXPECT_EQ(Out("set" + at + " '" + fid + "=" + row.shown + "'").rfind("nothing to write", 0), 0u) << row.shown;
+        EXPECT_THAT(Out("set" + at + " '" + fid + "=" + row.shown + "'"), StartsWith("nothing to write"));
         const std::string json = row.json.empty() ? "{\"hex\":\"" + row.hex + "\"}" : row.json;
-        EXPECT_NE(Out("export y.dat").find("],[" + fid + "," + json + "]]}]}]}"), std::string::npos) << json;
+        EXPECT_THAT(Out("export y.dat"), HasSubstr("],[" + fid + "," + json + "]]}]}]}"));
     }
     EXPECT_EQ(WithoutTime(Content("y.dat")), Image(VsTlv(0, records)));
     Out("export y.dat >y.json");
@@ -90,9 +90,10 @@ TEST_F(EditTest, MalformedCommandLinesAreUsageErrors) {
         Refused(2, "", "add" + kIn13 + fields);
     }
     Refused(2, "twice", "patch" + kIn13 + "14=5 15=1 15=2");
+    Refused(2, "key field 14 of class 13 is given twice", "add" + kIn13 + "14=9 14=8");
     Refused(2, "no key field", "get" + kIn13 + "14=5 15=1");
     Refused(2, "key field 14 of class 13 is missing", "del" + kIn13 + "15=1");
-    EXPECT_NE(Out("add --help").find("FID=VALUE"), std::string::npos);
+    EXPECT_THAT(Out("add --help"), HasSubstr("FID=VALUE"));
 }
 
 TEST_F(EditTest, ShowPrintsAlignedTables) {
@@ -132,8 +133,10 @@ TEST_F(EditTest, PatchWritesInPlaceOrNotAtAll) {
     Refused(1, "malformed at offset 138", "patch y.dat --vs 0 --class 13 14=7 15=1");
 }
 
-// Neither a broken file, nor one beside a backup: the library would replace the backup, and delete it in the end; after
-// a crash it may be all that is left.
+/**
+ * Neither a broken file, nor one beside a backup: the library would replace the backup, and delete it in the end; after
+ * a crash it may be all that is left.
+ */
 TEST_F(EditTest, BrokenFilesAndFilesWithABackupAreNotWritten) {
     Put("bad.dat", Damaged(SmallImage(), kChecksumAt));
     Put("x.dat.bak", "precious");

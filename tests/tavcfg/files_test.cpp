@@ -21,7 +21,7 @@ TEST_F(FilesTest, ConvertKeepsEveryByte) {
     Refused(1, "not a regular file", "convert x.dat dir.dat");
 }
 
-// A limit on the size of files stands for a full disk; the message gets past it through a pipe.
+/** A limit on the size of files stands for a full disk; the message gets past it through a pipe. */
 TEST_F(FilesTest, AFailedWriteLeavesTheOldFile) {
     Out("add y.dat --vs 0 --class 13 14=6");
     Out("convert y.dat y.zip");
@@ -66,7 +66,7 @@ TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
 TEST_F(FilesTest, DebugLog) {
     const std::string logging =
         "verify x.dat; TAV_WORK_PATH='" + Path("work") + "' '" TAVCFG_PROGRAM "' verify --log x.dat";
-    EXPECT_NE(Out(logging + " 2>&1").find("goes to " + Path("work") + "/var/log/tav_debug.log"), std::string::npos);
+    EXPECT_THAT(Out(logging + " 2>&1"), HasSubstr("goes to " + Path("work") + "/var/log/tav_debug.log"));
     std::filesystem::create_directories(Path("work/var/log"));
     Out(logging);
     EXPECT_TRUE(Has("work/var/log/tav_debug.log"));
@@ -77,31 +77,32 @@ TEST_F(FilesTest, RecoverKeepsTheNewestThatLoads) {
         const Bytes time = Join({Be16(2024), {5, day, 0, 0, 0, 0}, Be32(0)});
         return ImageWithHead({Tlv(3, Be32(0x08070001)), Tlv(4, time), Tlv(5, Sha256(body))}, body);
     };
-    const Bytes none, old = dated(SmallBody(), 1), young = dated(VsTlv(0, {Rec13(1, 1)}), 2);
+    const Bytes absent, old = dated(SmallBody(), 1), young = dated(VsTlv(0, {Rec13(1, 1)}), 2);
     const Bytes bad = Slice(young, 0, young.size() - 1);
     const struct {
-        Bytes file, backup;  // as found; none for a file that is missing
-        std::string says;    // none for a refusal
-        Bytes kept;
+        Bytes file, backup;  // as found
+        std::string says;    // empty for a refusal
+        Bytes kept = {}, broken = {};
     } states[] = {
-        {young, none, "nothing to recover: x.dat loads, and there is no backup\n", young},
+        {young, absent, "nothing to recover: x.dat loads, and there is no backup\n", young},
         // A crash after the backup, within the write, and after it.
-        {none, old, "recovered x.dat from x.dat.bak: it was missing\n", old},
-        {bad, old, "recovered x.dat from x.dat.bak: it does not load and was moved to x.dat.broken\n", old},
+        {absent, old, "recovered x.dat from x.dat.bak: it was missing\n", old},
+        {bad, old, "recovered x.dat from x.dat.bak: it does not load and was moved to x.dat.broken\n", old, bad},
         {young, old, "kept x.dat, deleted x.dat.bak: both load, the backup is not newer\n", young},
         // No crash leaves these, but somebody may.
         {old, young, "recovered x.dat from x.dat.bak: both load, the backup is newer\n", young},
-        {young, bad, "kept x.dat; the backup does not load and was moved to x.dat.bak.broken\n", young},
-        {none, none, "", none},
-        {bad, none, "", none},
-        {none, bad, "", none},
-        {bad, bad, "", none},
+        {young, bad, "kept x.dat; the backup does not load and was moved to x.dat.bak.broken\n", young, bad},
+        {absent, absent, ""},
+        {bad, absent, ""},
+        {absent, bad, ""},
+        {bad, bad, ""},
     };
     for (const auto &state : states) {
-        for (const char *name : {"x.dat", "x.dat.bak", "x.dat.broken", "x.dat.bak.broken"}) {
-            std::remove(Path(name).c_str());
-        }
+        SCOPED_TRACE(state.says);
         for (const auto &[name, content] : {std::pair("x.dat", state.file), {"x.dat.bak", state.backup}}) {
+            for (const std::string suffix : {"", ".broken"}) {
+                std::filesystem::remove(Path(name + suffix));
+            }
             if (!content.empty()) {
                 Put(name, content);
             }
@@ -111,14 +112,13 @@ TEST_F(FilesTest, RecoverKeepsTheNewestThatLoads) {
             continue;
         }
         EXPECT_EQ(Out("recover x.dat"), state.says);
-        EXPECT_EQ(Content("x.dat"), state.kept) << state.says;
-        EXPECT_FALSE(Has("x.dat.bak")) << state.says;
-        const bool hasBroken = state.file == bad || state.backup == bad;
-        EXPECT_EQ(Join({Content("x.dat.broken"), Content("x.dat.bak.broken")}), hasBroken ? bad : none) << state.says;
+        EXPECT_EQ(Content("x.dat"), state.kept);
+        EXPECT_FALSE(Has("x.dat.bak"));
+        EXPECT_EQ(Join({Content("x.dat.broken"), Content("x.dat.bak.broken")}), state.broken);
     }
 }
 
-// The backup of an archive still holds the archive's own member; and what was put aside earlier stays.
+/** The backup of an archive still holds the archive's own member; and what was put aside earlier stays. */
 TEST_F(FilesTest, RecoverTakesArchives) {
     Out("convert x.dat x.zip");
     const Bytes archive = Content("x.zip"), half = Slice(archive, 0, archive.size() / 2);

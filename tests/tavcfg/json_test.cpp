@@ -60,10 +60,10 @@ TEST_F(JsonTest, ImportOfAnExportGivesTheSameBody) {
     // Records of the classes of the frame itself, one without a key; fields that are containers; type 0.
     ExpectRoundTrip(Image(VsTlv(4294967295u, {Tlv(1, {Tlv(0, Text("zero")), Tlv(13, Text("inner"))}),
                                               Tlv(2, {Tlv(6, Be32(9)), Tlv(6, Be32(8))})})));
-    for (unsigned seed = 1; seed <= 40; seed++) {
+    for (unsigned seed = 1; seed <= 40; ++seed) {
         SCOPED_TRACE(seed);
         Random random(seed);
-        std::remove(Path("x.dat").c_str());
+        remove(Path("x.dat").c_str());
         MakeRandomFile(Path("x.dat"), random);
         ExpectRoundTrip(Content("x.dat"));
     }

@@ -33,8 +33,8 @@ Result ToolTest::Run(const std::string &arguments) {
     Result result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, TextOf(output.Path("out")),
                   TextOf(output.Path("error"))};
     const bool isDone = result.code == 0 || (result.code == 1 && arguments.starts_with("diff "));
-    const bool isOneLine = result.error.starts_with("tavcfg: ") && result.error.find('\n') == result.error.size() - 1;
-    EXPECT_TRUE(isDone ? result.error.empty() : isOneLine && result.code > 0) << arguments << ": " << result.error;
+    EXPECT_GE(result.code, 0) << arguments << " was killed";
+    EXPECT_THAT(result.error, testing::MatchesRegex(isDone ? "" : "tavcfg: [^\n]*\n")) << arguments;
     return result;
 }
 
@@ -48,23 +48,6 @@ void ToolTest::Refused(int code, const std::string &why, const std::string &argu
     const auto before = FilesIn(folder_.Path());
     const Result result = Run(arguments);
     EXPECT_EQ(result.code, code) << arguments << ": " << result.error;
-    EXPECT_NE(result.error.find(why), std::string::npos) << arguments << ": " << result.error;
-    EXPECT_TRUE(FilesIn(folder_.Path()) == before) << arguments << " changed a file";
-}
-
-Bytes Damaged(Bytes bytes, size_t offset) {
-    bytes.at(offset) ^= 0x15;
-    return bytes;
-}
-
-Bytes Rec13(uint32_t key, uint32_t value) {
-    return Tlv(13, {Tlv(14, Be32(key)), Tlv(15, Be16(value))});
-}
-
-Bytes SmallBody() {
-    return Join({VsTlv(0, {Rec13(5, 1), Rec13(7, 2), Tlv(7, {Tlv(8, Text("ssh")), Tlv(9, Be16(22))})}), VsTlv(3, {})});
-}
-
-Bytes SmallImage() {
-    return Image(SmallBody());
+    EXPECT_THAT(result.error, HasSubstr(why)) << arguments;
+    EXPECT_EQ(FilesIn(folder_.Path()), before) << arguments << " changed a file";
 }

@@ -4,6 +4,7 @@
 #ifndef TAV_TESTS_TAVCFG_TOOL_H
 #define TAV_TESTS_TAVCFG_TOOL_H
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,14 +18,27 @@ struct Result {
 };
 
 /** The bytes with some bits of one of them turned over. */
-Bytes Damaged(Bytes bytes, size_t offset);
+inline Bytes Damaged(Bytes bytes, size_t offset) {
+    bytes.at(offset) ^= 0x15;
+    return bytes;
+}
 
 /** A class 13 record TLV with key field 14, and a 16-bit field 15. */
-Bytes Rec13(uint32_t key, uint32_t value);
+inline Bytes Rec13(uint32_t key, uint32_t value) {
+    return Tlv(13, {Tlv(14, Be32(key)), Tlv(15, Be16(value))});
+}
 
 /** A small file: VS 0 with records 5 and 7 of class 13 and one of class 7, and an empty VS 3. */
-Bytes SmallBody();
-Bytes SmallImage();
+inline Bytes SmallBody() {
+    return Join({VsTlv(0, {Rec13(5, 1), Rec13(7, 2), Tlv(7, {Tlv(8, Text("ssh")), Tlv(9, Be16(22))})}), VsTlv(3, {})});
+}
+inline Bytes SmallImage() {
+    return Image(SmallBody());
+}
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
 
 /** Runs the tool in a folder that holds the small file as x.dat. */
 class ToolTest : public testing::Test {

@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "errors.h"
-#include "store.h"
 #include "value.h"
 #include "value_forms.h"
 
@@ -45,6 +46,9 @@ Record ParseRecord(uint32_t cid, const std::vector<std::string> &assignments) {
     for (const uint32_t fid : KeyFids(cid)) {
         if (record.Find(fid) == nullptr) {
             throw UsageError(fmt::format("key field {} of class {} is missing", fid, cid));
+        }
+        if (std::ranges::count(record.fields, fid, &Field::fid) > 1) {
+            throw UsageError(fmt::format("key field {} of class {} is given twice", fid, cid));
         }
     }
     return record;

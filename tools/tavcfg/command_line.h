@@ -7,18 +7,16 @@
 #include <functional>
 #include <optional>
 
-#include "commands.h"
-
 namespace tavcfg {
 
 /** What to do. */
 struct Invocation {
-    std::function<int(const Options &)> run;
-    Options options;
-    int failureCode = 1;  // exit code of a Failure
+    bool logs = false;         // the debug log is to be switched on
+    int failureCode = 1;       // exit code of a Failure
+    std::function<int()> run;  // needs the library's types. Returns the exit code. Throws Failure and UsageError
 };
 
-/** Parses the command line. Returns none when help was asked for and printed. Throws UsageError. */
+/** Parses the command line. Returns nothing when help was asked for and printed. Throws UsageError. */
 std::optional<Invocation> ParseCommandLine(int argc, const char *const *argv);
 
 }  // namespace tavcfg

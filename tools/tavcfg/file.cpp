@@ -75,19 +75,19 @@ void RequireWritable(const File &file) {
 
 std::string ReadText(const std::string &name) {
     struct Close {
-        void operator()(std::FILE *file) const { std::fclose(file); }
+        void operator()(std::FILE *file) const { fclose(file); }
     };
     const bool isInput = name == "-";
-    const std::unique_ptr<std::FILE, Close> file(isInput ? nullptr : std::fopen(name.c_str(), "rb"));
+    const std::unique_ptr<std::FILE, Close> file(isInput ? nullptr : fopen(name.c_str(), "rb"));
     std::FILE *source = isInput ? stdin : file.get();
     std::string text;
     if (source != nullptr) {
         char buffer[1 << 16];
-        while (const size_t count = std::fread(buffer, 1, sizeof(buffer), source)) {
+        while (const size_t count = fread(buffer, 1, sizeof(buffer), source)) {
             text.append(buffer, count);
         }
     }
-    if (source == nullptr || std::ferror(source) != 0) {
+    if (source == nullptr || ferror(source) != 0) {
         throw Failure(fmt::format("cannot read {}: {}", isInput ? "standard input" : name,
                                   std::generic_category().message(errno)));
     }

@@ -23,7 +23,7 @@ struct Target {
     File file;
     std::optional<File> refer;
 
-    /** The refer file's path as the library wants it: null for none. */
+    /** The refer file's path as the library wants it: null without one. */
     const char *ReferPath() const { return refer ? refer->path.c_str() : nullptr; }
 };
 
@@ -36,10 +36,10 @@ File BackupOf(const File &file);
 /** The given file under a longer name, for putting it aside. */
 File WithSuffix(const File &file, const std::string &suffix);
 
-/** Tells whether anything has this name. Throws Failure when that cannot be told. */
+/** Returns whether anything has this name. Throws Failure when that cannot be told. */
 bool Exists(const File &file);
 
-/** Tells whether two names lead to the same existing file. */
+/** Returns whether two names lead to the same existing file. */
 bool SameFile(const File &a, const File &b);
 
 /**

@@ -34,6 +34,8 @@ struct Frame {
     std::vector<Tlv> head;  // the head's fields
     uint32_t headSize = 0;  // bytes of the head with its TLV header: the offset of the body
     std::vector<Tlv> body;  // what follows the head
+
+    /** The first head field of a type, or null. */
     const Tlv *HeadField(uint32_t type) const;
 };
 

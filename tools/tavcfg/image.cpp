@@ -32,7 +32,7 @@ void RequireReadable(const File &file, const char *whatSize) {
     if (!fs::is_regular_file(status)) {
         refuse(fs::is_directory(status) ? "it is a directory" : "it is not a regular file");
     }
-    if (::access(file.path.c_str(), R_OK) != 0) {
+    if (access(file.path.c_str(), R_OK) != 0) {
         refuse(std::generic_category().message(errno));
     }
     const uintmax_t size = fs::file_size(file.path, error);
@@ -81,7 +81,11 @@ Image ReadArchive(const File &file) {
     if (image.size == 0 || image.size > TAV_EXT_MAX_FILE_SIZE) {
         refuse(fmt::format("the archive's member has {} bytes, it must have 1 byte to 100 MiB", image.size));
     }
-    image.data = NewBlock(image.size);
+    image.data.reset(
+        static_cast<uint8_t *>(MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], image.size, "tavcfg", __LINE__)));
+    if (image.data == nullptr) {
+        throw std::bad_alloc();
+    }
     if (BEX_UnzipToBuffer(image.size, image.data.get(), member, archive) != 0) {
         refuse("the archive's member is damaged");
     }
@@ -92,14 +96,6 @@ Image ReadArchive(const File &file) {
 
 void BlockFree::operator()(uint8_t *block) const {
     MEL_Free_F(block, "tavcfg", __LINE__);
-}
-
-std::unique_ptr<uint8_t, BlockFree> NewBlock(uint32_t size) {
-    void *block = MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], size, "tavcfg", __LINE__);
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    return std::unique_ptr<uint8_t, BlockFree>(static_cast<uint8_t *>(block));
 }
 
 Image ReadImage(const File &file) {

@@ -22,9 +22,6 @@ struct Image {
     uint32_t size = 0;
 };
 
-/** Takes a block from the platform. Throws bad_alloc. */
-std::unique_ptr<uint8_t, BlockFree> NewBlock(uint32_t size);
-
 /** Reads a file. Throws Failure that says why it cannot be read. */
 Image ReadImage(const File &file);
 

@@ -131,7 +131,7 @@ class Walk {
 
     template <typename Take>
     void ForEach(const json &array, Index &index, Take take) {
-        for (size_t i = 0; i < array.size(); i++) {
+        for (size_t i = 0; i < array.size(); ++i) {
             index = i;
             take(array[i]);
         }
@@ -174,10 +174,10 @@ class Walk {
 
 void PrintJson(const Model &model) {
     fmt::print("{{\"vs\":[");
-    for (size_t i = 0; i < model.size(); i++) {
+    for (size_t i = 0; i < model.size(); ++i) {
         fmt::print("{}{{\"id\":{},\"records\":[", i == 0 ? "" : ",\n", model[i].id);
         const std::vector<Record> &records = model[i].records;
-        for (size_t k = 0; k < records.size(); k++) {
+        for (size_t k = 0; k < records.size(); ++k) {
             fmt::print("{}{}", k == 0 ? "\n" : ",\n", RecordToJson(records[k]).dump());
         }
         fmt::print("]}}");

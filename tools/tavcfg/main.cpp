@@ -28,9 +28,9 @@ namespace {
  * stream that was closed is opened the wrong way round, so that using it still fails.
  */
 void KeepStandardStreams() {
-    for (int stream = 0; stream <= 2; stream++) {
-        if (::fcntl(stream, F_GETFD) == -1) {
-            static_cast<void>(::open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY));
+    for (int stream = 0; stream <= 2; ++stream) {
+        if (fcntl(stream, F_GETFD) == -1) {
+            static_cast<void>(open("/dev/null", stream == 0 ? O_WRONLY : O_RDONLY));
         }
     }
 }
@@ -56,29 +56,28 @@ void PrintError(const std::string &message) {
             c = '?';
         }
     }
-    std::fprintf(stderr, "tavcfg: %s\n", line.c_str());
+    fprintf(stderr, "tavcfg: %s\n", line.c_str());
 }
 
 /** Throws Failure when something that was printed did not arrive: a full disk, a closed pipe. */
 void FinishOutput() {
     errno = 0;
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
         throw Failure("cannot write to standard output: " + std::generic_category().message(errno != 0 ? errno : EIO));
     }
 }
 
 int Run(int argc, const char *const *argv) {
-    int failureCode = 1;
+    std::optional<Invocation> invocation;  // none while the command line is not understood, and for a help text
     try {
-        const std::optional<Invocation> invocation = ParseCommandLine(argc, argv);
+        invocation = ParseCommandLine(argc, argv);
         int code = 0;
         if (invocation) {
-            failureCode = invocation->failureCode;
-            if (invocation->options.log) {
+            if (invocation->logs) {
                 StartLog();
             }
             TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
-            code = invocation->run(invocation->options);
+            code = invocation->run();
         }
         FinishOutput();
         return code;
@@ -92,7 +91,7 @@ int Run(int argc, const char *const *argv) {
     } catch (const std::exception &error) {
         PrintError(error.what());
     }
-    return failureCode;
+    return invocation ? invocation->failureCode : 1;
 }
 
 }  // namespace
@@ -100,7 +99,7 @@ int Run(int argc, const char *const *argv) {
 }  // namespace tavcfg
 
 int main(int argc, char **argv) {
-    std::signal(SIGPIPE, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
     tavcfg::KeepStandardStreams();
     return tavcfg::Run(argc, argv);
 }

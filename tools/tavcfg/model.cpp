@@ -75,6 +75,15 @@ const Record *FindRecord(const Vs &vs, const Record &key) {
     return found == vs.records.end() ? nullptr : &*found;
 }
 
+void RefuseRepeats(const Record &record) {
+    std::unordered_set<uint32_t> seen;
+    for (const Field &field : record.fields) {
+        if (!seen.insert(field.fid).second) {
+            throw Problem(fmt::format("field {} is given twice, and only one can be set", field.fid));
+        }
+    }
+}
+
 void RecordCheck::Pass(uint32_t vsId, const Record &record) {
     if (record.fields.empty()) {
         throw Problem("a record without fields cannot be read back");

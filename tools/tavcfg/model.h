@@ -1,5 +1,6 @@
 /*
- * The content of a file in plain C++: virtual systems, their records, and the records' fields, each in file order.
+ * The content of a file in plain C++: virtual systems, their records, and the records' fields, each in file order. A
+ * store has it in the order of the keys, and has none of a file that does not load.
  */
 #ifndef TAVCFG_MODEL_H
 #define TAVCFG_MODEL_H
@@ -44,13 +45,13 @@ using Model = std::vector<Vs>;
 /** The virtual system of an id, or null. */
 const Vs *FindVs(const Model &model, uint32_t vsId);
 
-/** Tells whether TLVs of this type are records when they stand in a VS. */
+/** Returns whether TLVs of this type are records when they stand in a VS. */
 bool IsRecordClass(uint32_t type);
 
 /** The key fields of a class. */
 std::vector<uint32_t> KeyFids(uint32_t cid);
 
-/** Tells whether a field is one of its class's key fields. */
+/** Returns whether a field is one of its class's key fields. */
 bool IsKeyFid(uint32_t cid, uint32_t fid);
 
 /** What tells a record from all others of one VS, as bytes that are equal exactly for equal class and key. */
@@ -61,6 +62,9 @@ std::string Describe(uint32_t vsId, const Record &record);
 
 /** Finds the record of a VS with the same class and key as the given one, or null. */
 const Record *FindRecord(const Vs &vs, const Record &key);
+
+/** Throws Problem when a record holds a field twice: where values are looked up by field, only the first counts. */
+void RefuseRepeats(const Record &record);
 
 /** Checks what the library demands of records, one by one and among each other. */
 class RecordCheck {

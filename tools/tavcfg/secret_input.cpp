@@ -33,7 +33,7 @@ namespace {
 class HeldSignals {
   public:
     HeldSignals() {
-        ::sigprocmask(SIG_BLOCK, nullptr, &former_);
+        sigprocmask(SIG_BLOCK, nullptr, &former_);
         sigset_t signals;
         sigemptyset(&signals);
         for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP}) {
@@ -41,15 +41,15 @@ class HeldSignals {
                 sigaddset(&signals, number);
             }
         }
-        waiting_ = ::signalfd(-1, &signals, SFD_CLOEXEC);
+        waiting_ = signalfd(-1, &signals, SFD_CLOEXEC);
         if (waiting_ == -1) {
             FailWithErrno("cannot wait for signals");
         }
-        ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
     }
     ~HeldSignals() {
-        ::close(waiting_);
-        ::sigprocmask(SIG_SETMASK, &former_, nullptr);
+        close(waiting_);
+        sigprocmask(SIG_SETMASK, &former_, nullptr);
     }
     HeldSignals(const HeldSignals &) = delete;
     HeldSignals &operator=(const HeldSignals &) = delete;
@@ -57,7 +57,7 @@ class HeldSignals {
     /** Waits for standard input. Returns false when a signal came first, which goes on waiting. */
     bool WaitForInput() const {
         pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {waiting_, POLLIN, 0}};
-        while (::poll(sources, 2, -1) == -1) {
+        while (poll(sources, 2, -1) == -1) {
             if (errno != EINTR) {
                 FailWithErrno("cannot wait for standard input");
             }
@@ -74,17 +74,17 @@ class HeldSignals {
 class EchoOff {
   public:
     EchoOff() {
-        if (::tcgetattr(STDIN_FILENO, &former_) == -1) {
+        if (tcgetattr(STDIN_FILENO, &former_) == -1) {
             FailWithErrno("cannot ask the terminal");
         }
         termios hidden = former_;
         hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         hidden.c_lflag |= ICANON | ECHONL;
-        if (::tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden) == -1) {
+        if (tcsetattr(STDIN_FILENO, TCSAFLUSH, &hidden) == -1) {
             FailWithErrno("cannot switch the echo of the terminal off");
         }
     }
-    ~EchoOff() { ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &former_); }
+    ~EchoOff() { tcsetattr(STDIN_FILENO, TCSAFLUSH, &former_); }
     EchoOff(const EchoOff &) = delete;
     EchoOff &operator=(const EchoOff &) = delete;
 
@@ -94,10 +94,10 @@ class EchoOff {
 
 /** Shows a prompt on the terminal, wherever the output goes. */
 void Prompt(const std::string &text) {
-    const int terminal = ::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC);
-    static_cast<void>(!::write(terminal != -1 ? terminal : STDERR_FILENO, text.data(), text.size()));
+    const int terminal = open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    static_cast<void>(!write(terminal != -1 ? terminal : STDERR_FILENO, text.data(), text.size()));
     if (terminal != -1) {
-        ::close(terminal);
+        close(terminal);
     }
 }
 
@@ -106,15 +106,15 @@ void CheckLine(const char *what, size_t size, SecretText *text) {
     if (size == 0) {
         throw Failure(fmt::format("there is no {} on standard input", what));
     }
-    char *const bytes = text->Data();
+    char *const bytes = text->data();
     size -= bytes[size - 1] == '\n' ? 1 : 0;
     if (size >= TAV_PWD_BUFFER_SIZE) {
         throw Failure(fmt::format("the {} is longer than {} bytes", what, TAV_PWD_BUFFER_SIZE - 1));
     }
-    if (std::memchr(bytes, '\0', size) != nullptr) {
+    if (memchr(bytes, '\0', size) != nullptr) {
         throw Failure(fmt::format("the {} holds a zero byte", what));
     }
-    if (std::memchr(bytes, '\n', size) != nullptr) {
+    if (memchr(bytes, '\n', size) != nullptr) {
         throw Failure(fmt::format("the {} is more than one line", what));
     }
     bytes[size] = '\0';
@@ -128,9 +128,9 @@ void CheckLine(const char *what, size_t size, SecretText *text) {
  */
 template <typename Wait>
 bool ReadInput(const char *what, bool isTerminal, SecretText *text, Wait wait) {
-    char *const bytes = text->Data();
+    char *const bytes = text->data();
     for (size_t size = 0; wait();) {
-        const ssize_t got = ::read(STDIN_FILENO, bytes + size, SecretText::kSize - size);
+        const ssize_t got = read(STDIN_FILENO, bytes + size, SecretText::capacity() - size);
         if (got == -1 && errno == EINTR) {
             continue;
         }
@@ -138,7 +138,7 @@ bool ReadInput(const char *what, bool isTerminal, SecretText *text, Wait wait) {
             FailWithErrno("cannot read standard input");
         }
         size += static_cast<size_t>(got);
-        if (got == 0 || size == SecretText::kSize || (isTerminal && bytes[size - 1] == '\n')) {
+        if (got == 0 || size == SecretText::capacity() || (isTerminal && bytes[size - 1] == '\n')) {
             CheckLine(what, size, text);
             return true;
         }
@@ -159,15 +159,15 @@ void AskHidden(const char *what, const std::string &prompt, SecretText *text) {
 }  // namespace
 
 SecretText::~SecretText() {
-    ::explicit_bzero(bytes_, kSize);
+    explicit_bzero(bytes_, sizeof(bytes_));
 }
 
-uint32_t SecretText::Length() const {
-    return static_cast<uint32_t>(std::strlen(bytes_));
+uint32_t SecretText::size() const {
+    return static_cast<uint32_t>(strlen(bytes_));
 }
 
 void ReadLine(const char *what, Asking asking, SecretText *text) {
-    const bool isTerminal = ::isatty(STDIN_FILENO) == 1;
+    const bool isTerminal = isatty(STDIN_FILENO) == 1;
     if (!isTerminal || asking == Asking::kShown) {
         if (isTerminal) {
             Prompt(fmt::format("Enter the {}: ", what));
@@ -179,15 +179,15 @@ void ReadLine(const char *what, Asking asking, SecretText *text) {
     if (asking == Asking::kHiddenTwice) {
         SecretText again;
         AskHidden(what, fmt::format("Enter the {} again: ", what), &again);
-        if (std::strcmp(text->Text(), again.Text()) != 0) {
+        if (strcmp(text->data(), again.data()) != 0) {
             throw Failure(fmt::format("the second {} is not the first one", what));
         }
     }
 }
 
 void PrintSecret(const SecretText &text) {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    if (std::fputs(text.Text(), stdout) == EOF || std::fputc('\n', stdout) == EOF) {
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    if (fputs(text.data(), stdout) == EOF || fputc('\n', stdout) == EOF) {
         FailWithErrno("cannot write to standard output");
     }
 }

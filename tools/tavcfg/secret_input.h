@@ -13,20 +13,22 @@ namespace tavcfg {
 /** A text that nobody may find in memory later: wiped with its holder. Always terminated. */
 class SecretText {
   public:
-    /** Bytes that can be stored, terminator included: a longest line with its line feed, and one more. */
-    static constexpr uint32_t kSize = TAV_PWD_BUFFER_SIZE + 1;
-
     SecretText() = default;
     ~SecretText();
     SecretText(const SecretText &) = delete;
     SecretText &operator=(const SecretText &) = delete;
 
-    char *Data() { return bytes_; }
-    const char *Text() const { return bytes_; }
-    uint32_t Length() const;
+    char *data() { return bytes_; }
+    const char *data() const { return bytes_; }
+
+    /** Length of the text, without its terminator. */
+    uint32_t size() const;
+
+    /** Bytes that can be stored, terminator included: a longest line with its line feed, and one more. */
+    static constexpr uint32_t capacity() { return sizeof(bytes_); }
 
   private:
-    char bytes_[kSize] = {};
+    char bytes_[TAV_PWD_BUFFER_SIZE + 1] = {};
 };
 
 /** How a text is asked for when standard input is a terminal. */

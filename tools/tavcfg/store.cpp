@@ -3,38 +3,18 @@
 #include <fmt/format.h>
 
 #include <new>
-#include <unordered_set>
 
 #include "body.h"
 #include "diagnose.h"
 #include "errors.h"
+#include "tav_extcfg_nodes.h"
 #include "value.h"
 
 namespace tavcfg {
 
 namespace {
 
-/** Bytes of a record's TLV. */
-size_t EncodedSize(const Record &record) {
-    size_t size = TAV_EXT_TLV_HEAD_SIZE;
-    for (const Field &field : record.fields) {
-        size += TAV_EXT_TLV_HEAD_SIZE + field.value.size();
-    }
-    return size;
-}
-
-/** Throws bad_alloc unless a record encodes to as many bytes as it should: adding a value does not say that it failed.
- */
-void RequireComplete(const TAV_ExtCfgRecordNode *node, const Record &record) {
-    std::vector<uint8_t> buffer(EncodedSize(record));
-    uint8_t *cursor = buffer.data();
-    const uint8_t *end = cursor + buffer.size();
-    if (TAV_BuildExtCfgRecordData(node, &cursor, end) != TAV_OK || cursor != end) {
-        throw std::bad_alloc();
-    }
-}
-
-/** Tells whether a file refers to another. */
+/** Returns whether a file refers to another. */
 bool CarriesReferChecksum(const Image &image) {
     try {
         return ReadFrame(image).HeadField(EXT_TLV_REFER_CHECKSUM) != nullptr;
@@ -69,7 +49,9 @@ RecordNode::RecordNode(const Record &record) : node_(TAV_ExtCfgRecordNodeCreate(
         }
         TAV_ExtCfgRecordAddFieldValue(node_.get(), fid, length, host.data());
     }
-    RequireComplete(node_.get(), record);
+    if (node_->fields.count != record.fields.size()) {
+        throw std::bad_alloc();  // adding a value does not say that it failed
+    }
 }
 
 Store::Store(Target target, CfgLocal *local) : target_(std::move(target)), local_(local) {
@@ -82,7 +64,7 @@ Store Store::New(const Target &target) {
     return {target, TAV_ExtCfgOpen(TAV_EXT_MODE_WRITE_ONLY, target.file.path.c_str(), target.ReferPath())};
 }
 
-// Opening read-write would do the same, but forgive a file that does not load and start an empty store.
+/** Opening read-write would do the same, but forgive a file that does not load and start an empty store. */
 Store Store::Parse(const Target &target, const Image &image) {
     Store store(target, TAV_ExtCfgLocalCreate(TAV_EXT_MODE_READ_WRITE, target.file.path.c_str(), target.ReferPath()));
     TAV_ExtCfgFileContext context = {};
@@ -100,7 +82,7 @@ void Store::AddVs(uint32_t vsId) {
     }
 }
 
-/** Tells whether a record with the class and key of the given one is there. */
+/** Returns whether a record with the class and key of the given one is there. */
 bool Store::Has(uint32_t vsId, const RecordNode &record) {
     return TAV_ExtCfgGetRecord(vsId, record.Get(), local_.get()) != nullptr;
 }
@@ -196,15 +178,6 @@ LoadedFile LoadWithReferIfAny(const File &file, const std::optional<File> &refer
 
 Store LoadOrNew(const Target &target) {
     return Exists(target.file) ? Load(target).store : Store::New(target);
-}
-
-void RefuseRepeats(const Record &record) {
-    std::unordered_set<uint32_t> seen;
-    for (const Field &field : record.fields) {
-        if (!seen.insert(field.fid).second) {
-            throw Problem(fmt::format("field {} is given twice, and only one can be set", field.fid));
-        }
-    }
 }
 
 }  // namespace tavcfg

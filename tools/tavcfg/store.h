@@ -103,9 +103,6 @@ LoadedFile LoadWithReferIfAny(const File &file, const std::optional<File> &refer
 /** Loads a file for editing, or starts an empty store when there is no such file. Throws Failure. */
 Store LoadOrNew(const Target &target);
 
-/** Refuses fields that a record holds more than once: where values are looked up by field, only the first counts. */
-void RefuseRepeats(const Record &record);
-
 }  // namespace tavcfg
 
 #endif

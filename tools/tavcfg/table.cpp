@@ -27,7 +27,7 @@ size_t Table::AddColumn(const std::string &heading, bool alignsRight) {
 }
 
 void Table::AddRow() {
-    rows_++;
+    ++rows_;
 }
 
 void Table::Set(size_t column, std::string text) {
@@ -39,14 +39,14 @@ void Table::Print() const {
     std::vector<size_t> widths;
     for (const Column &column : columns_) {
         size_t width = WidthOf(column.heading);
-        for (size_t row = 0; row < rows_; row++) {
+        for (size_t row = 0; row < rows_; ++row) {
             width = std::max(width, WidthOf(CellText(column.cells, row)));
         }
         widths.push_back(width);
     }
     const auto printLine = [&](auto textOf) {
         std::string line;
-        for (size_t i = 0; i < columns_.size(); i++) {
+        for (size_t i = 0; i < columns_.size(); ++i) {
             const std::string &text = textOf(columns_[i]);
             line += columns_[i].alignsRight ? fmt::format("  {:>{}}", text, widths[i])
                                             : fmt::format("  {:<{}}", text, widths[i]);
@@ -55,7 +55,7 @@ void Table::Print() const {
         fmt::print("{}\n", line);
     };
     printLine([](const Column &column) -> const std::string & { return column.heading; });
-    for (size_t row = 0; row < rows_; row++) {
+    for (size_t row = 0; row < rows_; ++row) {
         printLine([&](const Column &column) -> const std::string & { return CellText(column.cells, row); });
     }
 }

@@ -47,13 +47,13 @@ uint64_t MaxNumber(uint32_t fid) {
     return (uint64_t{1} << 8 * TAV_GetExtTlvDataLen(fid)) - 1;
 }
 
-/** Tells whether JSON can carry a text: UTF-8 that comes back the same. */
+/** Returns whether JSON can carry a text: UTF-8 that comes back the same. */
 bool IsUtf8(const Bytes &text) {
     const bool isAscii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
     return isAscii || json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::ignore)) == json(text);
 }
 
-/** The form of a value for people, whether or not it gives back the same bytes; none when there is no form. */
+/** The form of a value for people, whether or not it gives back the same bytes; nothing when there is no form. */
 std::optional<std::string> Friendly(uint32_t fid, const Bytes &value) {
     switch (KindOf(fid)) {
         case Kind::kInteger:
@@ -92,7 +92,7 @@ Bytes ParseFriendly(uint32_t fid, const std::string &text) {
     throw Problem("a field of this type is given as hex:...");
 }
 
-/** Tells whether parsing a value's form gives back the same bytes. */
+/** Returns whether parsing a value's form gives back the same bytes. */
 bool GivesBack(uint32_t fid, const std::optional<std::string> &form, const Bytes &value) {
     try {
         return form && !form->starts_with(kHexPrefix) && ParseFriendly(fid, *form) == value;

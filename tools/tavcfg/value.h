@@ -17,7 +17,7 @@ namespace tavcfg {
 /** Throws Problem when a value of this length is too long for the field. */
 void CheckLength(uint32_t fid, size_t length);
 
-/** Tells whether the field's values are numbers. */
+/** Returns whether the field's values are numbers. */
 bool IsInteger(uint32_t fid);
 
 /** Formats a value as ParseValue reads it, on one line and without control characters. */

@@ -72,7 +72,7 @@ Bytes StoreNumber(uint64_t number, size_t size) {
 }
 
 bool HasControls(const Bytes &text) {
-    for (size_t i = 0; i < text.size(); i++) {
+    for (size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<uint8_t>(text[i]);
         const auto next = static_cast<uint8_t>(i + 1 < text.size() ? text[i + 1] : 0);
         if (byte < 0x20 || byte == 0x7F || (byte == 0xC2 && next >= 0x80 && next <= 0x9F)) {
@@ -112,7 +112,7 @@ std::optional<std::string> TimeText(const Bytes &value) {
 Bytes ParseTime(const std::string &text) {
     unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, milli = 0;
     const int count =
-        std::sscanf(text.c_str(), "%4u-%2u-%2uT%2u:%2u:%2u.%3u", &year, &month, &day, &hour, &minute, &second, &milli);
+        sscanf(text.c_str(), "%4u-%2u-%2uT%2u:%2u:%2u.%3u", &year, &month, &day, &hour, &minute, &second, &milli);
     const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
                                            std::chrono::day(day)};
     if (count == 7 && date.ok() && hour < 24 && minute < 60 && second <= 60) {

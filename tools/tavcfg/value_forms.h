@@ -28,16 +28,17 @@ uint64_t LoadNumber(std::string_view bytes);
 /** Writes an integer as `size` big-endian bytes. */
 Bytes StoreNumber(uint64_t number, size_t size);
 
-/** Tells whether a text holds control characters (of ASCII, or U+0080 to U+009F), which do not belong on a terminal. */
+/** Returns whether a text holds control characters (of ASCII, or U+0080 to U+009F), which do not belong on a terminal.
+ */
 bool HasControls(const Bytes &text);
 
-/** Formats an address; none when the bytes are no address. Parsing the form need not give back the same bytes. */
+/** Formats an address; nothing when the bytes are none. Parsing the form need not give back the same bytes. */
 std::optional<std::string> AddressText(const Bytes &value);
 
 /** Parses 192.0.2.1 or 2001:db8::1. */
 Bytes ParseAddress(const std::string &text);
 
-/** Formats a system time; none when the bytes are none. Parsing the form need not give back the same bytes. */
+/** Formats a system time; nothing when the bytes are none. Parsing the form need not give back the same bytes. */
 std::optional<std::string> TimeText(const Bytes &value);
 
 /** Parses 2024-05-06T07:08:09.123, with or without a Z. The week day follows from the date. */

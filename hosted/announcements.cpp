@@ -1,0 +1,102 @@
+#include "announcements.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <memory>
+
+#include "durable.h"
+#include "interfaces.h"
+#include "number.h"
+
+namespace hosted {
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR *directory) const { closedir(directory); }
+};
+
+/** Returns whether a file of the folder is a link that reads this text. */
+bool Reads(int folderFd, const char *name, const char *text) {
+    char target[kIdTextSize];
+    const ssize_t length = readlinkat(folderFd, name, target, sizeof(target));
+    return length >= 0 && static_cast<size_t>(length) == strlen(text) &&
+           memcmp(target, text, static_cast<size_t>(length)) == 0;
+}
+
+/**
+ * Withdraws an announcement that reads this id. Between the look at it and its removal another component may announce
+ * itself in its place: so it is moved aside, and put back if it is the other's, unless there is one yet newer by then.
+ */
+void Withdraw(int folderFd, const char *name, const BusFolder &folder, uint32_t componentId) {
+    const BusIdText id = IdText(componentId);
+    const BusPath aside = SidePath(folder, componentId, "old");
+    if (renameat(folderFd, name, AT_FDCWD, aside.text) != 0) {
+        return;
+    }
+    if (Reads(AT_FDCWD, aside.text, id.text) ||
+        renameat2(AT_FDCWD, aside.text, folderFd, name, RENAME_NOREPLACE) != 0) {
+        unlink(aside.text);
+    }
+}
+
+}  // namespace
+
+uint32_t Announce(const BusFolder &folder, uint32_t componentId, uint32_t component, uint32_t vr, uint32_t vsId) {
+    const BusPath draft = SidePath(folder, componentId, "new");
+    unlink(draft.text);  // a process that was killed may have left it
+    if (symlink(IdText(componentId).text, draft.text) != 0) {
+        return LastError();
+    }
+    if (rename(draft.text, AnnouncementPath(folder, component, vr, vsId).text) == 0) {
+        return 0;
+    }
+    const uint32_t code = LastError();
+    unlink(draft.text);
+    return code;
+}
+
+void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId) {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(folder.path));
+    if (!directory) {
+        return;
+    }
+    const BusIdText id = IdText(componentId);
+    const int fd = dirfd(directory.get());
+    while (const dirent *const entry = readdir(directory.get())) {
+        if (Reads(fd, entry->d_name, id.text)) {
+            Withdraw(fd, entry->d_name, folder, componentId);
+        }
+    }
+}
+
+}  // namespace hosted
+
+uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t /*reserved*/, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
+    hosted::BusFolder folder;
+    const uint32_t code = componentId != nullptr ? hosted::FindBusFolder(&folder) : EINVAL;
+    if (code != 0) {
+        return code;
+    }
+    // The link itself is opened, so that its owner and its text are those of one and the same link.
+    struct stat status = {};
+    const hosted::Descriptor link = hosted::OpenItself(hosted::AnnouncementPath(folder, component, vr, vsId), &status);
+    if (!link.IsOpen()) {
+        return hosted::LastError();
+    }
+    // A hard link is someone's announcement of another VS under a name that its maker has not given it.
+    if (!hosted::IsTrusted(folder, status.st_uid) || status.st_nlink > 1) {
+        return EACCES;
+    }
+    char text[hosted::kIdTextSize];
+    const ssize_t length = readlinkat(link.Get(), "", text, sizeof(text));
+    if (length < 0) {
+        return hosted::LastError();
+    }
+    return hosted::ParseNumber({text, static_cast<size_t>(length)}, componentId) ? 0 : EINVAL;
+}

@@ -1,0 +1,118 @@
+/*
+ * The hosted platform's interface for the hosting process: memory accounts, failed assertions, the data-type registry,
+ * and the place of the key file.
+ *
+ * The product library never calls these; start-up code, tests and diagnostics do.
+ */
+#ifndef TAV_POSIX_H
+#define TAV_POSIX_H
+
+#include <stdint.h>
+
+#include "platform/data_type.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** What stands on a memory account. */
+typedef struct TAV_Posix_MemAccount {
+    uint64_t blocks; /**< blocks taken and not yet returned */
+    uint64_t bytes;  /**< sum of the sizes that were asked for these blocks */
+} TAV_Posix_MemAccount;
+
+/** A live block, as the tracking of blocks knows it. */
+typedef struct TAV_Posix_MemBlock {
+    const void *block;  /**< the block, as its taker got it */
+    const char *module; /**< source module that took it; lives as long as the process */
+    uint32_t line;      /**< source line that took it */
+    uint32_t size;      /**< bytes that were asked for */
+} TAV_Posix_MemBlock;
+
+/**
+ * Receives the account of one source module.
+ *
+ * @param module   name of the module; lives as long as the process
+ * @param account  its account; valid during the call
+ * @param context  the word given to TAV_Posix_MemVisitModules
+ */
+typedef void (*TAV_Posix_MemModuleVisitor)(const char *module, const TAV_Posix_MemAccount *account, void *context);
+
+/**
+ * Receives one live block. It must neither take nor return blocks: the list of blocks is locked during the call.
+ *
+ * @param block    description of the block; valid during the call
+ * @param context  the word given to TAV_Posix_MemVisitBlocks
+ */
+typedef void (*TAV_Posix_MemBlockVisitor)(const TAV_Posix_MemBlock *block, void *context);
+
+/**
+ * Adds up all accounts.
+ *
+ * The figures are exact when no other thread takes or returns blocks meanwhile; else they may be too high by what was
+ * returned during the call, never too low by a block that lived throughout.
+ *
+ * @param total  where the sum goes
+ */
+void TAV_Posix_MemTotal(TAV_Posix_MemAccount *total);
+
+/**
+ * Visits the account of every source module that has taken a block since the process began, empty accounts included,
+ * in the order of their first blocks. A block stands on the account of the module that took it, whoever returns it.
+ * The visitor may take and return blocks. Exactness is that of TAV_Posix_MemTotal.
+ *
+ * @param visitor  called once a module
+ * @param context  handed to the visitor
+ */
+void TAV_Posix_MemVisitModules(TAV_Posix_MemModuleVisitor visitor, void *context);
+
+/**
+ * Visits every live block, the youngest first. Works only in a process that was started with TAV_MEM_TRACK=1 in its
+ * environment.
+ *
+ * @param visitor  called once a block
+ * @param context  handed to the visitor
+ * @return 0; -1 when blocks are not tracked, and then nothing was visited
+ */
+int32_t TAV_Posix_MemVisitBlocks(TAV_Posix_MemBlockVisitor visitor, void *context);
+
+/**
+ * Is told of an assertion that failed. When it returns, so does MEL_Assert.
+ *
+ * @param source  name of the source module; valid during the call
+ * @param line    source line of the assertion
+ */
+typedef void (*TAV_Posix_AssertHandler)(const char *source, uint32_t line);
+
+/**
+ * Lets a handler decide what a failed assertion does, for all threads. Without one, the place is printed to the
+ * standard error output and the process aborts.
+ *
+ * @param handler  the handler; null restores the default
+ * @return the former handler; null when that was the default
+ */
+TAV_Posix_AssertHandler TAV_Posix_SetAssertHandler(TAV_Posix_AssertHandler handler);
+
+/**
+ * Finds the platform's descriptor of a data type: the lookup that completes the type table at start-up.
+ *
+ * @param dataType  data type id
+ * @return the descriptor, which lives as long as the process; null for an unknown id
+ */
+const PLATFORM_DataType *TAV_Posix_FindDataType(uint16_t dataType);
+
+/**
+ * Writes the path of the key file, under whose key texts are encrypted: where the environment variable TAV_KEY_FILE
+ * says, else at etc/tav.key below the system working directory.
+ *
+ * @param path  where the path goes
+ * @param size  bytes of room there
+ * @return 0; ENAMETOOLONG when the path does not fit, and then what stands there is not to be used
+ */
+uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

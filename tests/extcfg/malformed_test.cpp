@@ -1,0 +1,303 @@
+/*
+ * Files that are not as they should be: every byte changed, every length cut, every named fault, random damage behind a
+ * right checksum. Images lie in heap blocks of just their size, so that the address sanitizer sees a read outside.
+ */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "debug_log.h"
+#include "interposer.h"
+#include "store.h"
+
+namespace {
+
+const Bytes kKey = Tlv(14, Be32(5));
+const Bytes kRecord13 = Tlv(13, {kKey, Tlv(15, Be16(1))});
+const Bytes kRecord7 = Tlv(7, {Tlv(8, Text("ssh")), Tlv(9, Be16(22))});
+const Bytes kLastVs = VsTlv(3, {kRecord13});
+const Bytes kBody = Join({VsTlv(0, {kRecord7, kRecord13}), kLastVs});
+const Bytes kVersion = Tlv(3, Be32(0x08070001));
+const Bytes kTime = Tlv(4, Filled(12, 0));
+const Bytes kSum = Tlv(5, Sha256(kBody));
+
+Store EmptyStore() {
+    return Store(TAV_ExtCfgLocalCreate(2, "/nowhere/a.dat", nullptr));
+}
+
+/** Checks and parses an image; the context says into which store, or which record to look for without one. */
+uint32_t Parse(const Bytes &image, TAV_ExtCfgFileContext context) {
+    auto block = ExactBlock(image);
+    uint32_t code = TAV_ParseExtCfgFileData(block.get(), static_cast<uint32_t>(image.size()), &context);
+    if (context.foundValue != nullptr) {
+        EXPECT_EQ(code, 1u);
+        EXPECT_GE(context.foundValue, block.get());
+        EXPECT_LE(context.foundLength, static_cast<size_t>(block.get() + image.size() - context.foundValue));
+    }
+    EXPECT_TRUE(std::equal(image.begin(), image.end(), block.get())) << "the image was changed";
+    return code;
+}
+
+uint32_t Parse(const Bytes &image, const Store &store = EmptyStore(), const char *refer = nullptr) {
+    TAV_ExtCfgFileContext context{};
+    context.local = store.get();
+    context.referPath = refer;
+    return Parse(image, context);
+}
+
+/** Looks for the record of key 5 in an image. */
+uint32_t Search(const Bytes &image) {
+    Record condition = Class13(5);
+    TAV_ExtCfgFileContext context{};
+    context.recordCond = condition.get();
+    return Parse(image, context);
+}
+
+Bytes BodyOf(const Store &store) {
+    Bytes body(TAV_CalcExtCfgFileBodySize(store.get()));
+    EXPECT_EQ(TAV_BuildExtCfgFileBody(store.get(), body.data(), static_cast<uint32_t>(body.size())),
+              body.empty() ? TAV_ERR_NULL : TAV_OK);
+    return body;
+}
+
+Bytes WithVersion(uint32_t version) {
+    return ImageWithHead({Tlv(3, Be32(version)), kTime, kSum}, kBody);
+}
+Bytes WithSum(const Bytes &sum) {
+    return ImageWithHead({kVersion, kTime, Tlv(5, sum)}, kBody);
+}
+
+TEST(Malformed, EveryChangedByte) {
+    const Bytes image = Image(kBody);
+    ASSERT_EQ(Parse(image), TAV_OK);
+    NothingLeaks leaks;
+    for (size_t at = 0; at < image.size(); ++at) {
+        // The version's lower bytes and the modify time mean nothing to a reader; all else is covered.
+        bool tolerated = (at > kVersionAt && at < kVersionAt + 4) || (at >= kTimeAt && at < kTimeAt + 12);
+        for (uint8_t flip : Bytes{0x01, 0x04, 0x80, 0xFF}) {
+            Bytes changed = image;
+            changed[at] = static_cast<uint8_t>(changed[at] ^ flip);
+            EXPECT_EQ(Parse(changed), tolerated ? TAV_OK : TAV_ERR_INVALID) << "byte " << at << " flip " << int{flip};
+        }
+    }
+}
+
+TEST(Malformed, EveryTruncationAndAppendedBytes) {
+    const Bytes image = Image(kBody);
+    NothingLeaks leaks;
+    for (size_t size = 0; size < image.size(); ++size) {
+        EXPECT_EQ(Parse(Slice(image, 0, size)), TAV_ERR_INVALID) << size;
+        // The same with a digest that fits what is left, so that the walk decides: the cut at the end of a VS is whole.
+        if (size > kHeadSize) {
+            bool wholeVs = size == image.size() - kLastVs.size();
+            EXPECT_EQ(Parse(Image(Slice(image, kHeadSize, size))), wholeVs ? TAV_OK : TAV_ERR_INVALID) << size;
+        }
+    }
+    for (size_t more = 1; more <= 24; ++more) {
+        EXPECT_EQ(Parse(Join({image, Filled(more, 0)})), TAV_ERR_INVALID) << more;
+        EXPECT_EQ(Parse(Image(Join({kBody, Filled(more, 0xFF)}))), TAV_ERR_INVALID) << more;
+        // Zeros make empty TLVs of an unknown type, which a reader passes over; only whole ones.
+        EXPECT_EQ(Parse(Image(Join({kBody, Filled(more, 0)}))), more % 8 == 0 ? TAV_OK : TAV_ERR_INVALID) << more;
+    }
+}
+
+/** A length so large that adding the header's 8 bytes wraps, at every level. */
+TEST(Malformed, LengthsThatWrap) {
+    NothingLeaks leaks;
+    for (uint32_t length = 0xFFFFFFF0; length != 0; ++length) {
+        auto head = [&](uint32_t type) { return Join({Be32(type), Be32(length)}); };
+        const Bytes bodies[] = {Join({head(2), Filled(24, 0)}),
+                                Join({kBody, head(13), Filled(8, 0)}),
+                                VsTlv(0, {head(13), Filled(8, 0)}),
+                                VsTlv(0, {kRecord7, head(13)}),
+                                VsTlv(0, {Tlv(13, {Tlv(15, Be16(1)), head(14), Be32(5)})}),
+                                Tlv(2, {head(6), Be32(0)})};
+        for (const Bytes &body : bodies) {
+            EXPECT_EQ(Parse(Image(body)), TAV_ERR_INVALID) << length;
+            EXPECT_NE(Search(Image(Join({body, kLastVs}))), 1u) << length;
+        }
+        for (const Bytes &image :
+             {Join({head(1), Slice(Image(kBody), 8, kHeadSize), kBody}),
+              ImageWithHead({kVersion, kTime, kSum, head(9)}, kBody), ImageWithHead({head(3), kTime, kSum}, kBody)}) {
+            EXPECT_EQ(Parse(image), TAV_ERR_INVALID) << length;
+        }
+    }
+}
+
+TEST(Malformed, EachNamedFaultWithItsReports) {
+    TempFolder folder;
+    const std::string refer = folder.Path("r.dat"), chain = folder.Path("chain.dat");
+    const Bytes referred = Image(VsTlv(9, {})), referSum = Slice(referred, kChecksumAt, kHeadSize);
+    WriteFile(refer, referred);
+    WriteFile(chain, Image(kBody, referSum));
+    const std::string data = "TAV_CheckExtCfgFileData", version = "TAV_CheckExtCfgFileVersion",
+                      sum = "TAV_CheckExtCfgFileChecksum", sum2 = "TAV_CheckExtCfgFileReferChecksum",
+                      vs = "TAV_ParseExtCfgVsNode", record = "TAV_ParseExtCfgRecordNode";
+    const std::string missing = "Null pointer, return 0x801618",
+                      notParsed = "Parse record failed, cid=13, return 0x801617";
+    const Bytes whole = Image(kBody), digest = Sha256(kBody), longVersion = Tlv(3, Filled(5, 8)),
+                longTime = Tlv(4, Filled(13, 0));
+    /** An image and what is reported of its fault; `refer` names the refer file, if any. */
+    struct Fault {
+        Bytes image;
+        std::string function, message;
+        std::string refer = {};
+    };
+    const Fault headFaults[] = {
+        {{}, data, "First TLV is invalid"},
+        {Join({kBody, whole}), data, "First TLV must be HDR TLV, now is 2"},
+        {Join({whole, {0}}), data, "File size 210, TLV total len is 209"},
+        {Slice(whole, 0, 208), data, "File size 208, TLV total len is 159"},
+        {ImageWithHead({kTime, kSum}, kBody), data, missing},
+        {ImageWithHead({kVersion, kSum}, kBody), data, missing},
+        {ImageWithHead({kVersion, kTime}, kBody), data, missing},
+        {ImageWithHead({kVersion, kTime, kSum, kKey}, kBody), "TAV_CheckExtCfgFileHeadEachField",
+         "Null pointer, return 0x801617"},
+        {WithVersion(0x07070001), version, "Invalid version 0x7070001"},
+        {WithVersion(0x09070001), version, "Invalid version 0x9070001"},
+        {ImageWithHead({longVersion, kTime, kSum}, kBody), version, "Invalid size 5"},
+        {ImageWithHead({kVersion, longTime, kSum}, kBody), "TAV_CheckExtCfgFileModifyTime", "Invalid size 13"},
+        {WithSum(Join({digest, {0}})), sum, "Invalid size 33"},
+        {WithSum(Slice(digest, 0, 28)), sum, "Invalid size 28"},
+        {WithSum(Filled(36, 1)), sum, "Checksum mismatch"},
+        {Image(kBody, referSum), sum2, "Error code 0x801619, return 0x801617"},
+        {whole, data, missing, refer},
+        {Image(kBody, digest), sum2, "Refer checksum mismatch", refer},
+        {Image(kBody, Filled(36, 0)), sum2, "Invalid size 36", refer},
+        {Image(kBody, digest), sum2, "Error code 0x801617, return 0x801617", chain},
+    };
+    const Fault bodyFaults[] = {
+        {Image({}), "TAV_ExtTlvProcForEach", "First TLV is invalid"},
+        {Image(Tlv(2, Bytes{})), vs, "Error code 0x801618, return 0x801617"},
+        {Image(Tlv(2, {kRecord13})), vs, "Error code 0x801618, return 0x801617"},
+        {Image(Tlv(2, {Tlv(6, Filled(8, 0))})), vs, "Error code 0x801617, return 0x801617"},
+        {Image(VsTlv(0, {kRecord13, Filled(3, 0)})), vs, "Report error: 0x801617"},
+        {Image(VsTlv(0, {Tlv(13, Bytes{})})), record, notParsed},
+        {Image(VsTlv(0, {Tlv(13, {kKey, Filled(5, 0)})})), record, notParsed},
+        {Image(VsTlv(0, {Tlv(7, Tlv(9, Be16(22)))})), record, "Verify record failed, cid=7, return 0x801617"},
+        {Image(VsTlv(0, {kRecord13, kRecord13})), record, "Add record failed, cid=13, return 0x801617"},
+    };
+    DebugLog log;
+    NothingLeaks leaks;
+    for (const Fault &fault : headFaults) {
+        SCOPED_TRACE(fault.message);
+        const char *referPath = fault.refer.empty() ? nullptr : fault.refer.c_str();
+        EXPECT_EQ(Parse(fault.image, EmptyStore(), referPath), TAV_ERR_INVALID);
+        log.ExpectAmong({{fault.function, fault.message}, {"TAV_ParseExtCfgFileData", "File data is invalid"}});
+    }
+    for (const Fault &fault : bodyFaults) {
+        SCOPED_TRACE(fault.message);
+        EXPECT_EQ(Parse(fault.image), TAV_ERR_INVALID);
+        log.ExpectAmong({{fault.function, fault.message}, {"TAV_ParseExtCfgFileData", "Report error: 0x801617"}});
+    }
+    EXPECT_EQ(Parse(Image(VsTlv(0, {Tlv(7, {Tlv(8, Filled(255, 'x'))})}))), TAV_ERR_NO_MEMORY) << "over its limit";
+    log.ExpectAmong({{"TAV_ExtCfgFieldNodeCreate", "Too large for fid 8, len=255"},
+                     {"TAV_ParseExtCfgFieldNode", "Null pointer, return 0x801611"},
+                     {record, "Parse record failed, cid=7, return 0x801611"},
+                     {vs, "Report error: 0x801611"},
+                     {"TAV_ParseExtCfgFileData", "Report error: 0x801611"}});
+    interposer::FailNth(interposer::Call::kMemCopy, 1);
+    EXPECT_EQ(Parse(whole), TAV_ERR_INVALID);
+    log.ExpectAmong({{"TAV_CheckExtCfgFileModifyTime", "Error code 0x1, return 0x801617"},
+                     {data, "Error code 0x801617, return 0x801617"}});
+    interposer::FailNth(interposer::Call::kDigest, 1);
+    EXPECT_EQ(Parse(whole), TAV_ERR_INVALID);
+    log.ExpectAmong({{"TAV_CalcChecksum", "Report error: 0x4d"},
+                     {sum, "Error code 0x1, return 0x801613"},
+                     {data, "Error code 0x801613, return 0x801617"}});
+    interposer::Reset();
+}
+
+TEST(Malformed, WhatIsTolerated) {
+    const Bytes unknown = Tlv(0x7000, Text("from a later version"));
+    const std::pair<const char *, Bytes> images[] = {
+        {"lowest version", WithVersion(0x08000000)},
+        {"highest version", WithVersion(0x08FFFFFF)},
+        {"checksum of 36", WithSum(Join({Sha256(kBody), Filled(4, 0xEE)}))},
+        {"head in another order", ImageWithHead({kSum, kTime, kVersion}, kBody)},
+        {"unknown TLVs at the top", Image(Join({unknown, kBody, Tlv(1, Text("x")), unknown}))},
+        {"unknown TLVs in a VS", Image(Join({VsTlv(0, {unknown, kRecord7, Tlv(9, Bytes{}), kRecord13}), kLastVs}))},
+        {"a VS in two parts", Image(Join({VsTlv(0, {kRecord7}), kLastVs, VsTlv(0, {kRecord13})}))},
+        {"VS id behind the records", Image(Join({Tlv(2, {kRecord7, kRecord13, Tlv(6, Be32(0))}), kLastVs}))},
+    };
+    for (const auto &[name, image] : images) {
+        Store store = EmptyStore();
+        EXPECT_EQ(Parse(image, store), TAV_OK) << name;
+        EXPECT_EQ(BodyOf(store), kBody) << name;
+    }
+}
+
+/** A checksum that is stated again is right when the first one was, without being computed again; else it is wrong. */
+TEST(Malformed, ChecksumsStatedAgain) {
+    using interposer::Call;
+    TempFolder folder;
+    const std::string refer = folder.Path("r.dat");
+    const Bytes referred = Image(VsTlv(9, {})), padded = Tlv(5, Join({Sha256(kBody), Filled(4, 7)})),
+                other = Tlv(20, Slice(referred, kChecksumAt, kHeadSize));
+    WriteFile(refer, referred);
+    const std::vector<Bytes> fields = {kVersion, kTime, kSum, other, padded, other, kSum, other, padded};
+    struct Outcome {
+        uint32_t code, digests, reads;
+        size_t stated;
+        bool operator==(const Outcome &) const = default;
+    };
+    const auto check = [&](const std::vector<Bytes> &head) {
+        Bytes image = ImageWithHead(head, kBody);
+        TAV_ExtCfgFileContext context{};
+        context.referPath = refer.c_str();
+        interposer::Reset();
+        const uint32_t code = TAV_CheckExtCfgFileData(image.data(), static_cast<uint32_t>(image.size()), &context);
+        const size_t stated =
+            context.storedChecksum == nullptr ? 0 : static_cast<size_t>(context.storedChecksum - image.data());
+        return Outcome{code, interposer::Count(Call::kDigest), interposer::Count(Call::kOpen), stated};
+    };
+    const size_t last = ImageWithHead(fields, {}).size() - 36;
+    EXPECT_EQ(check(fields), (Outcome{TAV_OK, 2, 1, last}));
+    for (size_t at = 2; at < fields.size(); ++at) {
+        for (const size_t byte : {size_t{7}, size_t{8}, size_t{39}}) {  // of its length, and of its value
+            std::vector<Bytes> changed = fields;
+            changed[at][byte] ^= 1;
+            const Outcome outcome = check(changed);
+            EXPECT_NE(outcome.code, TAV_OK) << at;
+            EXPECT_LE(outcome.digests, 4u) << at;
+        }
+    }
+    DebugLog log;  // with the log on each is checked, for that reports
+    EXPECT_EQ(check(fields), (Outcome{TAV_OK, 4 + 3, 3, last}));
+}
+
+/** Damages bodies at random: what loads with a right checksum can be written, and then loads again as the same. */
+TEST(Malformed, RandomDamageBehindARightChecksum) {
+    NothingLeaks leaks;
+    Random random(77);
+    unsigned loaded = 0;
+    const unsigned rounds = 6000;
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        Bytes body = kBody;
+        for (unsigned count = random() % 3 + 1; count > 0; --count) {
+            const size_t at = random() % body.size();
+            if (random() % 3 == 0) {
+                body.erase(body.begin() + static_cast<std::ptrdiff_t>(at));
+            } else {
+                body[at & ~size_t{3}] = static_cast<uint8_t>(random() % 30);
+                body[at] = static_cast<uint8_t>(random());
+            }
+        }
+        Search(Image(body));
+        const Store store = EmptyStore(), again = EmptyStore();
+        const uint32_t code = Parse(Image(body), store);
+        if (code != TAV_OK) {
+            ASSERT_EQ(code, code == TAV_ERR_NO_MEMORY ? code : TAV_ERR_INVALID);
+            continue;
+        }
+        ++loaded;
+        const Bytes first = BodyOf(store);
+        ASSERT_EQ(Parse(Image(first), again), first.empty() ? TAV_ERR_INVALID : TAV_OK);
+        ASSERT_EQ(BodyOf(again), first);
+    }
+    EXPECT_GT(loaded, 300u) << "the damage is too heavy to tell anything";
+    EXPECT_LT(loaded, rounds - 300);
+}
+
+}  // namespace

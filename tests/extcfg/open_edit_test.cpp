@@ -1,0 +1,327 @@
+/*
+ * Opening in the three modes, the life of a query, reading by key, editing, and who owns what after a failure.
+ */
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "debug_log.h"
+#include "interposer.h"
+#include "store.h"
+
+namespace {
+
+using interposer::Call;
+
+const Bytes kGood = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(3)), Tlv(15, Be16(33))}), Tlv(13, {Tlv(14, Be32(1))})}));
+/** Fails its check, for a byte lacks. */
+const Bytes kBroken = Slice(kGood, 0, kGood.size() - 1);
+/** Passes its check and gives a VS and a record, then fails on the second record of the same key. */
+const Bytes kHalf = Image(VsTlv(0, {Tlv(13, Tlv(14, Be32(3))), Tlv(13, Tlv(14, Be32(3)))}));
+/** Passes its check and fails before anything is added. */
+const Bytes kNoVs = Image(Tlv(2, Tlv(13, Tlv(14, Be32(3)))));
+
+/** A test with a folder, where a.dat holds kGood. The log is off: with it on, searches take no short cut. */
+class Stores : public testing::Test {
+  protected:
+    Stores() { WriteFile(path_, kGood); }
+    ~Stores() override { interposer::Reset(); }
+
+    /** Queries the records of class 13 in a VS and expects just these keys, in this order. */
+    static void ExpectKeys(const Store &store, uint32_t vsId, const std::vector<uint32_t> &keys) {
+        Record condition = Class13(2, 22);
+        ASSERT_EQ(TAV_ExtCfgStartQuery(vsId, condition.get(), store.get()), TAV_OK);
+        condition.reset();  // the store has its own copy, whose fields are not matched
+        for (uint32_t key : keys) {
+            ASSERT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(key));
+        }
+        ASSERT_EQ(TAV_ExtCfgGetNextRecord(store.get()), nullptr);
+    }
+
+    NothingLeaks leaks_;
+    TempFolder folder_;
+    const std::string path_ = folder_.Path("a.dat");
+};
+using Opening = Stores;
+using Query = Stores;
+using Edit = Stores;
+
+TEST_F(Opening, EachModeWithEachKindOfFile) {
+    DebugLog log;
+    struct Case {
+        const char *name;
+        std::optional<Bytes> content;
+        const char *loadCode;  // as the log shows it; null when it loads
+        bool opensReadWrite;
+    };
+    const Case cases[] = {
+        {"good", kGood, nullptr, true},
+        {"missing", std::nullopt, "0x801616", true},
+        {"empty", Bytes{}, "0x801614", true},
+        {"corrupt", kBroken, "0x801617", true},
+        {"partly loadable", kHalf, "0x801617", false},
+        {"fails before its first VS", kNoVs, "0x801617", true},
+    };
+    for (const Case &test : cases) {
+        for (uint32_t mode : {0u, 1u, 2u, 3u, 256u, 257u, 258u}) {
+            SCOPED_TRACE(std::string(test.name) + " in mode " + std::to_string(mode));
+            remove(path_.c_str());
+            if (test.content) {
+                WriteFile(path_, *test.content);
+            }
+            log.Take();
+            interposer::Reset();
+            Store store = Open(mode, path_);
+            const bool fails = mode != 2 && test.loadCode != nullptr, readOnly = mode == 1;
+            EXPECT_EQ(interposer::Listed().empty(), mode == 2) << "mode 2 does not touch the file";
+            ASSERT_EQ(store != nullptr, !fails || (!readOnly && test.opensReadWrite));
+            EXPECT_EQ(FileExists(path_), test.content.has_value());
+            if (fails) {
+                log.ExpectAmong(
+                    {{"TAV_LoadExtCfgFile", "Load " + path_ + " start"},
+                     {"TAV_LoadExtCfgFile", "Load " + path_ + " end"},
+                     {"TAV_ExtCfgOpen", "Load file " + path_ + " failed, return " + std::string(test.loadCode)}});
+            }
+            if (store == nullptr) {
+                continue;
+            }
+            if (mode != 2) {
+                ExpectKeys(store, 0, fails ? std::vector<uint32_t>{} : std::vector<uint32_t>{1, 3});
+            }
+            EXPECT_EQ(Add(store, 8, Class13(77)), readOnly ? TAV_ERR_REFUSED : TAV_OK);
+        }
+    }
+}
+
+TEST_F(Query, Life) {
+    DebugLog log;
+    Store store = Open(0, folder_.Path("new.dat")), writeOnly = Open(2, path_);
+    CfgLocal *local = store.get();
+    auto expectNone = [&](const std::string &report) {
+        log.Take();
+        EXPECT_EQ(TAV_ExtCfgGetNextRecord(local), nullptr);
+        log.ExpectAmong({{"TAV_ExtCfgGetNextRecord", report}});
+    };
+    for (uint32_t key : {3u, 1u, 2u}) {
+        ASSERT_EQ(Add(store, 5, Class13(key, static_cast<uint16_t>(key * 11))), TAV_OK);
+    }
+    expectNone("CfgLocal query not started");
+    EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
+    ExpectKeys(store, 5, {1, 2, 3});
+    expectNone("VS 5, Class 13 no more record");
+    ASSERT_EQ(Add(store, 5, Class13(9)), TAV_OK);
+    EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(local), 14), Host32(9)) << "added behind the cursor";
+
+    Record class26 = MakeRecord(26, {});
+    for (uint32_t vsId : {5u, 0xFFFFFFFF}) {  // each start ends the running query
+        ASSERT_EQ(TAV_ExtCfgStartQuery(vsId, class26.get(), local), TAV_OK);
+        expectNone("Null pointer, return 0x0");
+    }
+    interposer::FailNth(Call::kMalloc, 1);
+    EXPECT_EQ(TAV_ExtCfgStartQuery(5, class26.get(), local), TAV_ERR_NO_MEMORY);
+    expectNone("CfgLocal query not started");
+    ExpectKeys(store, 5, {1, 2, 3, 9});
+    EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
+    expectNone("CfgLocal query not started");
+    EXPECT_EQ(TAV_ExtCfgStartQuery(5, nullptr, nullptr), TAV_ERR_NULL) << "the condition is looked at first";
+    log.Expect({{"TAV_ExtCfgStartQuery", "Null pointer, return 0x801619"}});
+    EXPECT_EQ(TAV_ExtCfgStartQuery(5, class26.get(), writeOnly.get()), TAV_ERR_REFUSED);
+    log.Expect({{"TAV_ExtCfgStartQuery", "CfgLocal is write-only mode"}});
+    ExpectKeys(store, 5, {1, 2, 3, 9});  // closing with a query running frees its condition
+}
+
+/** Takes some of five records, deletes any, adds any keys: what is behind the cursor comes, and nothing else. */
+TEST_F(Query, GoesOnBehindItsCursorWhateverIsDeleted) {
+    for (uint32_t round = 0; round < 7 << 5 << 7; ++round) {
+        const uint32_t taken = round % 7, deleted = round / 7 % 32 << 1, added = round / 7 / 32;
+        const Store store(TAV_ExtCfgLocalCreate(0, "/nowhere/a.dat", nullptr));
+        std::set<uint32_t> keys = {1, 2, 3, 4, 5};
+        for (uint32_t key : keys) {
+            ASSERT_EQ(Add(store, 0, Class13(key)), TAV_OK);
+        }
+        ASSERT_EQ(TAV_ExtCfgStartQuery(0, Class13(0).get(), store.get()), TAV_OK);
+        for (uint32_t count = 0; count < taken; ++count) {
+            TAV_ExtCfgGetNextRecord(store.get());
+        }
+        for (uint32_t key = 0; key < 7; ++key) {
+            if ((deleted >> key & 1) != 0) {
+                ASSERT_EQ(TAV_ExtCfgDelRecord(0, Class13(key).get(), store.get()), TAV_OK);
+                keys.erase(key);
+            }
+            if ((added >> key & 1) != 0) {
+                ASSERT_EQ(Add(store, 0, Class13(key)), keys.insert(key).second ? TAV_OK : TAV_ERR_INVALID);
+            }
+        }
+        for (auto key = keys.lower_bound(taken == 0 ? 0 : std::min(taken, 5u) + 1); key != keys.end(); ++key) {
+            ASSERT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(*key)) << "round " << round;
+            ASSERT_EQ(TAV_ExtCfgDelRecord(0, Class13(*key).get(), store.get()), TAV_OK) << "under the cursor again";
+        }
+        ASSERT_EQ(TAV_ExtCfgGetNextRecord(store.get()), nullptr) << "round " << round;
+    }
+}
+
+TEST_F(Query, OpenAndQuery) {
+    DebugLog log;
+    Record any = MakeRecord(13, {});
+    auto open = [&](const char *name) {
+        log.Take();
+        return Store(TAV_ExtCfgOpenAndQuery(0, any.get(), folder_.Path(name).c_str(), nullptr));
+    };
+    interposer::Reset();
+    Store store = open("a.dat");
+    const uint32_t blocks = interposer::Count(Call::kMalloc);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(1));
+    EXPECT_EQ(Add(store, 0, Class13(9)), TAV_ERR_REFUSED) << "it is read-only";
+    EXPECT_FALSE(open("missing.dat"));
+    log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Null pointer, return 0x0"}});
+    interposer::FailNth(Call::kMalloc, blocks);  // the copy of the condition
+    EXPECT_FALSE(open("a.dat"));
+    log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Start query return 0x801611, VS 0 filename " + path_}});
+}
+
+TEST_F(Edit, RefusalsAndMisses) {
+    DebugLog log;
+    Store store = Open(0, folder_.Path("new.dat"));
+    CfgLocal *local = store.get();
+    Record keyless = MakeRecord(7, {{9, Host16(1)}});
+    EXPECT_EQ(TAV_ExtCfgAddRecord(1, keyless.get(), local), TAV_ERR_INVALID);
+    log.ExpectAmong({{"TAV_ExtCfgRecordVerify", "Record key field not found, cid 7, fid 8"},
+                     {"TAV_ExtCfgAddRecord", "Error code 0x801617, return 0x801617"}});
+    EXPECT_EQ(TAV_CalcExtCfgFileBodySize(local), 0u) << "no VS for a record that is not verified";
+    ASSERT_EQ(Add(store, 1, Class13(5, 1)), TAV_OK);
+    EXPECT_EQ(Add(store, 1, Class13(5, 99)), TAV_ERR_INVALID);
+    log.ExpectAmong({{"TAV_ExtCfgAddRecord", "Report error: 0x801617"}});
+    // A class without key fields holds one record per VS.
+    EXPECT_EQ(Add(store, 1, MakeRecord(99, {{1000, {1}}})), TAV_OK);
+    EXPECT_EQ(Add(store, 1, MakeRecord(99, {{1000, {2}}})), TAV_ERR_INVALID);
+
+    const uint32_t size = TAV_CalcExtCfgFileBodySize(local);
+    const std::string notFound = "Null pointer, return 0x801618";
+    struct Miss {
+        uint32_t vsId;
+        Record record;
+        uint32_t deleteCode;
+        std::string deleteReport;
+    };
+    const Miss misses[] = {
+        {1, Class13(6), TAV_ERR_NOT_FOUND, notFound},
+        {2, Class13(5), TAV_ERR_NOT_FOUND, notFound},
+        {1, MakeRecord(26, {{14, Host32(5)}}), TAV_ERR_NOT_FOUND, notFound},
+        {1, MakeRecord(13, {}), TAV_ERR_INVALID, "Error code 0x801617, return 0x801617"},
+        {1, nullptr, TAV_ERR_NULL, "Error code 0x801619, return 0x801619"},
+    };
+    for (const Miss &miss : misses) {
+        EXPECT_EQ(TAV_ExtCfgSetRecord(miss.vsId, miss.record.get(), local), TAV_ERR_NOT_FOUND);
+        EXPECT_EQ(TAV_ExtCfgDelRecord(miss.vsId, miss.record.get(), local), miss.deleteCode);
+        log.ExpectAmong({{"TAV_ExtCfgSetRecord", notFound}, {"TAV_ExtCfgDelRecord", miss.deleteReport}});
+    }
+    EXPECT_EQ(TAV_CalcExtCfgFileBodySize(local), size) << "a miss creates nothing";
+    EXPECT_EQ(TAV_ExtCfgDelRecord(1, MakeRecord(99, {}).get(), local), TAV_OK);
+    EXPECT_EQ(TAV_ExtCfgDelRecord(1, Class13(5).get(), local), TAV_OK);
+    EXPECT_EQ(TAV_CalcExtCfgFileBodySize(local), 20u) << "the VS stays";
+}
+
+TEST_F(Edit, RefusedStores) {
+    DebugLog log;
+    Store store = Open(1, path_);
+    Record record = Class13(3, 1);
+    log.Take();
+    const std::pair<const char *, std::function<uint32_t(CfgLocal *)>> edits[] = {
+        {"TAV_ExtCfgSetRecord", [&](CfgLocal *local) { return TAV_ExtCfgSetRecord(0, record.get(), local); }},
+        {"TAV_ExtCfgDelRecord", [&](CfgLocal *local) { return TAV_ExtCfgDelRecord(0, record.get(), local); }},
+        {"TAV_ExtCfgAddRecord", [&](CfgLocal *local) { return TAV_ExtCfgAddRecord(0, record.get(), local); }},
+        {"TAV_ExtCfgFlush", TAV_ExtCfgFlush},
+    };
+    for (const auto &[function, edit] : edits) {
+        EXPECT_EQ(edit(nullptr), TAV_ERR_INVALID) << function;
+        EXPECT_EQ(edit(store.get()), TAV_ERR_REFUSED) << function;
+        log.Expect({{function, "Invalid CfgLocal"}, {function, "CfgLocal is readonly mode"}});
+    }
+    EXPECT_EQ(TAV_WriteExtCfgFile("a", nullptr), TAV_ERR_NULL);
+    EXPECT_EQ(TAV_ExtCfgStartQuery(0, record.get(), nullptr), TAV_ERR_INVALID);
+    EXPECT_EQ(TAV_ExtCfgGetNextRecord(nullptr), nullptr);
+    EXPECT_EQ(TAV_ExtCfgClose(nullptr), TAV_ERR_INVALID);
+    EXPECT_EQ(ReadFile(path_), kGood);
+    EXPECT_EQ(ValueOf(TAV_ExtCfgGetRecord(0, record.get(), store.get()), 15), Host16(33)) << "only the key counts";
+}
+
+TEST_F(Opening, EachAllocationFailingInTurn) {
+    // The store, the buffer, and a block for each VS, class, record and field. Without the store there is nothing; a
+    // read-write open that fails before its first VS starts empty.
+    const uint32_t needed = 1 + 1 + 1 + 1 + 2 + 3;
+    for (uint32_t mode : {0u, 1u}) {
+        for (uint32_t nth = 1; nth <= needed + 1; ++nth) {
+            NothingLeaks leaks;
+            interposer::FailNth(Call::kMalloc, nth);
+            Store store = Open(mode, path_);
+            const bool startsEmpty = mode == 0 && (nth == 2 || nth == 3);
+            ASSERT_EQ(store != nullptr, nth > needed || startsEmpty) << "mode " << mode << " block " << nth;
+            if (store) {
+                EXPECT_EQ(TAV_CalcExtCfgFileBodySize(store.get()), startsEmpty ? 0u : kGood.size() - kHeadSize);
+            }
+        }
+    }
+}
+
+TEST_F(Opening, LoadingLeavesNoPointersIntoTheImage) {
+    const Record condition = Class13(3);
+    for (const Bytes &content : {kGood, kBroken, kNoVs}) {
+        WriteFile(path_, content);
+        TAV_ExtCfgFileContext context = {};
+        context.recordCond = condition.get();
+        EXPECT_EQ(TAV_LoadExtCfgFile(path_.c_str(), &context), content == kGood ? 1u : TAV_ERR_INVALID);
+        EXPECT_EQ(context.image, nullptr);
+        EXPECT_EQ(context.foundValue, nullptr);
+        EXPECT_EQ(context.storedChecksum, nullptr);
+    }
+}
+
+TEST_F(Edit, ARecordIsItsCallersUntilItIsAdded) {
+    Store store = Open(2, path_);
+    Record record = Class13(3);
+    for (uint32_t nth = 1; nth <= 2; ++nth) {  // adding takes a VS node and a class node
+        interposer::FailNth(Call::kMalloc, nth);
+        EXPECT_EQ(TAV_ExtCfgAddRecord(nth, record.get(), store.get()), TAV_ERR_NO_MEMORY) << nth;
+        EXPECT_EQ(Encode(record.get()), Tlv(13, {Tlv(14, Be32(3))}));
+    }
+    TAV_ExtCfgRecordNode *added = record.get();
+    ASSERT_EQ(Add(store, 0, std::move(record)), TAV_OK);
+    const Store other = Open(2, path_);
+    DebugLog log;
+    for (const auto &[vsId, local] : {std::pair{0u, store.get()}, {7u, store.get()}, {0u, other.get()}}) {
+        EXPECT_EQ(TAV_ExtCfgAddRecord(vsId, added, local), TAV_ERR_INVALID) << "it is in a store already";
+        log.ExpectAmong({{"TAV_ExtCfgAddRecord", "Record is in a store already, cid 13"},
+                         {"TAV_ExtCfgAddRecord", "Report error: 0x801617"}});
+    }
+    Record twin = Class13(3);
+    EXPECT_EQ(TAV_ExtCfgAddRecord(0, twin.get(), store.get()), TAV_ERR_INVALID);
+    EXPECT_EQ(Add(store, 7, std::move(twin)), TAV_OK) << "a record that was refused is in no store";
+}
+
+TEST_F(Edit, AKeyGivenTwiceChangesNothing) {
+    const Bytes image = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(3)), Tlv(15, Be16(33))})}));
+    WriteFile(path_, image);
+    const Store store = Open(0, path_);
+    const Record twice = MakeRecord(13, {{15, Host16(9)}, {14, Host32(3)}, {14, Host32(1)}});
+    EXPECT_EQ(TAV_ExtCfgSetRecord(0, twice.get(), store.get()), TAV_ERR_INVALID);
+    EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_UNCHANGED);
+    EXPECT_EQ(TAV_ExtCfgSetRecord(1, twice.get(), store.get()), TAV_ERR_NOT_FOUND) << "the look-up comes first";
+    EXPECT_EQ(TAV_ExtCfgSetRecordToFile(0, twice.get(), path_.c_str(), nullptr), TAV_ERR_INVALID);
+    EXPECT_EQ(ReadFile(path_), image);
+    EXPECT_EQ(Encode(twice.get()), Tlv(13, {Tlv(15, Be16(9)), Tlv(14, Be32(3)), Tlv(14, Be32(1))})) << "none consumed";
+}
+
+/** A record that was added with the log on stands behind the greatest one, as later adds must know. */
+TEST_F(Edit, AddsWithTheLogOnAndOff) {
+    const Store store = Open(0, folder_.Path("new.dat"));
+    EXPECT_EQ(Add(store, 0, Class13(1)), TAV_OK);
+    {
+        const DebugLog log;
+        EXPECT_EQ(Add(store, 0, Class13(2)), TAV_OK);
+    }
+    EXPECT_EQ(Add(store, 0, Class13(2)), TAV_ERR_INVALID);
+    ExpectKeys(store, 0, {1, 2});
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+/*
+ * A store beside a map that is edited in the same way: few keys and many edits, and so many keys that searches are sped
+ * up. Neither what is found nor the order may tell the two apart.
+ */
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "interposer.h"
+#include "store.h"
+
+namespace {
+
+class Twins {
+  public:
+    Twins(uint32_t seed, uint32_t keys) : random_(seed), keys_(keys) {}
+
+    void Add() {
+        const uint32_t key = random_() % keys_;
+        Record record = Class13(key, static_cast<uint16_t>(random_()));
+        const TAV_ExtCfgRecordNode *node = record.get();
+        ASSERT_EQ(::Add(store_, 0, std::move(record)), map_.emplace(key, node).second ? TAV_OK : TAV_ERR_INVALID);
+    }
+    void Set() {
+        const uint32_t key = random_() % keys_;
+        const auto value = static_cast<uint16_t>(random_());
+        ASSERT_EQ(TAV_ExtCfgSetRecord(0, Class13(key, value).get(), store_.get()), CodeOf(key));
+        if (map_.contains(key)) {
+            ASSERT_EQ(ValueOf(map_[key], 15), Host16(value));
+        }
+    }
+    void Delete() {
+        const uint32_t key = random_() % keys_;
+        ASSERT_EQ(TAV_ExtCfgDelRecord(0, Class13(key).get(), store_.get()), CodeOf(key));
+        map_.erase(key);
+    }
+
+    /** Searches for every key, often enough that the last searches are sped up, and walks all records in order. */
+    void ExpectSame() const {
+        for (uint32_t search = 0; search < 2 * keys_; ++search) {
+            const auto wanted = map_.find(search % keys_);
+            const TAV_ExtCfgRecordNode *found = TAV_ExtCfgGetRecord(0, Class13(search % keys_).get(), store_.get());
+            ASSERT_EQ(found, wanted == map_.end() ? nullptr : wanted->second) << "key " << search % keys_;
+        }
+        ASSERT_EQ(TAV_ExtCfgStartQuery(0, Class13(0).get(), store_.get()), TAV_OK);
+        for (const auto &[key, node] : map_) {
+            ASSERT_EQ(TAV_ExtCfgGetNextRecord(store_.get()), node) << "key " << key;
+        }
+        ASSERT_EQ(TAV_ExtCfgGetNextRecord(store_.get()), nullptr);
+    }
+
+  private:
+    uint32_t CodeOf(uint32_t key) const { return map_.contains(key) ? TAV_OK : TAV_ERR_NOT_FOUND; }
+
+    NothingLeaks leaks_;
+    Random random_;
+    const uint32_t keys_;
+    const Store store_ = Open(TAV_EXT_MODE_READ_WRITE, "/nowhere/a.dat");
+    std::map<uint32_t, const TAV_ExtCfgRecordNode *> map_;
+};
+
+TEST(RandomEdits, AgreeWithAMap) {
+    struct Course {
+        uint32_t keys, addedFirst, edits, editsBetweenLooks;
+    };
+    for (const auto &[keys, addedFirst, edits, editsBetweenLooks] :
+         {Course{50, 0, 2000, 20}, Course{3000, 4000, 12, 1}}) {
+        Twins twins(keys, keys);
+        for (uint32_t count = 0; count < addedFirst; ++count) {
+            twins.Add();
+        }
+        for (uint32_t edit = 0; edit < edits; ++edit) {
+            const auto change = std::to_array({&Twins::Add, &Twins::Set, &Twins::Delete, &Twins::Add})[edit % 4];
+            (twins.*change)();
+            if (edit % editsBetweenLooks == 0) {
+                twins.ExpectSame();
+            }
+        }
+    }
+}
+
+TEST(RandomEdits, SearchesNeedNoMemory) {
+    const NothingLeaks nothingLeaks;
+    const Store store = Open(TAV_EXT_MODE_WRITE_ONLY, "/nowhere/a.dat");
+    std::vector<Record> keys;
+    for (uint32_t key = 0; key < 3000; ++key) {
+        ASSERT_EQ(Add(store, 0, Class13(key)), TAV_OK);
+        keys.push_back(Class13(key));
+    }
+    interposer::FailNth(interposer::Call::kMalloc, 1);  // searching takes no memory but the index
+    for (uint32_t search = 0; search < 6000; ++search) {
+        ASSERT_NE(TAV_ExtCfgGetRecord(0, keys[search % 3000].get(), store.get()), nullptr);
+    }
+    EXPECT_GE(interposer::Count(interposer::Call::kMalloc), 2u) << "one index was refused, a later one made";
+    interposer::Reset();
+}
+
+}  // namespace

@@ -1,0 +1,268 @@
+// The message bus: real sockets, other processes, other users, and datagrams that are no messages.
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <functional>
+#include <thread>
+
+#include "bytes.h"
+#include "platform/dms_message.h"
+#include "platform/mel_environment.h"
+#include "platform/mel_memory.h"
+#include "tav_posix.h"
+#include "tav_posix_bus.h"
+
+/** What happens elsewhere between the platform's look at an announcement and its removal. */
+static std::function<void()> beforeRename = [] {};
+extern "C" int renameat(int fromFolder, const char *from, int toFolder, const char *to) noexcept {
+    std::exchange(beforeRename, [] {})();
+    return renameat2(fromFolder, from, toFolder, to, 0);
+}
+
+namespace {
+
+using Port = std::unique_ptr<TAV_Posix_BusPort, decltype(&TAV_Posix_BusUnbind)>;
+using Codes = std::vector<int64_t>;  // of several calls, in their order
+constexpr uint32_t kMax = UINT32_MAX, kMagic = 0x54415642;
+
+Port Bind(uint32_t id, uint32_t expected = 0) {
+    TAV_Posix_BusPort *port = nullptr;
+    EXPECT_EQ(TAV_Posix_BusBind(id, &port), expected);
+    EXPECT_EQ(port != nullptr, expected == 0);
+    return Port(port, TAV_Posix_BusUnbind);
+}
+
+int64_t Send(uint32_t sender, uint32_t receiver, uint32_t size = 16, uint32_t excess = 0) {
+    void *const message = memset(MEL_MsgAlloc_F(sender, size, "test", 1), 1, size);
+    return TAV_AdjustSendMsg(receiver, 0, 0, message, size + excess);
+}
+
+/** Receives a message. Returns the code, or the negative id of the sender. */
+int64_t Receive(const Port &port, int32_t timeoutMs = 50) {
+    void *message = nullptr;
+    uint32_t length = 0;
+    const uint32_t code = TAV_Posix_BusReceive(port.get(), timeoutMs, &message, &length);
+    const int64_t result = code == 0 ? -int64_t{DMS_MsgSendCidGet(message)} : code;
+    DMS_MsgFree(0, message);
+    return result;
+}
+
+const sockaddr *AddressOf(uint32_t id) {
+    static sockaddr_un address = {AF_UNIX, {}};
+    snprintf(address.sun_path, sizeof(address.sun_path), "%s/%u", getenv("TAV_BUS_PATH"), id);
+    return reinterpret_cast<const sockaddr *>(&address);
+}
+
+/** A datagram, byte by byte, to component 7 from component 6. */
+void SendRaw(size_t size, uint32_t receiver = 7, uint32_t magic = kMagic, uint16_t version = 1) {
+    Bytes data = Join({Host32(magic), Host16(version), Host16(0), Host32(6), Host32(receiver), Host32(0)});
+    data.resize(size);
+    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sendto(sender, data.data(), size, MSG_DONTWAIT, AddressOf(7), sizeof(sockaddr_un));
+    close(sender);
+}
+
+// Runs statements in a process of its own; what they expect must hold there.
+#define IN_CHILD(...) EXPECT_EXIT(([&] { __VA_ARGS__; }(), _exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "")
+
+/** Returns who serves a VS, or a negative code. */
+int64_t Served(uint32_t vsId, uint32_t component = 180) {
+    uint32_t id = 0;
+    const uint32_t code = CMF_GetPIDByVR(component, 0, kMax, vsId, &id);
+    return code == 0 ? int64_t{id} : -int64_t{code};
+}
+
+uint32_t Serve(const Port &port, uint32_t vsId) {
+    return TAV_Posix_BusServe(port.get(), 180, kMax, vsId);
+}
+
+TAV_Posix_BusCounts Counts() {
+    TAV_Posix_BusCounts counts;
+    TAV_Posix_BusAccount(&counts);
+    return counts;
+}
+
+/** Every test leaves nothing behind: no message, no block, no descriptor. */
+class Bus : public testing::Test {
+  protected:
+    Bus() { setenv("TAV_BUS_PATH", folder_.Path("bus").c_str(), 1); }
+    ~Bus() override { EXPECT_EQ(Left(), left_); }
+    static std::vector<uint64_t> Left() {
+        TAV_Posix_MemAccount memory;
+        TAV_Posix_MemTotal(&memory);
+        const int lowestFree = dup(0);
+        close(lowestFree);
+        return {Counts().alive, memory.blocks, static_cast<uint64_t>(lowestFree)};
+    }
+    TempFolder folder_;
+    const std::vector<uint64_t> left_ = Left();
+    const TAV_Posix_BusCounts before_ = Counts();
+};
+
+TEST_F(Bus, MessagesOfAnotherProcessComeWholeAndWithZerosBehind) {
+    const Port port = Bind(7);
+    for (const uint32_t size : {16u, 17u, 65535u}) {
+        void *message = memset(MEL_MsgAlloc_F(8, size, "test", 1), 0x5A, size);
+        DMS_MEL_MSG_SET_INTF(message, 1);
+        DMS_MEL_MSG_SET_SUB_INTF(message, 3);
+        EXPECT_EQ(DMS_MsgRecvIidGet(message), 0u);
+        IN_CHILD(EXPECT_EQ(TAV_AdjustSendMsg(7, 0, 0x103, message, size), 0u));
+        DMS_MsgFree(8, message);
+        MEL_Free_F(memset(MEL_Malloc_F(0, 0, size + 65568, "test", 2), 0xFF, size + 65568), "test", 3);
+        uint32_t length = 0;
+        ASSERT_EQ(TAV_Posix_BusReceive(port.get(), 1000, &message, &length), 0u);
+        const auto *const bytes = static_cast<const uint8_t *>(message);
+        EXPECT_EQ(Bytes(bytes, bytes + length + 65536), Join({Filled(size, 0x5A), Filled(65536, 0)}));
+        EXPECT_EQ((Codes{DMS_MsgSendCidGet(message), DMS_MsgRecvCidGet(message), DMS_MsgRecvIidGet(message),
+                         DMS_MEL_MSG_GET_INTF(message), DMS_MEL_MSG_GET_SUB_INTF(message)}),
+                  (Codes{8, 7, 0x103, 1, 3}));
+        DMS_MsgFree(7, message);
+    }
+}
+
+TEST_F(Bus, FailedSendsTellWhyAndStillTakeTheMessage) {
+    const Port port = Bind(7), other = Bind(9);
+    EXPECT_EQ((Codes{Send(7, 8), Send(7, 9, 15), Send(7, 9, 65536), Send(7, 9, 40, 1)}),
+              (Codes{ENOENT, EINVAL, EMSGSIZE, EMSGSIZE}));
+    while (Send(7, 7, 65535) == 0 && Counts().sent - before_.sent < 10000) {
+    }
+    EXPECT_EQ(Send(7, 7, 65535), EAGAIN);
+    EXPECT_EQ((Codes{Send(7, 9, 65535), Receive(other)}), (Codes{0, -7})) << "a full receiver is no one else's trouble";
+    std::filesystem::create_symlink("7", folder_.Path("bus/10"));
+    EXPECT_EQ((Codes{Receive(port), Send(7, 7), Send(7, 10)}), (Codes{-7, 0, ENOTSOCK}));
+    setenv("TAV_BUS_PATH", ("/" + std::string(97, 'x')).c_str(), 1);
+    EXPECT_EQ(Send(7, 7), ENAMETOOLONG);
+    EXPECT_EQ(Counts().sendFailures - before_.sendFailures, 8u);
+    setenv("TAV_BUS_PATH", "bus", 1);
+    Bind(8, EINVAL);
+    EXPECT_EQ((Codes{Send(7, 7), Served(1)}), (Codes{EINVAL, -EINVAL}));
+}
+
+TEST_F(Bus, DropsWhatIsNoMessageAndWaitsNoLonger) {
+    const Port port = Bind(7);
+    const struct {
+        size_t size;
+        uint32_t receiver, magic;
+        uint16_t version;
+    } junk[] = {{0, 7, kMagic, 1},  {35, 7, kMagic, 1}, {65556, 7, kMagic, 1},
+                {36, 8, kMagic, 1}, {36, 7, 99, 1},     {36, 7, kMagic, 2}};
+    for (const auto &[size, receiver, magic, version] : junk) {
+        SendRaw(size, receiver, magic, version);
+        SendRaw(36);
+        EXPECT_EQ(Receive(port), -6) << size;
+    }
+    EXPECT_EQ(Counts().refused - before_.refused, 6u);
+    EXPECT_EQ(Counts().received - before_.received, 6u);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Receive(port), ETIMEDOUT);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+    signal(SIGALRM, [](int) {});
+    ualarm(50000, 0);
+    EXPECT_EQ(Receive(port, -1), EINTR);
+    SendRaw(0);
+    SendRaw(36);
+    EXPECT_EQ((Codes{Receive(port, 0), Receive(port, 0)}), (Codes{ETIMEDOUT, -6}));  // one look is one look
+}
+
+TEST_F(Bus, AKilledHoldersComponentCanBeBoundAgain) {
+    EXPECT_EXIT((Serve(*new Port(Bind(7)), 1), raise(SIGKILL)), testing::KilledBySignal(SIGKILL), "");
+    EXPECT_EQ((Codes{Send(8, 7), Served(1)}), (Codes{ECONNREFUSED, 7}));
+    Port port = Bind(7);
+    IN_CHILD(Bind(7, EADDRINUSE));
+    Bind(7, EADDRINUSE);
+    EXPECT_EQ((Codes{Send(8, 7), Receive(port), Served(1)}), (Codes{0, -8, -ENOENT}));
+    const pid_t child = fork();
+    if (child == 0) {
+        pause();  // with the port's descriptors
+    }
+    port.reset();
+    EXPECT_EQ(Send(8, 7), ENOENT);
+    Bind(7);
+    kill(child, SIGKILL);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+}
+
+TEST_F(Bus, TheLastAnnouncementCountsUntilItsPortGoes) {
+    Port first = Bind(7), last = Bind(kMax);
+    EXPECT_EQ((Codes{Serve(first, 1), Serve(first, 2), Serve(last, 2), Serve(last, kMax)}), Codes(4, 0));
+    IN_CHILD(EXPECT_EQ((Codes{Served(1), Served(2), Served(kMax)}), (Codes{7, kMax, kMax})));
+    beforeRename = [&] { EXPECT_EQ(Serve(last, 1), 0u); };  // while the one goes, the other takes its place
+    first.reset();
+    EXPECT_EQ((Codes{Served(1), Served(2), Served(2, 181)}), (Codes{kMax, kMax, -ENOENT}));
+    std::filesystem::create_hard_link(folder_.Path("bus/180.4294967295.2"), folder_.Path("bus/180.4294967295.3"));
+    EXPECT_EQ(Served(3), -EACCES);  // its maker has announced another VS
+    last.reset();
+    EXPECT_EQ(Served(1), -ENOENT);
+}
+
+TEST_F(Bus, OtherUsersSpeakForThemselvesAlone) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    const auto leave = [](uid_t user = 4711) {
+        ASSERT_EQ((Codes{setgroups(0, nullptr), setgid(user), setuid(user)}), Codes(3, 0));
+    };
+    const auto open = [&](const char *name) { ASSERT_EQ(chmod(folder_.Path(name).c_str(), 01777), 0); };
+    Port port = Bind(7), second = Bind(8);
+    open("");
+    open("bus");
+    IN_CHILD(leave(); EXPECT_EQ(Send(5, 7), EACCES); Bind(8, EACCES));
+    open("bus/7");
+    EXPECT_EQ((Codes{Send(5, 7), Receive(port)}), (Codes{0, -5}));  // 5 is no one's: the same user may use it
+    second.reset();  // so that others can give its name to a socket of theirs
+    IN_CHILD(leave(); const int squatter = bind(socket(AF_UNIX, SOCK_DGRAM, 0), AddressOf(8), sizeof(sockaddr_un));
+             EXPECT_EQ((Codes{squatter, Send(8, 7), Send(5, 7)}), Codes(3, 0)));
+    IN_CHILD(leave(65534); Bind(10); EXPECT_EQ(Send(10, 7), 0));
+    EXPECT_EQ((Codes{Receive(port), Send(7, 8)}), (Codes{ETIMEDOUT, EACCES}));
+    Bind(8);
+    IN_CHILD(leave(); EXPECT_EQ((Codes{Serve(*new Port(Bind(9)), 1), Served(1), Send(9, 7)}), (Codes{0, 9, 0})));
+    std::filesystem::remove(folder_.Path("bus/9"));  // unbound
+    EXPECT_EQ((Codes{Receive(port), Served(1), Send(9, 7), Receive(port)}), (Codes{-9, -EACCES, 0, ETIMEDOUT}));
+    Bind(9, EACCES);
+    EXPECT_EQ(Serve(port, 1), 0u);
+    IN_CHILD(leave(); EXPECT_EQ(Served(1), 7); EXPECT_NE(Serve(port, 1), 0u));
+}
+
+TEST_F(Bus, ThreadsLoseNothing) {
+    const Port port = Bind(7);
+    const auto exchange = [&] {
+        for (uint32_t size = 16; size < 500; ++size) {
+            EXPECT_EQ((Codes{Send(7, 7, size), Receive(port, 5000)}), (Codes{0, -7}));
+        }
+    };
+    const std::jthread threads[] = {std::jthread(exchange), std::jthread(exchange), std::jthread(exchange)};
+}
+
+TEST_F(Bus, MessagesAreReturnedOnce) {
+    alignas(8) char foreign[128] = {};
+    EXPECT_DEATH(DMS_MsgFree(7, foreign + 64), "DMS_MsgFree: 0x[0-9a-f]+ is not a live message");
+    EXPECT_DEATH(DMS_MsgSendCidSet(foreign + 65, 1), "DMS_MsgSendCidSet: ");
+#if !defined(__SANITIZE_ADDRESS__)  // which reports these first
+    void *const message = MEL_MsgAlloc_F(7, 400, "test", 1);
+    EXPECT_DEATH((DMS_MsgFree(7, message), DMS_MsgFree(7, message)), "DMS_MsgFree: ");
+    EXPECT_DEATH((TAV_AdjustSendMsg(8, 0, 0, message, 16), DMS_MsgFree(7, message)), "DMS_MsgFree: ");
+    DMS_MsgFree(7, message);
+#endif
+}
+
+TEST(Environment, SettingsAreWholeNumbers) {
+    const std::pair<const char *, Codes> settings[] = {
+        {"0", {0, 0}}, {"4294967295", {0, kMax}}, {"0xfF", {0, 255}}, {"010", {0, 10}}, {"", {ENOENT, 77}}};
+    const auto read = [](const char *text) {
+        uint32_t value = 77;
+        setenv("TAV_ENV_4294967295", text, 1);
+        const uint32_t code = MEL_GetEnvValue(kMax, &value);
+        return Codes{code, value};
+    };
+    for (const auto &[text, expected] : settings) {
+        EXPECT_EQ(read(text), expected) << text;
+    }
+    for (const char *const text : {"0x", " 1", "1 ", "-1", "+1", "0x100000000", "0x-1"}) {
+        EXPECT_EQ(read(text), (Codes{EINVAL, 77})) << text;
+    }
+}
+
+}  // namespace

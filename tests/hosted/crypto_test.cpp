@@ -1,0 +1,196 @@
+// Secrets, and plain strings. The cipher texts and salted forms written out here were made with other implementations.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <openssl/rand.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "bytes.h"
+#include "platform/bex_crypt.h"
+#include "platform/bex_string.h"
+
+static bool noRandom = false;  // the random source fails
+
+extern "C" int RAND_priv_bytes_ex(OSSL_LIB_CTX *library, unsigned char *buffer, size_t size, unsigned int strength) {
+    const auto next = reinterpret_cast<decltype(&RAND_priv_bytes_ex)>(dlsym(RTLD_NEXT, "RAND_priv_bytes_ex"));
+    return noRandom ? 0 : next(library, buffer, size, strength);
+}
+
+namespace {
+
+using std::string;
+
+uint32_t Size(const string &text) {
+    return static_cast<uint32_t>(text.size());
+}
+
+/** Encrypts with mode 1 or 2 and expects a code. Returns the text. */
+string Encrypt(uint32_t mode, const string &plain, const char *context, uint32_t code = 0, uint32_t size = 433) {
+    string out(size, '#');
+    const Bytes vector = Filled(16, 'Z');
+    EXPECT_EQ(BEX_CRYPT_Encrypt_Sec(plain.data(), Size(plain), out.data(), size, mode, context, vector.data()), code);
+    return out.c_str();
+}
+
+/** Decrypts a text of mode 1 or 2, with nothing readable behind it, and expects a code. Returns what came out. */
+string Decrypt(uint32_t mode, const string &text, const char *context, uint32_t code = 0, uint32_t size = 433) {
+    const std::vector<char> exact(text.begin(), text.end());
+    string out(size, '#');
+    if (mode == 2) {
+        EXPECT_EQ(BEX_Decrypt_AES256_Sec(exact.data(), Size(text), out.data(), &size, context), code);
+        return out.substr(0, size);
+    }
+    EXPECT_EQ(BEX_CRYPT_Decrypt_Sec(exact.data(), Size(text), out.data(), size, 1, context), code);
+    const bool byLook = *context == '\0' && BEX_CRYPT_IsCipher(exact.data(), Size(text)) == 8;  // of any context
+    const uint32_t kind = code == 0 || code == ERANGE || byLook ? 8 : 0;
+    EXPECT_EQ(SYSDT_IsStringCipher_CRYPT(exact.data(), Size(text), 1, context), kind);
+    return out.c_str();
+}
+
+struct Secrets : testing::Test {
+    Secrets() {
+        setenv("TAV_WORK_PATH", folder_.Path().c_str(), 1);
+        RunInFolder("umask 77 && mkdir etc && printf 'tavkey1\nkkkkkkkkkkkkkkkkkkkkkkkkkkkkkkkk' > etc/tav.key");
+    }
+    ~Secrets() override { unsetenv("TAV_WORK_PATH"), unsetenv("TAV_KEY_FILE"); }
+
+    void RunInFolder(const string &commands) const {
+        ASSERT_EQ(std::system(("cd " + folder_.Path() + " && { " + commands + "; } 2>&-").c_str()), 0) << commands;
+    }
+
+    const TempFolder folder_;
+};
+
+TEST_F(Secrets, TextsAreKnownAndTiedToTheirContext) {
+    const Bytes digest = Hex("7e32a729b1226ed1270f282a8c63054d09b26bc9ec53ea69771ce38158dfade8");
+    for (const auto &[context, text, form] : std::vector<std::array<const char *, 3>>{
+             {"", "$rev1$WlpaWlpaWlpaWlpaWlpaWrZW7F03Siv8oWunhRpYOudnGevYamQ",
+              "$dig1$WlpaWlpaWlpaWlpaWlpaWgUFGK5FTHu4OYEmM8sw-lgsq70KTzggykmmbWCduh_TUjmYN1h4qmyT6ZFzQrRPPA"},
+             {"ZPT-MOLD-CARDFRAME", "$rev1$WlpaWlpaWlpaWlpaWlpaWhUJ-CdEMTKHkqkvN20aSFe-izt269g",
+              "$dig1$WlpaWlpaWlpaWlpaWlpaWj_N6g6xqSOSvmvusL3ziu3LwlcYBuI4fopfpO2vjRH9MZI-t6T8TAzNWEnhVlgusQ"}}) {
+        EXPECT_EQ(Encrypt(1, "Secret", *context != '\0' ? context : nullptr), text);
+        EXPECT_EQ(Encrypt(2, "Secret", context), form);
+        EXPECT_EQ(Decrypt(1, text, context) + Decrypt(2, string(form, 86), context, EINVAL), "Secret");
+        EXPECT_EQ(Text(Decrypt(2, form, context, 0, 32)), digest);
+        EXPECT_EQ(Decrypt(2, form, context, ERANGE, 31) + Decrypt(2, form + string("AAAA"), context, EINVAL), "");
+        for (const char *const other : {"a", "ZPT-MOLD-CARDFRAM", "ZPT-MOLD-CARDFRAMe"}) {
+            EXPECT_EQ(Decrypt(1, text, other, EBADMSG) + Decrypt(2, form, other, EBADMSG), "");
+        }
+        EXPECT_EQ(Decrypt(1, form, context, EINVAL) + Decrypt(2, text, context, EINVAL), "");
+    }
+}
+
+TEST_F(Secrets, TextsKeepToTheirRoom) {
+    for (uint32_t length = 1; length <= 287; ++length) {
+        const string plain(length, 'p');
+        const uint32_t size = 6 + (8 * (32 + length) + 5) / 6 + 1;  // 221 for 128 bytes
+        const string text = Encrypt(1, plain, "context", 0, size);
+        EXPECT_EQ(Encrypt(1, plain, "context", ERANGE, size - 1), "");
+        EXPECT_EQ(text.find_first_of("?\" "), string::npos);
+        EXPECT_EQ(Decrypt(1, text, "context", 0, length + 1), plain);
+        EXPECT_EQ(Decrypt(1, text, "context", ERANGE, length), "");
+    }
+    EXPECT_EQ(Decrypt(1, Encrypt(1, "", ""), ""), "");
+    EXPECT_EQ(Encrypt(1, string(288, 'p'), "", ERANGE, 999) + Encrypt(2, "a", "", ERANGE, 92), "");
+    EXPECT_EQ(Encrypt(1, string("a\0b", 3), "", EINVAL) + Encrypt(3, "a", "", EINVAL), "");
+}
+
+TEST_F(Secrets, SaltedFormsAreKnownAndBoundTheirCost) {
+    const string pbkdf2 = "$pbkdf2-sha256$4096$c2FsdA$xeR41ZKIyEGqUw22hFxMjZYok6ABzk4RpJY4c6qYE0o";
+    const string tail = "$U29kaXVtQ2hsb3JpZGU$cCO9yzr9c0hGHAbNgf046_2o-7qQT44-qbVD9lRdofI";
+    const string scrypt = "$scrypt$ln=14,r=8,p=1" + tail;
+    for (const string word : {"password", "pleaseletmein", "Password", "passwor", ""}) {
+        EXPECT_EQ(BEX_VerifySystemPassword(word.data(), Size(word), pbkdf2.c_str()) == 0, word == "password");
+        EXPECT_EQ(BEX_VerifySystemPassword(word.data(), Size(word), scrypt.c_str()) == 0, word == "pleaseletmein");
+        EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(scrypt.data(), Size(scrypt) - Size(word)) == 0, word.empty());
+    }
+    for (const uint32_t size : {89u, 88u, Size(pbkdf2) + 1, Size(pbkdf2)}) {
+        string own(size, '#'), older(size, '#');
+        uint32_t result = 7;
+        EXPECT_EQ(BEX_CRYPT_PasswordEx("Secret", 6, own.data(), &result, size) + result == 0, size > 88);
+        EXPECT_EQ(BEX_VerifySystemPassword("Secret", 6, own.c_str()) == 0, size > 88);
+        BEX_CRYPT_Password_4096("password", 8, Text("salt").data(), 4, older.data(), size);
+        EXPECT_EQ(older.c_str(), size > Size(pbkdf2) ? pbkdf2 : "");
+    }
+    for (const string cost : {"16,r=8,p=4", "16,r=1,p=1", "17,r=8,p=1", "16,r=9,p=1", "16,r=8,p=5", "0,r=8,p=1",
+                              "01,r=8,p=1", "+1,r=8,p=1", " 1,r=8,p=1", "15,r=8,p=0", "15,r=8", "-1,r=8,p=1"}) {
+        const string form = "$scrypt$ln=" + cost + tail;
+        const bool refused = cost != "16,r=8,p=4" && cost != "16,r=1,p=1";
+        EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(form.data(), Size(form)) != 0, refused) << form;
+        EXPECT_NE(BEX_VerifySystemPassword("Secret", 6, form.c_str()), 0u) << form;
+        EXPECT_EQ(ERR_peek_error(), 0u) << form;  // left to the host
+    }
+}
+
+TEST_F(Secrets, NoChangedTextIsAccepted) {
+    const string texts[] = {"$scrypt$ln=1,r=1,p=1$c2FsdA$SYOgNl4qONvtGLPVoPlMoHYwKpIKR0MyuyV46vE47ws",
+                            Encrypt(1, "Secrets", "context"), Encrypt(2, "Secret", "context")};
+    ASSERT_EQ(BEX_VerifySystemPassword("Secret", 6, texts[0].c_str()), 0u);
+    for (const string &text : texts) {
+        for (size_t i = 0; i < (text.size() + 1) * 512; ++i) {  // every byte before and instead of every byte
+            string changed = text;
+            changed.replace(i / 512, i / 256 % 2, 1, static_cast<char>(i));
+            if (changed.c_str() != text) {
+                const uint32_t kind = BEX_CRYPT_IsCipher(changed.data(), Size(changed));
+                EXPECT_EQ(Decrypt(1, changed, "context", kind == 8 ? EBADMSG : EINVAL), "");
+                EXPECT_EQ(Decrypt(2, changed, "context", kind == 6 ? EBADMSG : EINVAL), "");
+                EXPECT_NE(BEX_VerifySystemPassword("Secret", 6, changed.data()), 0u) << changed;
+            }
+        }
+    }
+}
+
+TEST_F(Secrets, KeyFileIsPrivateAndWhole) {
+    const string text = Encrypt(1, "Secret", "");
+    for (const string spoil : {"chmod 640 tav.key", "chmod 602 tav.key", "truncate -s 39 tav.key", "echo >> tav.key",
+                               "mv tav.key k && ln -s k tav.key", "rm tav.key && mkfifo -m 600 tav.key",
+                               "sed -i s/1/2/ tav.key", "chown 1 tav.key || chmod 644 tav.key"}) {
+        RunInFolder("cp -a etc good && cd etc && { " + spoil + "; }");
+        EXPECT_EQ(Encrypt(1, "Secret", "", EACCES) + Decrypt(1, text, "", EACCES), "") << spoil;
+        RunInFolder("rm -r etc && mv good etc");
+        EXPECT_EQ(Decrypt(1, text, ""), "Secret");
+    }
+}
+
+TEST_F(Secrets, ProcessesAgreeOnOneKey) {
+    const string old = Encrypt(1, "Secret", "");
+    for (int round = 0; round < 40; ++round) {
+        RunInFolder("rm -r etc");
+        EXPECT_EQ(Decrypt(1, old, "", ENOENT), "");  // makes no key
+        noRandom = true;
+        EXPECT_EQ(Encrypt(1, "Secret", "", EIO), "");
+        noRandom = false;
+        RunInFolder("rmdir etc");  // no half file
+        for (const char *const name : {"a", "b", "c", "d"}) {
+            if (fork() == 0) {
+                _exit((WriteFile(folder_.Path(name), Text(Encrypt(1, name, ""))), 0));
+            }
+        }
+        while (wait(nullptr) > 0) {
+        }
+        for (const char *const name : {"a", "b", "c", "d"}) {
+            const Bytes text = ReadFile(folder_.Path(name));
+            EXPECT_EQ(Decrypt(1, string(text.begin(), text.end()), ""), name);
+        }
+        EXPECT_EQ(Decrypt(1, old, "", EBADMSG), "");
+        RunInFolder("[ $(stat -c %a etc etc/* | tr '\n' .) = 700.600. ]");
+        setenv("TAV_KEY_FILE", folder_.Path("etc/other").c_str(), 1);  // from now on
+    }
+}
+
+TEST(Strings, AreComparedFoundAndLowered) {
+    EXPECT_EQ(BEX_StrNCmp("a1", "a2", 1), 0);
+    EXPECT_LT(BEX_StrNCmp("a1", "a2", 2), 0);
+    EXPECT_GT(BEX_StrNCmp("", nullptr, 1), 0);
+    char text[] = "AZ@[\xC0z";
+    BEX_StrToLower(text);
+    EXPECT_STREQ(text, "az@[\xC0z");
+    EXPECT_EQ(BEX_StrStr(text, "@["), text + 2);
+    EXPECT_EQ(BEX_StrStr(text, "A"), nullptr);
+}
+
+}  // namespace

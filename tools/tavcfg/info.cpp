@@ -1,0 +1,158 @@
+#include "info.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "body.h"
+#include "diagnose.h"
+#include "errors.h"
+#include "store.h"
+#include "value.h"
+#include "value_forms.h"
+
+using nlohmann::json;
+
+namespace tavcfg {
+
+namespace {
+
+/** What `info` tells. */
+struct Info {
+    uint64_t fileSize;
+    uint32_t imageSize;
+    uint32_t headSize;
+    std::string version;  // empty when the head has none; likewise below
+    std::string modifyTime;
+    std::string stored;
+    std::string computed;
+    std::string refer;
+    std::string problem;  // why the file does not load
+    Model model;
+
+    bool Matches() const { return stored == computed; }
+};
+
+/** The value of a head field in hexadecimal, or an empty text. */
+std::string HeadHex(const Frame &frame, uint32_t type, size_t maxSize = Bytes::npos) {
+    const Tlv *field = frame.HeadField(type);
+    return field == nullptr ? "" : ToHex(ValueOf(*field).substr(0, maxSize));
+}
+
+/** Counts the records of each class of a VS. */
+std::map<uint32_t, size_t> CountByClass(const Vs &vs) {
+    std::map<uint32_t, size_t> counts;
+    for (const Record &record : vs.records) {
+        counts[record.cid]++;
+    }
+    return counts;
+}
+
+/** Why an image does not load; empty when it does. */
+std::string LoadProblem(const Target &target, const Image &image) {
+    try {
+        Store::Parse(target, image);
+        return {};
+    } catch (const Problem &problem) {
+        return problem.what();
+    }
+}
+
+/** Gathers what can be told of a file whose structure can be walked, be its checksum right or wrong. */
+Info Gather(const Target &target) {
+    const Image image = ReadImage(target.file);
+    try {
+        const Frame frame = ReadFrame(image);
+        const Checksum computed = BodyChecksum(image, frame);
+        uint32_t fileSize = 0;
+        TAV_GetFileSize(target.file.path.c_str(), &fileSize);
+        const Tlv *time = frame.HeadField(EXT_TLV_MODIFY_TIME);
+        const std::string version = HeadHex(frame, EXT_TLV_VERSION);
+        return {fileSize,
+                image.size,
+                frame.headSize,
+                version.empty() ? "" : "0x" + version,
+                time == nullptr ? "" : FormatTime(ValueOf(*time)),
+                HeadHex(frame, EXT_TLV_CHECKSUM, TAV_EXT_CHECKSUM_SIZE),
+                ToHex(Bytes(computed.begin(), computed.end())),
+                HeadHex(frame, EXT_TLV_REFER_CHECKSUM),
+                LoadProblem(target, image),
+                ReadBody(image, frame)};
+    } catch (const Problem &problem) {
+        throw Failure(fmt::format("cannot walk {}: {}", target.file.given, problem.what()));
+    }
+}
+
+json TextOrNull(const std::string &text) {
+    return text.empty() ? json() : json(text);
+}
+
+void PrintInfoJson(const File &file, const Info &info) {
+    nlohmann::ordered_json form = {
+        {"file", file.given},
+        {"archive", file.IsArchive()},
+        {"fileSize", info.fileSize},
+        {"imageSize", info.imageSize},
+        {"headSize", info.headSize},
+        {"bodySize", info.imageSize - info.headSize},
+        {"version", TextOrNull(info.version)},
+        {"modifyTime", TextOrNull(info.modifyTime)},
+        {"checksum", {{"stored", TextOrNull(info.stored)}, {"computed", info.computed}, {"match", info.Matches()}}},
+        {"referChecksum", TextOrNull(info.refer)},
+        {"loads", info.problem.empty()},
+        {"problem", TextOrNull(info.problem)},
+        {"vs", json::array()}};
+    for (const Vs &vs : info.model) {
+        json classes = json::array();
+        for (const auto &[cid, count] : CountByClass(vs)) {
+            classes.push_back({{"class", cid}, {"records", count}});
+        }
+        form["vs"].push_back({{"id", vs.id}, {"classes", classes}});
+    }
+    fmt::print("{}\n", form.dump(2, ' ', false, json::error_handler_t::replace));
+}
+
+void PrintInfoText(const File &file, const Info &info) {
+    const auto line = [](const char *name, const std::string &value) {
+        fmt::print("{:<15} {}\n", name, value.empty() ? "none" : value);
+    };
+    line("file", file.given);
+    line("kind", file.IsArchive() ? fmt::format("archive, {} bytes", info.fileSize) : "plain");
+    line("size",
+         fmt::format("{} bytes: head {}, body {}", info.imageSize, info.headSize, info.imageSize - info.headSize));
+    line("version", info.version);
+    line("modify time", info.modifyTime);
+    line("checksum", info.stored);
+    line("computed", fmt::format("{} ({})", info.computed, info.Matches() ? "matches" : "DIFFERS"));
+    line("refer checksum", info.refer);
+    line("loads", info.problem.empty() ? "yes" : "NO: " + info.problem);
+    for (const Vs &vs : info.model) {
+        std::string counts;
+        for (const auto &[cid, count] : CountByClass(vs)) {
+            counts += fmt::format("{}class {}: {}", counts.empty() ? "" : ", ", cid, count);
+        }
+        line(fmt::format("VS {}", vs.id).c_str(), counts.empty() ? "no records" : "records of " + counts);
+    }
+}
+
+}  // namespace
+
+int RunInfo(const InfoOptions &options) {
+    const auto &[target, asJson] = options;
+    const Info info = Gather(target);
+    (asJson ? PrintInfoJson : PrintInfoText)(target.file, info);
+    return 0;
+}
+
+int RunVerify(const Target &target) {
+    if (CfgLocal *local = TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, target.file.path.c_str(), target.ReferPath())) {
+        TAV_ExtCfgClose(local);
+        return 0;
+    }
+    Load(target);  // says what is wrong
+    throw Failure(fmt::format("cannot load {}: the library refuses it", target.file.given));
+}
+
+}  // namespace tavcfg

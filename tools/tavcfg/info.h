@@ -1,0 +1,24 @@
+/*
+ * info, verify: what a file is, and whether it loads.
+ */
+#ifndef TAVCFG_INFO_H
+#define TAVCFG_INFO_H
+
+#include "file.h"
+
+namespace tavcfg {
+
+struct InfoOptions {
+    Target target;
+    bool asJson;
+};
+
+/** Prints what can be told of a file, be it damaged. Throws Failure when its structure cannot be walked. */
+int RunInfo(const InfoOptions &options);
+
+/** Throws Failure that says why a file does not load. */
+int RunVerify(const Target &target);
+
+}  // namespace tavcfg
+
+#endif

@@ -1,0 +1,21 @@
+/*
+ * encrypt, decrypt: texts that can be had back, under a key context.
+ */
+#ifndef TAVCFG_SECRET_H
+#define TAVCFG_SECRET_H
+
+#include <string>
+
+namespace tavcfg {
+
+struct SecretOptions {
+    std::string context;  // key context
+};
+
+/** Each reads a text from standard input and prints what becomes of it. Throws Failure. */
+int RunEncrypt(const SecretOptions &options);
+int RunDecrypt(const SecretOptions &options);
+
+}  // namespace tavcfg
+
+#endif
