@@ -76,6 +76,14 @@ uint32_t RbtAdd(TAV_RBT_Tree *tree, TAV_RBT_Node *node, const Order &order) {
  */
 void RbtAppend(TAV_RBT_Tree *tree, TAV_RBT_Node *greatest, TAV_RBT_Node *node);
 
+/**
+ * Removes and frees every element in the order of the keys, as TAV_RBT_DelTree, but without keeping the tree balanced
+ * meanwhile: that takes three quarters of the time.
+ *
+ * @param tree  an initialised tree with a destructor that does not look at the tree
+ */
+void RbtFreeAll(TAV_RBT_Tree *tree);
+
 /** Returns the element with the greatest key of an initialised tree, or null when the tree is empty. */
 TAV_RBT_Node *RbtGreatest(TAV_RBT_Tree *tree);
 

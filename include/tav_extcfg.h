@@ -300,7 +300,10 @@ enum {
  */
 TAV_API TAV_ExtCfgFieldNode *TAV_ExtCfgFieldNodeCreate(uint32_t fid, uint32_t length);
 
-/** Frees a field node that no record holds. Null is ignored. */
+/**
+ * Frees a field node that no record has held. Null is ignored. The fields of a record that was loaded are parts of its
+ * block: take them out with TAV_ExtCfgFieldNodeDel alone.
+ */
 TAV_API void TAV_ExtCfgFieldNodeFree(TAV_ExtCfgFieldNode *field);
 
 /**

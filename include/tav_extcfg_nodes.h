@@ -24,7 +24,7 @@
 #include "tav_extcfg.h"
 #include "tav_rbtree.h"
 
-/** One field: this header, then its value in host order, in one block. */
+/** One field: this header, then its value in host order. A block of its own, or a part of its record's block. */
 struct TAV_ExtCfgFieldNode {
     SLL_Node link;   /**< in its record's field list */
     uint32_t fid;    /**< field id */
@@ -36,6 +36,8 @@ struct TAV_ExtCfgRecordNode {
     TAV_RBT_Node node;     /**< in its class's tree */
     SLL_List fields;       /**< its fields, in the order in which they were added; the head's spare is the class id */
     uint32_t recordLength; /**< bytes of the record's TLV value: 8 + length a field; 0xFFFFFFFF when that is too much */
+    uint16_t room;         /**< private: bytes behind this in the same block, for the fields that were loaded with it */
+    uint16_t packed;       /**< private: number of fields in that room; 0 once one of them has been taken out */
 };
 
 /** Private. */

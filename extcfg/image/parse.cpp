@@ -2,20 +2,65 @@
  * Parsing a file image into a store, or searching it for one record.
  */
 #include "common/log.h"
+#include "extcfg/format/tlv.h"
 #include "extcfg/nodes/class.h"
 #include "extcfg/nodes/field.h"
+#include "extcfg/nodes/field_room.h"
 #include "extcfg/nodes/record.h"
+
+using extcfg::FieldRoom;
 
 namespace {
 
 constexpr uint32_t kFound = 1;  // ends every enclosing walk: the record wanted has been found
 
-constexpr char kParseRecord[] = "TAV_ParseExtCfgRecordNode";  // the name under which its helpers log
+// The names under which their helpers log.
+constexpr char kParseRecord[] = "TAV_ParseExtCfgRecordNode";
+constexpr char kParseField[] = "TAV_ParseExtCfgFieldNode";
+
+/** Reads a field from its TLV's value into a record. Reports under the name of TAV_ParseExtCfgFieldNode. */
+uint32_t ReadField(uint32_t type, uint8_t *value, uint32_t length, FieldRoom *room) {
+    TAV_ExtCfgFieldNode *field = room->Take(type, length);
+    if (field == nullptr) {
+        LOG_AS(kParseField, "Null pointer, return 0x%x", TAV_ERR_NO_MEMORY);
+        return TAV_ERR_NO_MEMORY;
+    }
+    const uint32_t result = TAV_ExtTlvConvertEndian(type, length, value, extcfg::ValueToFill(field));
+    if (result != TAV_OK) {
+        room->Return(field);  // before the failure is reported
+        LOG_AS(kParseField, "Convert endian failed, TLV type=%d, return 0x%x", type, result);
+        return result;
+    }
+    TAV_ExtCfgRecordAddFieldNode(room->Record(), field);
+    return TAV_OK;
+}
+
+/** As the exported visitor, for a record whose block has room. */
+uint32_t ReadLoadedField(uint32_t type, uint8_t *value, uint32_t length, void *context) {
+    return ReadField(type, value, length, static_cast<FieldRoom *>(context));
+}
+
+/** Returns the room that the fields of a record take, from the value of its TLV; as far as they are well-formed. */
+uint16_t RoomFor(const uint8_t *value, uint32_t length) {
+    uint32_t room = 0;
+    for (uint32_t left = length; left >= TAV_EXT_TLV_HEAD_SIZE;) {
+        const uint32_t fieldLength = extcfg::TlvLength(value);
+        left -= TAV_EXT_TLV_HEAD_SIZE;
+        if (fieldLength > left || extcfg::PackedSize(fieldLength) > UINT16_MAX - room) {
+            break;  // damaged, or more than most records hold: what does not fit gets blocks of its own
+        }
+        room += extcfg::PackedSize(fieldLength);
+        value += extcfg::TlvSize(value);
+        left -= fieldLength;
+    }
+    return static_cast<uint16_t>(room);
+}
 
 /** Reads a record's fields and checks that its key is complete. */
 uint32_t ReadRecord(TAV_ExtCfgRecordNode *record, uint8_t *value, uint32_t length) {
     const uint32_t cid = TAV_ExtCfgRecordCid(record);
-    uint32_t result = TAV_ExtTlvProcForEach(TAV_ParseExtCfgFieldNode, value, length, record);
+    FieldRoom room(record);
+    uint32_t result = TAV_ExtTlvProcForEach(ReadLoadedField, value, length, &room);
     if (result != TAV_OK) {
         LOG_AS(kParseRecord, "Parse record failed, cid=%d, return 0x%x", cid, result);
         return result;
@@ -90,7 +135,7 @@ uint32_t TAV_ParseExtCfgRecordNode(uint32_t type, uint8_t *value, uint32_t lengt
     if (file->recordCond != nullptr && TAV_ExtCfgRecordCid(file->recordCond) != type) {
         return TAV_OK;
     }
-    extcfg::OwnedRecord record(TAV_ExtCfgRecordNodeCreate(type));
+    extcfg::OwnedRecord record(extcfg::TakeRecord(type, RoomFor(value, length)));
     FAIL_IF_NULL(TAV_ERR_NO_MEMORY, record);
     uint32_t result = ReadRecord(record.get(), value, length);
     if (result != TAV_OK) {
@@ -110,13 +155,7 @@ uint32_t TAV_ParseExtCfgRecordNode(uint32_t type, uint8_t *value, uint32_t lengt
 }
 
 uint32_t TAV_ParseExtCfgFieldNode(uint32_t type, uint8_t *value, uint32_t length, void *context) {
-    extcfg::OwnedField field(extcfg::TakeField(type, length));
-    FAIL_IF_NULL(TAV_ERR_NO_MEMORY, field);
-    const uint32_t result = TAV_ExtTlvConvertEndian(type, length, value, extcfg::ValueToFill(field.get()));
-    if (result != TAV_OK) {
-        field.reset();  // before the failure is reported
-        FAIL(result, "Convert endian failed, TLV type=%d, return 0x%x", type, result);
-    }
-    TAV_ExtCfgRecordAddFieldNode(static_cast<TAV_ExtCfgRecordNode *>(context), field.release());
-    return TAV_OK;
+    auto *record = static_cast<TAV_ExtCfgRecordNode *>(context);
+    auto room = FieldRoom::None(record);
+    return ReadField(type, value, length, &room);
 }

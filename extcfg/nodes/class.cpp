@@ -47,44 +47,13 @@ uint32_t AddToTree(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record)
     return TAV_OK;
 }
 
-/** Lets go of the index: the records change. */
-void DropIndex(TAV_ExtCfgClassNode *classNode) {
-    extcfg::FreeKeyIndex(classNode->index);
-    classNode->index = nullptr;
-    classNode->searches = 0;
-}
-
-/** Returns whether the records are so many, and have been searched for so often, that an index pays. */
-bool IndexPays(const TAV_ExtCfgClassNode *classNode) {
-    constexpr uint32_t kManyRecords = 1024;  // fewer stay in the processor's caches
-    return classNode->recordCount >= kManyRecords && classNode->searches >= classNode->recordCount / 2;
-}
-
-/** Counts a search that finds no index. Builds one when that pays by now. */
-void CountSearch(TAV_ExtCfgClassNode *classNode) {
-    if (!IndexPays(classNode)) {
-        ++classNode->searches;
-        return;
-    }
-    classNode->searches = 0;  // when memory is short, the next try is as far off as this one was
-    classNode->index = extcfg::BuildKeyIndex(&classNode->records, classNode->recordCount);
-}
-
-/** Finds a record with the help of the index, if there is one or it is time for one; null when that does not help. */
-TAV_ExtCfgRecordNode *FindFast(TAV_ExtCfgClassNode *classNode, const TAV_ExtCfgRecordNode *keyRecord) {
-    if (classNode->index == nullptr) {
-        CountSearch(classNode);
-    }
-    return classNode->index != nullptr ? extcfg::FindInKeyIndex(classNode->index, keyRecord) : nullptr;
-}
-
 }  // namespace
 
 uint32_t extcfg::ClassAddRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
     const uint32_t result = AddToTree(classNode, record);
     if (result == TAV_OK) {
         ++classNode->recordCount;
-        DropIndex(classNode);
+        ForgetIndex(classNode);
     }
     return result;
 }
@@ -93,11 +62,9 @@ TAV_ExtCfgRecordNode *extcfg::ClassFindRecord(TAV_ExtCfgClassNode *classNode, co
     if (!OrdersByKey(&classNode->records)) {
         return static_cast<TAV_ExtCfgRecordNode *>(TAV_RBT_GetNode(&classNode->records, &keyRecord->fields));
     }
-    TAV_ExtCfgRecordNode *record = FindFast(classNode, keyRecord);
-    if (record != nullptr) {
-        return record;
-    }
-    return RecordAt(containers::RbtFind(&classNode->records, KeyOrder(keyRecord)));
+    const KeyOrder order(keyRecord);
+    TAV_ExtCfgRecordNode *record = FindByIndex(classNode, order);
+    return record != nullptr ? record : RecordAt(containers::RbtFind(&classNode->records, order));
 }
 
 void extcfg::ClassTakeRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
@@ -105,7 +72,7 @@ void extcfg::ClassTakeRecord(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNod
         classNode->greatest = nullptr;
     }
     --classNode->recordCount;
-    DropIndex(classNode);
+    ForgetIndex(classNode);
     BEX_RBT_RemoveNode(&classNode->records, &record->node);
     record->node = {};  // as of a record that was never added
 }
@@ -143,8 +110,8 @@ void TAV_ExtCfgClassNodeFree(TAV_ExtCfgClassNode *classNode) {
         return;
     }
     extcfg::LeaveIdIndex(&classNode->byCid);
-    extcfg::FreeKeyIndex(classNode->index);
-    TAV_RBT_DelTree(&classNode->records);
+    extcfg::ForgetIndex(classNode);
+    containers::RbtFreeAll(&classNode->records);
     extcfg::kHeap.Return(classNode);
 }
 

@@ -15,9 +15,16 @@ constexpr char kCreate[] = "TAV_ExtCfgFieldNodeCreate";  // the name under which
 
 }  // namespace
 
-TAV_ExtCfgFieldNode *extcfg::TakeField(uint32_t fid, uint32_t length) {
+bool extcfg::RefuseLength(uint32_t fid, uint32_t length) {
     if (length > TAV_GetExtTlvDataLen(fid)) {
         LOG_AS(kCreate, "Too large for fid %d, len=%d", fid, length);
+        return true;
+    }
+    return false;
+}
+
+TAV_ExtCfgFieldNode *extcfg::TakeField(uint32_t fid, uint32_t length) {
+    if (!IsLengthAllowed(fid, length)) {
         return nullptr;
     }
     auto *field =

@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "extcfg/format/types.h"
 #include "extcfg/nodes/list.h"
 #include "tav_extcfg_nodes.h"
 
@@ -14,6 +15,15 @@ namespace extcfg {
 /** Returns where a field's value is to be written. TAV_ExtCfgFieldValue is for reading it. */
 inline uint8_t *ValueToFill(TAV_ExtCfgFieldNode *field) {
     return reinterpret_cast<uint8_t *>(field + 1);
+}
+
+/** Returns whether a value is too long for its type, and reports that under the name of TAV_ExtCfgFieldNodeCreate. */
+bool RefuseLength(uint32_t fid, uint32_t length);
+
+/** Returns whether a type's values may be as long as that; reports as above. */
+inline bool IsLengthAllowed(uint32_t fid, uint32_t length) {
+    const TAV_ExtTlvDataTypeRow *row = FindCompleteRow(fid);
+    return (row != nullptr && length <= row->length) || !RefuseLength(fid, length);
 }
 
 /**

@@ -6,7 +6,6 @@
 
 #include <bit>
 
-#include "common/words.h"
 #include "extcfg/memory.h"
 #include "extcfg/nodes/record.h"
 #include "platform/bex_string.h"
@@ -15,32 +14,6 @@ namespace {
 
 /** How many places a record may stand behind its own one. At half of the places taken, few stand as far. */
 constexpr uint32_t kMaxProbes = 16;
-
-/** Mixes a hash and a byte or more of a key, under a secret. */
-uint64_t Mix(uint64_t hash, uint64_t bytes, uint64_t secret) {
-    hash = (hash ^ bytes) * (secret | 1);
-    return hash ^ hash >> 32;
-}
-
-/** Hashes the key fields of a record under a secret. A key field that it lacks does not count. */
-uint32_t HashKey(const TAV_ExtCfgRecordNode *record, uint64_t secret) {
-    uint64_t hash = secret;
-    for (const uint32_t fid : extcfg::KeyFids(TAV_ExtCfgRecordCid(record))) {
-        const TAV_ExtCfgFieldNode *field = TAV_ExtCfgFieldNodeFind(&record->fields, fid);
-        if (field == nullptr) {
-            continue;
-        }
-        const auto *value = static_cast<const uint8_t *>(TAV_ExtCfgFieldValue(field));
-        uint32_t at = 0;
-        for (; field->length - at >= sizeof(uint32_t); at += sizeof(uint32_t)) {
-            hash = Mix(hash, common::LoadWord<uint32_t>(value + at), secret);
-        }
-        for (; at < field->length; ++at) {
-            hash = Mix(hash, value[at], secret);
-        }
-    }
-    return static_cast<uint32_t>(Mix(hash, 0, secret));
-}
 
 /** Returns what the author of a file cannot know: where the system has put a block and the stack. */
 uint64_t MakeSecret(const void *block) {
@@ -78,7 +51,7 @@ struct TAV_ExtCfgKeyIndex {
 
     /** Enters a record, unless all places that it may have are taken. */
     void Insert(TAV_ExtCfgRecordNode *record) {
-        const uint32_t hash = HashKey(record, secret);
+        const uint32_t hash = extcfg::KeyOrder(record).Hash(secret);
         for (uint32_t probe = 0; probe < kMaxProbes; ++probe) {
             const uint32_t place = (hash + probe) & mask;
             if (Tags()[place] == kFree) {
@@ -90,14 +63,17 @@ struct TAV_ExtCfgKeyIndex {
     }
 };
 
-TAV_ExtCfgKeyIndex *extcfg::BuildKeyIndex(TAV_RBT_Tree *records, uint32_t count) {
+namespace {
+
+/** Indexes the records of a class; null when memory is short. */
+TAV_ExtCfgKeyIndex *BuildIndex(TAV_RBT_Tree *records, uint32_t count) {
     constexpr uint32_t kMaxCount = 1u << 26;  // what fits in a block
     if (count > kMaxCount) {
         return nullptr;
     }
     const uint32_t places = std::bit_ceil(2 * count);
     const auto size = static_cast<uint32_t>(sizeof(TAV_ExtCfgKeyIndex) + places * (sizeof(TAV_ExtCfgRecordNode *) + 1));
-    auto *index = static_cast<TAV_ExtCfgKeyIndex *>(kHeap.Take(size));
+    auto *index = static_cast<TAV_ExtCfgKeyIndex *>(extcfg::kHeap.Take(size));
     if (index == nullptr) {
         return nullptr;
     }
@@ -105,13 +81,14 @@ TAV_ExtCfgKeyIndex *extcfg::BuildKeyIndex(TAV_RBT_Tree *records, uint32_t count)
     index->mask = places - 1;
     memset_s(index->Tags(), places, kFree, places);
     for (TAV_RBT_Node *node = BEX_RBT_FirstNode(records); node != nullptr; node = BEX_RBT_NextNode(records, node)) {
-        index->Insert(RecordAt(node));
+        index->Insert(extcfg::RecordAt(node));
     }
     return index;
 }
 
-TAV_ExtCfgRecordNode *extcfg::FindInKeyIndex(const TAV_ExtCfgKeyIndex *index, const TAV_ExtCfgRecordNode *keyRecord) {
-    const uint32_t hash = HashKey(keyRecord, index->secret);
+/** Finds the record whose key equals that of another one; null when the index does not know it. */
+TAV_ExtCfgRecordNode *Search(const TAV_ExtCfgKeyIndex *index, const extcfg::KeyOrder &keyOrder) {
+    const uint32_t hash = keyOrder.Hash(index->secret);
     const uint8_t *tags = index->Tags();
     for (uint32_t probe = 0; probe < kMaxProbes; ++probe) {
         const uint32_t place = (hash + probe) & index->mask;
@@ -119,13 +96,35 @@ TAV_ExtCfgRecordNode *extcfg::FindInKeyIndex(const TAV_ExtCfgKeyIndex *index, co
             return nullptr;
         }
         TAV_ExtCfgRecordNode *record = index->Records()[place];
-        if (tags[place] == TagOf(hash) && TAV_ExtCfgRecordCompare(&keyRecord->fields, &record->fields) == 0) {
+        if (tags[place] == TagOf(hash) && keyOrder(&record->node) == 0) {
             return record;
         }
     }
     return nullptr;
 }
 
-void extcfg::FreeKeyIndex(TAV_ExtCfgKeyIndex *index) {
-    kHeap.Return(index);
+/** Returns whether the records are so many, and have been searched for so often, that an index pays. */
+bool IndexPays(const TAV_ExtCfgClassNode *classNode) {
+    constexpr uint32_t kManyRecords = 1024;  // fewer stay in the processor's caches
+    return classNode->recordCount >= kManyRecords && classNode->searches >= classNode->recordCount / 2;
+}
+
+}  // namespace
+
+TAV_ExtCfgRecordNode *extcfg::FindByIndex(TAV_ExtCfgClassNode *classNode, const KeyOrder &keyOrder) {
+    if (classNode->index == nullptr && IndexPays(classNode)) {
+        classNode->searches = 0;  // when memory is short, the next try is as far off as this one was
+        classNode->index = BuildIndex(&classNode->records, classNode->recordCount);
+    }
+    if (classNode->index == nullptr) {
+        ++classNode->searches;
+        return nullptr;
+    }
+    return Search(classNode->index, keyOrder);
+}
+
+void extcfg::ForgetIndex(TAV_ExtCfgClassNode *classNode) {
+    kHeap.Return(classNode->index);
+    classNode->index = nullptr;
+    classNode->searches = 0;
 }

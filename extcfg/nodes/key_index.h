@@ -8,24 +8,18 @@
 #ifndef EXTCFG_NODES_KEY_INDEX_H
 #define EXTCFG_NODES_KEY_INDEX_H
 
-#include "tav_extcfg_nodes.h"
+#include "extcfg/nodes/key_order.h"
 
 namespace extcfg {
 
 /**
- * Indexes the records of a class.
- *
- * @param records  the class's tree; must not change while the index lives
- * @param count    number of records in it
- * @return the index, the caller's (FreeKeyIndex); null when memory is short
+ * Finds a record of a class by its key; null when the index does not know it, or when there is none. Builds one, which
+ * takes memory, once as many searches as half of the records have come since the records last changed.
  */
-TAV_ExtCfgKeyIndex *BuildKeyIndex(TAV_RBT_Tree *records, uint32_t count);
+TAV_ExtCfgRecordNode *FindByIndex(TAV_ExtCfgClassNode *classNode, const KeyOrder &keyOrder);
 
-/** Finds the record with the class and key fields of a verified key record; null when the index does not know it. */
-TAV_ExtCfgRecordNode *FindInKeyIndex(const TAV_ExtCfgKeyIndex *index, const TAV_ExtCfgRecordNode *keyRecord);
-
-/** Frees an index. Null is ignored. */
-void FreeKeyIndex(TAV_ExtCfgKeyIndex *index);
+/** Frees the index of a class, if there is one. Whoever changes the class's records calls this. */
+void ForgetIndex(TAV_ExtCfgClassNode *classNode);
 
 }  // namespace extcfg
 

@@ -18,6 +18,9 @@ class KeyOrder {
     /** `record` must stay as it is meanwhile. */
     explicit KeyOrder(const TAV_ExtCfgRecordNode *record);
 
+    /** Returns a hash of the record's key fields, as bytes; one that it lacks does not count. */
+    uint32_t Hash(uint64_t secret) const;
+
     /** Returns how the record sorts beside one that stands in a tree: as TAV_ExtCfgRecordCompare of the two. */
     int32_t operator()(const TAV_RBT_Node *node) const;
 

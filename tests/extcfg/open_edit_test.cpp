@@ -247,9 +247,9 @@ TEST_F(Edit, RefusedStores) {
 }
 
 TEST_F(Opening, EachAllocationFailingInTurn) {
-    // The store, the buffer, and a block for each VS, class, record and field. Without the store there is nothing; a
-    // read-write open that fails before its first VS starts empty.
-    const uint32_t needed = 1 + 1 + 1 + 1 + 2 + 3;
+    // The store, the buffer, and a block for each VS, class, and record with its fields. Without the store there is
+    // nothing; a read-write open that fails before its first VS starts empty.
+    const uint32_t needed = 1 + 1 + 1 + 1 + 2;
     for (uint32_t mode : {0u, 1u}) {
         for (uint32_t nth = 1; nth <= needed + 1; ++nth) {
             NothingLeaks leaks;

@@ -8,6 +8,7 @@
 
 #include "interposer.h"
 #include "store.h"
+#include "tav_extcfg_nodes.h"
 
 namespace {
 
@@ -93,6 +94,67 @@ TEST(RandomEdits, SearchesNeedNoMemory) {
     }
     EXPECT_GE(interposer::Count(interposer::Call::kMalloc), 2u) << "one index was refused, a later one made";
     interposer::Reset();
+}
+
+/** A record of class 13 and key 5 with some more fields, of any ids and lengths that its fields may have. */
+Record AnyRecord(Random &random, uint32_t fieldCount) {
+    Record record = MakeRecord(13, {});
+    const uint32_t keyAt = random() % (fieldCount + 1);
+    for (uint32_t at = 0; at <= fieldCount; ++at) {
+        const bool isKey = at == keyAt;
+        const uint32_t fid = isKey ? 14 : std::to_array({12u, 15u, 18u, 8u})[random() % 4];
+        const uint32_t length = isKey ? 4 : random() % std::min<uint32_t>(TAV_GetExtTlvDataLen(fid) + 1, 30);
+        const Bytes value = isKey ? Host32(5) : Filled(length, static_cast<uint8_t>(random()));
+        TAV_ExtCfgRecordAddFieldValue(record.get(), fid, length, value.data());
+    }
+    return record;
+}
+
+/** Changes a record's fields, in the same way for the same random number. */
+uint32_t ChangeFields(TAV_ExtCfgRecordNode *record, uint32_t change, const TAV_ExtCfgRecordNode *other) {
+    auto *field = const_cast<TAV_ExtCfgFieldNode *>(TAV_ExtCfgRecordFirstField(record));
+    for (uint32_t at = change % 7; at > 0 && TAV_ExtCfgRecordNextField(record, field) != nullptr; --at) {
+        field = const_cast<TAV_ExtCfgFieldNode *>(TAV_ExtCfgRecordNextField(record, field));
+    }
+    if (change % 3 == 0) {
+        return TAV_ExtCfgRecordNodeSet(record, other);
+    }
+    if (change % 3 == 1 && field->fid != 14) {
+        TAV_ExtCfgFieldNodeDel(record, field);
+    } else {
+        TAV_ExtCfgRecordAddFieldValue(record, 15, 2, "ab");
+    }
+    return TAV_OK;
+}
+
+TEST(RandomEdits, ALoadedRecordIsLikeOneThatWasBuilt) {
+    const NothingLeaks nothingLeaks;
+    const TempFolder folder;
+    const std::string path = folder.Path("a.dat");
+    Random random;
+    for (uint32_t round = 0; round < 120; ++round) {
+        // Now and then more fields than there is room for in one block.
+        const Record built = AnyRecord(random, round % 50 == 7 ? 3000 : random() % 9);
+        WriteFile(path, Image(VsTlv(0, {Encode(built.get())})));
+        const Store store = Open(TAV_EXT_MODE_READ_WRITE, path);
+        TAV_ExtCfgRecordNode *const loaded = TAV_ExtCfgGetRecord(0, Class13(5).get(), store.get());
+        ASSERT_NE(loaded, nullptr);
+        ASSERT_EQ(Encode(loaded), Encode(built.get())) << round;
+        for (uint32_t step = 0; step < round % 12; ++step) {
+            const Record other = AnyRecord(random, random() % 4);
+            const uint32_t change = random();
+            ASSERT_EQ(ChangeFields(loaded, change, other.get()), ChangeFields(built.get(), change, other.get()));
+            ASSERT_EQ(Encode(loaded), Encode(built.get())) << round << " " << step;
+            ASSERT_EQ(loaded->recordLength, built->recordLength);
+        }
+        if (round % 3 == 0) {
+            EXPECT_EQ(TAV_ExtCfgDelRecord(0, Class13(5).get(), store.get()), TAV_OK);
+        } else if (round % 3 == 1) {  // takes the key field out of the record
+            EXPECT_EQ(TAV_ExtCfgSetRecordToFile(0, loaded, path.c_str(), nullptr), TAV_OK);
+            EXPECT_EQ(TAV_ExtCfgSetRecordToFile(0, built.get(), path.c_str(), nullptr), TAV_OK);
+            EXPECT_EQ(Encode(loaded), Encode(built.get()));
+        }
+    }
 }
 
 }  // namespace
