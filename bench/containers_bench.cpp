@@ -18,7 +18,7 @@ void PrintTable(CollectingReporter &times) {
         "queue    an insertion and a removal. called: boost::circular_buffer in a shared library, as the queue;\n"
         "         inlined: the same compiled into its user.\n"
         "vector   fill: one of 10,000 items set. churn: one of 100 unset anywhere among them, and another set; the\n"
-        "         library's vector looks for the lowest hole, the free list takes the latest.\n"
+        "         library's vector looks for the lowest hole, the peer, a list of holes, takes the latest.\n"
         "zip      20 MB of text appended line by line and written as an archive; zlib: the same text, already in one\n"
         "         piece, compressed into a gzip file and synced. Each goes once before, for nothing.\n");
 }

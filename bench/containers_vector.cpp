@@ -5,10 +5,10 @@
 #include <memory>
 #include <numeric>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "containers_bench.h"
+#include "free_list.h"
 #include "platform/mel_memory.h"
 #include "random.h"
 #include "tav_vector.h"
@@ -36,29 +36,32 @@ class Vector {
     std::unique_ptr<VEC_Vector, Freer> vector_{VEC_VectorInit_F(g_pTavCommHandle, 1, "bench", __LINE__)};
 };
 
-/** A vector that keeps a list of its holes; it fills the latest first, where the library's fills the lowest. */
-class FreeListVector {
+/** A list of holes, compiled into its user. */
+class InlinedFreeList {
   public:
-    static constexpr char kName[] = "free list";
+    static constexpr char kName[] = "inlined";
 
-    uint32_t Set(uintptr_t item) {
-        if (holes_.empty()) {
-            slots_.push_back(item);
-            return static_cast<uint32_t>(slots_.size() - 1);
-        }
-        const uint32_t index = holes_.back();
-        holes_.pop_back();
-        slots_[index] = item;
-        return index;
-    }
-    uintptr_t Unset(uint32_t index) {
-        holes_.push_back(index);
-        return std::exchange(slots_[index], 0);
-    }
+    uint32_t Set(uintptr_t item) { return list_.Set(item); }
+    uintptr_t Unset(uint32_t index) { return list_.Unset(index); }
 
   private:
-    std::vector<uintptr_t> slots_;
-    std::vector<uint32_t> holes_;
+    FreeList list_;
+};
+
+/** The same, called in a shared library, as the library's vector is. */
+class CalledFreeList {
+  public:
+    static constexpr char kName[] = "called";
+
+    uint32_t Set(uintptr_t item) { return FreeList_Set(list_.get(), item); }
+    uintptr_t Unset(uint32_t index) { return FreeList_Unset(list_.get(), index); }
+
+  private:
+    struct Deleter {
+        void operator()(FreeList *list) const { FreeList_Delete(list); }
+    };
+
+    std::unique_ptr<FreeList, Deleter> list_{FreeList_New()};
 };
 
 /** Measures setting items one after the other. */
@@ -115,13 +118,17 @@ void RegisterChurn() {
 void RegisterVectors() {
     RegisterFill<Vector>();
     RegisterChurn<Vector>();
-    RegisterFill<FreeListVector>();
-    RegisterChurn<FreeListVector>();
+    RegisterFill<CalledFreeList>();
+    RegisterChurn<CalledFreeList>();
+    RegisterFill<InlinedFreeList>();
+    RegisterChurn<InlinedFreeList>();
 }
 
 void PrintVectors(CollectingReporter &times) {
-    PrintMedians(times, "vector fill", "ns", Vector::kName, FreeListVector::kName, 0);
-    PrintMedians(times, "vector churn", "ns", Vector::kName, FreeListVector::kName, 0);
+    for (const char *peer : {CalledFreeList::kName, InlinedFreeList::kName}) {
+        PrintMedians(times, "vector fill", "ns", Vector::kName, peer, 0);
+        PrintMedians(times, "vector churn", "ns", Vector::kName, peer, peer == CalledFreeList::kName ? 4 : 0);
+    }
 }
 
 }  // namespace tav::bench

@@ -1,10 +1,14 @@
 /*
  * Vector. Besides the slots it remembers up to where they are full, so that items set one after the other do not look
- * at all that are there already.
+ * at all that are there already. When the way to an empty slot, or back to the last item, proves long all the same, it
+ * makes a map of both.
  */
 #include "tav_vector.h"
 
+#include <algorithm>
+
 #include "common/memory.h"
+#include "containers/slot_map.h"
 #include "platform/bex_string.h"
 
 namespace {
@@ -12,6 +16,9 @@ namespace {
 using Vector = VEC_Vector;
 
 constexpr common::Heap kHeap("tav_vector");
+
+/** A way of so many slots is long: a map finds its end in less time. */
+constexpr uint32_t kLongWay = 32;
 
 /** How many slots one block can hold: its size is a 32-bit number. */
 constexpr uint32_t kMaxSlots = UINT32_MAX / sizeof(uintptr_t);
@@ -36,8 +43,45 @@ Vector *Take(uintptr_t module, uint32_t slotCount, const char *source, uint32_t 
         kHeap.Return(vector);
         return nullptr;
     }
-    *vector = {.active = 0, .allocated = slotCount, .slots = static_cast<uintptr_t *>(slots), .full = 0};
+    *vector = {
+        .active = 0, .allocated = slotCount, .slots = static_cast<uintptr_t *>(slots), .full = 0, .map = nullptr};
     return vector;
+}
+
+/** Gives up the map, if there is one; the slots change as a whole. */
+void DropMap(Vector *vector) {
+    if (vector->map != nullptr) {
+        kHeap.Return(vector->map);
+        vector->map = nullptr;
+        vector->full = 0;
+    }
+}
+
+/** Makes the map of a vector's slots. When memory is short there is none, and ways stay long. */
+void MakeMap(Vector *vector) {
+    const uint32_t words = VEC_SlotMap::WordsFor(vector->allocated);
+    void *block = kHeap.TakeZeroed(static_cast<uint32_t>(sizeof(VEC_SlotMap) + words * sizeof(uint64_t)));
+    if (block == nullptr) {
+        return;
+    }
+    auto *map = static_cast<VEC_SlotMap *>(block);
+    *map = VEC_SlotMap(vector->allocated, reinterpret_cast<uint64_t *>(map + 1));
+    for (uint32_t index = 0; index < vector->active; ++index) {
+        if (vector->slots[index] != 0) {
+            map->NoteItem(index);
+        }
+    }
+    vector->map = map;
+}
+
+/** Puts an item, or 0, into a slot. */
+void Store(Vector *vector, uint32_t index, uintptr_t item) {
+    vector->slots[index] = item;
+    if (vector->map != nullptr) {
+        item == 0 ? vector->map->NoteHole(index) : vector->map->NoteItem(index);
+    } else if (item == 0) {
+        vector->full = std::min(vector->full, index);
+    }
 }
 
 /** Doubles a number of slots until it exceeds an index. Returns 0 when no block can hold so many. */
@@ -53,7 +97,14 @@ uint32_t GrownCount(uint32_t slotCount, uint32_t index) {
 
 /** Draws the end of the active slots back to behind the highest item. */
 void Trim(Vector *vector) {
-    while (vector->active > 0 && vector->slots[vector->active - 1] == 0) {
+    for (uint32_t steps = 0; vector->active > 0 && vector->slots[vector->active - 1] == 0; ++steps) {
+        if (vector->map != nullptr) {
+            vector->active = vector->map->EndOfItems();
+            return;
+        }
+        if (steps == kLongWay) {
+            MakeMap(vector);
+        }
         --vector->active;
     }
 }
@@ -87,6 +138,7 @@ void VEC_VectorFree_F(VEC_Vector *vector) {
     if (vector == nullptr) {
         return;
     }
+    DropMap(vector);
     kHeap.Return(vector->slots);
     kHeap.Return(vector);
 }
@@ -107,7 +159,7 @@ int32_t VEC_VectorCopy_F(uintptr_t module, const VEC_Vector *vector, VEC_Vector 
         return -1;
     }
     made->active = vector->active;
-    made->full = vector->full;
+    made->full = vector->map == nullptr ? vector->full : 0;
     *copy = made;
     return 0;
 }
@@ -133,6 +185,7 @@ int32_t VEC_VectorEnsure(VEC_Vector *vector, uint32_t index) {
         return -1;  // the block has room that the vector does not count
     }
     vector->allocated = wanted;
+    DropMap(vector);
     return 0;
 }
 
@@ -140,7 +193,13 @@ int32_t VEC_VectorEmptySlot(VEC_Vector *vector) {
     if (vector == nullptr) {
         return -1;
     }
-    while (vector->full < vector->active && vector->slots[vector->full] != 0) {
+    if (vector->map != nullptr) {
+        return static_cast<int32_t>(std::min(vector->map->FirstHole(), vector->active));
+    }
+    for (uint32_t steps = 0; vector->full < vector->active && vector->slots[vector->full] != 0; ++steps) {
+        if (steps == kLongWay) {
+            MakeMap(vector);
+        }
         ++vector->full;
     }
     return static_cast<int32_t>(vector->full);
@@ -158,10 +217,7 @@ int32_t VEC_VectorSetIndex(VEC_Vector *vector, uint32_t index, uintptr_t item) {
     if (VEC_VectorEnsure(vector, index) != 0) {
         return -1;
     }
-    vector->slots[index] = item;
-    if (item == 0 && index < vector->full) {
-        vector->full = index;
-    }
+    Store(vector, index, item);
     if (index >= vector->active) {
         vector->active = index + 1;  // also for the item 0: only emptying a slot draws the end back
     }
@@ -177,10 +233,7 @@ uintptr_t VEC_VectorGetUnset(VEC_Vector *vector, uint32_t index) {
         return 0;
     }
     const uintptr_t item = vector->slots[index];
-    vector->slots[index] = 0;
-    if (index < vector->full) {
-        vector->full = index;
-    }
+    Store(vector, index, 0);
     if (index + 1 == vector->active) {
         Trim(vector);
     }
@@ -189,6 +242,7 @@ uintptr_t VEC_VectorGetUnset(VEC_Vector *vector, uint32_t index) {
 
 void VEC_VectorClearAll(VEC_Vector *vector) {
     VEC_Bzero(vector->slots, BytesOf(vector->allocated));
+    DropMap(vector);
     vector->active = 0;
     vector->full = 0;
 }
@@ -205,6 +259,7 @@ int32_t VEC_VectorCount(const VEC_Vector *vector) {
 }
 
 void VEC_VectorZipEmptySlot(VEC_Vector *vector) {
+    DropMap(vector);
     uint32_t count = vector->full;
     for (uint32_t index = count; index < vector->active; ++index) {
         const uintptr_t item = vector->slots[index];

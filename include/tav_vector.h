@@ -18,10 +18,11 @@
  * the calls alone, which also keep what the vector remembers.
  */
 typedef struct VEC_Vector {
-    uint32_t active;    /**< one past the highest slot in use; slots from here on are empty */
-    uint32_t allocated; /**< number of slots, at least 1 */
-    uintptr_t *slots;   /**< the slots, which move when the vector grows; 0 is an empty one */
-    uint32_t full;      /**< no slot below this one is empty, so that setting items one by one does not look at all */
+    uint32_t active;         /**< one past the highest slot in use; slots from here on are empty */
+    uint32_t allocated;      /**< number of slots, at least 1 */
+    uintptr_t *slots;        /**< the slots, which move when the vector grows; 0 is an empty one */
+    uint32_t full;           /**< private: no slot below this one is empty, while there is no map */
+    struct VEC_SlotMap *map; /**< private: finds holes and the last item, or null until that proves long; owned */
 } VEC_Vector;
 
 /**

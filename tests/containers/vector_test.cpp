@@ -38,7 +38,7 @@ TEST(Vector, AgreesWithPlainSlots) {
         const auto end = slots.begin() + active;
         const auto firstEmpty = static_cast<uint32_t>(std::find(slots.begin(), end, 0) - slots.begin());
         const uintptr_t item = random() % 8 == 0 ? 0 : UINTPTR_MAX - step;
-        const uint32_t any = random() % (step / 400 + 2), action = random() % 64;
+        const uint32_t any = random() % (step / 40 + 2), action = random() % 64;
         if (action < 36) {
             const uint32_t index = action < 20 ? firstEmpty : action < 24 ? active : any;
             EXPECT_EQ(action < 20   ? VEC_VectorSet(vector, item)
@@ -65,6 +65,37 @@ TEST(Vector, AgreesWithPlainSlots) {
         ExpectSlots(vector, slots);
     }
     VEC_VectorFree_F(vector);
+}
+
+TEST(Vector, ManySlotsAreFilledAndEmptiedInLongRuns) {
+    NothingLeaks leaks;
+    Random random;
+    for (const uint32_t size : {1u, 64u, 4096u, 5000u}) {
+        VEC_Vector *vector = VEC_VectorInit_F(1, size, "tests", __LINE__), *copy = nullptr;
+        Slots slots(4 * size);
+        for (uint32_t step = 0; step < 100 && !HasFailure(); ++step) {
+            SCOPED_TRACE(testing::Message() << size << " slots, step " << step);
+            const uint32_t length = random() % (1 << random() % 14), begin = random() % slots.size();
+            for (uint32_t at = begin; at < std::min<size_t>(begin + length, slots.size()); ++at) {
+                ASSERT_EQ(VEC_VectorGetUnset(vector, at), std::exchange(slots[at], 0));
+            }
+            const auto end = std::find_if(slots.rbegin(), slots.rend(), std::identity()).base();
+            ASSERT_EQ(vector->active, end - slots.begin());
+            for (uint32_t left = random() % (2 * length + 2); left > 0; --left) {
+                const auto hole = std::find(slots.begin(), slots.end(), 0);
+                if (hole == slots.end()) {
+                    break;
+                }
+                ASSERT_EQ(VEC_VectorSet(vector, left), hole - slots.begin());
+                *hole = left;
+            }
+            ASSERT_EQ(VEC_VectorCopy_F(1, vector, &copy, "tests", __LINE__), 0);
+            EXPECT_EQ(VEC_VectorEmptySlot(copy), std::find(slots.begin(), slots.end(), 0) - slots.begin());
+            EXPECT_EQ(VEC_VectorEmptySlot(vector), VEC_VectorEmptySlot(copy));
+            VEC_VectorFree_F(copy);
+        }
+        VEC_VectorFree_F(vector);
+    }
 }
 
 TEST(Vector, StaysAsItWasWhenMemoryIsShortOrASizeWraps) {
