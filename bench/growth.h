@@ -18,8 +18,14 @@ struct Growth {
     std::function<double(size_t)> cost;  // does the work with that many elements; returns the seconds for one
 };
 
-/** The operations of the store. */
+/** The limit where a tree's depth and the processor's caches explain some growth; what walks a list grows by 8. */
+inline constexpr double kGrowth = 2.5;
+
+/** The operations of the rooms of the library, and of the tool. */
 std::vector<Growth> StoreGrowth();
+std::vector<Growth> DetectGrowth();
+std::vector<Growth> ContainersGrowth();
+std::vector<Growth> ToolGrowth();
 
 }  // namespace tav::bench
 

@@ -200,26 +200,25 @@ double SecondsToOpenWithChecksums(size_t count) {
 }  // namespace
 
 std::vector<Growth> StoreGrowth() {
-    // A file is read once from end to end. Elements in random order are found by way of a tree, and 8 N of
-    // them no longer fit into the processor's caches. What walks a list takes 8 times as long.
-    constexpr double kOnce = 2.5, kInMemory = 5;
+    // Where elements in random order are looked at, 8 N of them still fit into the processor's caches; those that do
+    // not take three times as long each, however they are found.
     return {
-        {"store: open, records", 25000, kOnce, On(InOneClass, SecondsToOpen)},
-        {"store: open, virtual systems", 8000, kInMemory, On(InAVsOfItsOwn, SecondsToOpen)},
+        {"store: open, records", 25000, kGrowth, On(InOneClass, SecondsToOpen)},
+        {"store: open, virtual systems", 8000, kGrowth, On(InAVsOfItsOwn, SecondsToOpen)},
         {"store: open, stated checksums (all)", 50, 2, SecondsToOpenWithChecksums},
-        {"store: get, records", 1000, kInMemory, On(InOneClass, SecondsToGet)},
-        {"store: get, virtual systems", 1000, kInMemory, On(InAVsOfItsOwn, SecondsToGet)},
-        {"store: get, classes", 1000, kInMemory, On(InAClassOfItsOwn, SecondsToGet)},
-        {"store: query", 1000, kInMemory, On(InOneClass, SecondsToQuery)},
-        {"store: add, records", 1000, kInMemory, On(InOneClass, SecondsToAdd)},
-        {"store: add, virtual systems", 1000, kInMemory, On(InAVsOfItsOwn, SecondsToAdd)},
-        {"store: add, classes", 1000, kInMemory, On(InAClassOfItsOwn, SecondsToAdd)},
-        {"store: set", 1000, kInMemory, On(InOneClass, SecondsToSet)},
-        {"store: delete", 1000, kInMemory, On(InOneClass, SecondsToDelete)},
-        {"store: flush, records", 25000, kInMemory, On(InOneClass, SecondsToFlush)},
-        {"store: flush, virtual systems", 8000, kInMemory, On(InAVsOfItsOwn, SecondsToFlush)},
-        {"store: set in the file", 25000, kOnce, On(InOneClass, SecondsToChangeInPlace)},
-        {"store: checksum of a file", 25000, kOnce, On(InOneClass, SecondsToReadChecksum)},
+        {"store: get, records", 1000, kGrowth, On(InOneClass, SecondsToGet)},
+        {"store: get, virtual systems", 1000, kGrowth, On(InAVsOfItsOwn, SecondsToGet)},
+        {"store: get, classes", 1000, kGrowth, On(InAClassOfItsOwn, SecondsToGet)},
+        {"store: query", 1000, kGrowth, On(InOneClass, SecondsToQuery)},
+        {"store: add, records", 1000, kGrowth, On(InOneClass, SecondsToAdd)},
+        {"store: add, virtual systems", 1000, kGrowth, On(InAVsOfItsOwn, SecondsToAdd)},
+        {"store: add, classes", 1000, kGrowth, On(InAClassOfItsOwn, SecondsToAdd)},
+        {"store: set", 1000, kGrowth, On(InOneClass, SecondsToSet)},
+        {"store: delete", 1000, kGrowth, On(InOneClass, SecondsToDelete)},
+        {"store: flush, records", 4000, kGrowth, On(InOneClass, SecondsToFlush)},
+        {"store: flush, virtual systems", 8000, kGrowth, On(InAVsOfItsOwn, SecondsToFlush)},
+        {"store: set in the file", 25000, kGrowth, On(InOneClass, SecondsToChangeInPlace)},
+        {"store: checksum of a file", 25000, kGrowth, On(InOneClass, SecondsToReadChecksum)},
     };
 }
 

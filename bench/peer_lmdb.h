@@ -14,6 +14,8 @@ namespace tav::bench {
 template <typename Record>
 class LmdbGetter {
   public:
+    static constexpr char kMeasure[] = "get";
+
     /** Writes a database with the records and makes their keys ready, in this order. */
     LmdbGetter(const std::string &path, const std::vector<Record> &records) : path_(path + ".lmdb") {
         Require(mdb_env_create(&environment_) == 0, "lmdb create");

@@ -95,6 +95,8 @@ class StoreOpener {
 template <typename Record>
 class StoreGetter {
   public:
+    static constexpr char kMeasure[] = "get";
+
     /** Opens the store and makes the keys of the records ready, in this order. */
     StoreGetter(const std::string &path, const std::vector<Record> &records)
         : store_(OpenStore(TAV_EXT_MODE_READ_ONLY, path + ".dat")) {
@@ -118,6 +120,33 @@ class StoreGetter {
   private:
     Store store_;
     std::vector<Node> keys_;
+    uint8_t touched_ = 0;
+};
+
+/** Makes each record's key anew, as a program does that is asked for one. */
+template <typename Record>
+class StoreAnewGetter {
+  public:
+    static constexpr char kMeasure[] = "get anew";
+
+    StoreAnewGetter(const std::string &path, const std::vector<Record> &records)
+        : store_(OpenStore(TAV_EXT_MODE_READ_ONLY, path + ".dat")), records_(records) {}
+
+    /** Gets each record and touches it. Returns the number found. */
+    size_t GetAll() {
+        size_t found = 0;
+        for (const Record &wanted : records_) {
+            if (const auto *record = TAV_ExtCfgGetRecord(kVs, MakeKey(wanted).get(), store_.get())) {
+                touched_ ^= *reinterpret_cast<const volatile uint8_t *>(record);
+                ++found;
+            }
+        }
+        return found;
+    }
+
+  private:
+    Store store_;
+    const std::vector<Record> &records_;
     uint8_t touched_ = 0;
 };
 
