@@ -107,7 +107,7 @@ inline void PrintRow(const std::string &what, const char *unit, double ours, con
     }
     printf("%-16s %10.1f %10.1f %-3s %-10s %7.2f", what.c_str(), ours, theirs, unit, peer, ratio);
     if (target > 0) {
-        printf("   <= %.1f  %s", target, ratio <= target ? "ok" : "MISSED");
+        printf("   <= %.2f  %s", target, ratio <= target ? "ok" : "MISSED");
     }
     printf("\n");
 }
