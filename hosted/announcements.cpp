@@ -11,6 +11,7 @@
 
 #include "durable.h"
 #include "interfaces.h"
+#include "message.h"
 #include "number.h"
 
 namespace hosted {
@@ -98,5 +99,10 @@ uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t /*reserved*/, uint32_t vr, 
     if (length < 0) {
         return hosted::LastError();
     }
-    return hosted::ParseNumber({text, static_cast<size_t>(length)}, componentId) ? 0 : EINVAL;
+    uint32_t announced = hosted::kNoComponent;
+    if (!hosted::ParseNumber({text, static_cast<size_t>(length)}, &announced) || announced == hosted::kNoComponent) {
+        return EINVAL;
+    }
+    *componentId = announced;
+    return 0;
 }

@@ -15,6 +15,7 @@
 
 #include "announcements.h"
 #include "durable.h"
+#include "message.h"
 
 using hosted::BusFolder;
 using hosted::BusPath;
@@ -120,7 +121,7 @@ uint32_t OpenPort(TAV_Posix_BusPort *port) {
 }  // namespace
 
 uint32_t TAV_Posix_BusBind(uint32_t componentId, TAV_Posix_BusPort **port) {
-    if (port == nullptr) {
+    if (port == nullptr || componentId == hosted::kNoComponent) {
         return EINVAL;
     }
     OwnedPort opened = NewPort();
@@ -150,7 +151,7 @@ int TAV_Posix_BusFd(const TAV_Posix_BusPort *port) {
 }
 
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId) {
-    if (port == nullptr) {
+    if (port == nullptr || component == hosted::kNoComponent) {
         return EINVAL;
     }
     const std::lock_guard lock(port->announcing);

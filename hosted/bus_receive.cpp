@@ -74,7 +74,7 @@ bool IsAcceptable(const TAV_Posix_BusPort *port, const MessageHeader *message, c
     const Envelope &envelope = message->envelope;
     if ((header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0 || got < sizeof(Envelope) + hosted::kMinMessage ||
         envelope.magic != hosted::kEnvelopeMagic || envelope.version != hosted::kEnvelopeVersion ||
-        envelope.receiver != port->componentId) {
+        envelope.receiver != port->componentId || envelope.sender == hosted::kNoComponent) {
         return false;
     }
     const cmsghdr *const control = CMSG_FIRSTHDR(&header);

@@ -89,8 +89,11 @@ uint32_t Send(MessageHeader *message, uint32_t length) {
     return errno == ENOENT ? ENOSYS : LastError();  // the receiver is there, so it is /proc that is missing
 }
 
-/** Checks that a message of this length can be sent and received. Returns 0, else an errno code. */
-uint32_t CheckLength(const MessageHeader *message, uint32_t length) {
+/** Checks that a message names its ends, and can be sent and received at this length. Returns 0, else an errno code. */
+uint32_t CheckMessage(const MessageHeader *message, uint32_t length) {
+    if (message->envelope.sender == hosted::kNoComponent || message->envelope.receiver == hosted::kNoComponent) {
+        return EINVAL;
+    }
     if (length > message->size || length > hosted::kMaxMessage) {
         return EMSGSIZE;
     }
@@ -103,7 +106,7 @@ uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t /*reserved*/, uint32_t co
     MessageHeader *const header = hosted::HeaderOfMessage(message, __func__);
     header->envelope.receiver = receiver;
     header->envelope.code = code;
-    uint32_t result = CheckLength(header, length);
+    uint32_t result = CheckMessage(header, length);
     if (result == 0) {
         result = Send(header, length);
     }

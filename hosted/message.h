@@ -10,6 +10,7 @@ namespace hosted {
 
 inline constexpr uint32_t kEnvelopeMagic = 0x54415642;
 inline constexpr uint16_t kEnvelopeVersion = 1;
+inline constexpr uint32_t kNoComponent = 0;  // what callers have who do not know the component yet
 
 /** What travels in front of a message, in the host's byte order: the bus does not leave its machine. */
 struct Envelope {

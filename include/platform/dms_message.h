@@ -1,10 +1,11 @@
 /*
  * Platform message bus: datagrams between components.
  *
- * A component is an endpoint of the bus, known by its id. A message is one block that holds what travels, in the layout
- * of whoever uses it, and in front of it, out of sight, an envelope: sender and receiver components, the receiver's
- * instance id, and the interface and sub-interface numbers. The functions below read and write the envelope; they
- * expect a message of MEL_MsgAlloc_F or one that the bus has delivered.
+ * A component is an endpoint of the bus, known by its id; 0 stands for one that is not known, and is nobody's. A
+ * message is one block that holds what travels, in the layout of whoever uses it, and in front of it, out of sight, an
+ * envelope: sender and receiver components, the receiver's instance id, and the interface and sub-interface numbers.
+ * The functions below read and write the envelope; they expect a message of MEL_MsgAlloc_F or one that the bus has
+ * delivered.
  */
 #ifndef PLATFORM_DMS_MESSAGE_H
 #define PLATFORM_DMS_MESSAGE_H

@@ -56,9 +56,9 @@ const sockaddr *AddressOf(uint32_t id) {
     return reinterpret_cast<const sockaddr *>(&address);
 }
 
-/** A datagram, byte by byte, to component 7 from component 6. */
-void SendRaw(size_t size, uint32_t receiver = 7, uint32_t magic = kMagic, uint16_t version = 1) {
-    Bytes data = Join({Host32(magic), Host16(version), Host16(0), Host32(6), Host32(receiver), Host32(0)});
+/** A datagram, byte by byte, to component 7. */
+void SendRaw(size_t size, uint32_t receiver = 7, uint32_t magic = kMagic, uint16_t version = 1, uint32_t from = 6) {
+    Bytes data = Join({Host32(magic), Host16(version), Host16(0), Host32(from), Host32(receiver), Host32(0)});
     data.resize(size);
     const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
     sendto(sender, data.data(), size, MSG_DONTWAIT, AddressOf(7), sizeof(sockaddr_un));
@@ -139,6 +139,22 @@ TEST_F(Bus, FailedSendsTellWhyAndStillTakeTheMessage) {
     setenv("TAV_BUS_PATH", "bus", 1);
     Bind(8, EINVAL);
     EXPECT_EQ((Codes{Send(7, 7), Served(1)}), (Codes{EINVAL, -EINVAL}));
+}
+
+TEST_F(Bus, ComponentZeroIsNobody) {
+    Bind(0, EINVAL);
+    const Port port = Bind(7);
+    EXPECT_EQ(TAV_Posix_BusServe(port.get(), 0, kMax, 1), EINVAL);
+    for (const char *const nobody : {"0", "00", "0x0"}) {
+        std::filesystem::remove(folder_.Path("bus/180.4294967295.1"));
+        std::filesystem::create_symlink(nobody, folder_.Path("bus/180.4294967295.1"));
+        EXPECT_EQ(Served(1), -EINVAL) << nobody;
+    }
+    const int taker = socket(AF_UNIX, SOCK_DGRAM, 0);  // lies in wait for what is sent to an unknown component
+    ASSERT_EQ(bind(taker, AddressOf(0), sizeof(sockaddr_un)), 0);
+    SendRaw(36, 7, kMagic, 1, 0);
+    EXPECT_EQ((Codes{Send(7, 0), Send(0, 7), Receive(port)}), (Codes{EINVAL, EINVAL, ETIMEDOUT}));
+    close(taker);
 }
 
 TEST_F(Bus, DropsWhatIsNoMessageAndWaitsNoLonger) {

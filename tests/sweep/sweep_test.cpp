@@ -127,7 +127,7 @@ struct World {
 
     void MakeDetector() {
         const auto letter = [](Request request, uint32_t bookKey) {
-            return Letter(kSubscriber, request, bookKey, kConditionType);
+            return Letter(kSubscriber, kDetector, request, bookKey, kConditionType);
         };
         EXPECT_EQ(TAV_Posix_BusBind(kSubscriber, &port), 0u);
         EXPECT_EQ(TAV_Posix_BusServe(port, kSubscriberKind, kVr, kVs), 0u);
