@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
@@ -22,8 +23,25 @@ struct CloseDirectory {
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
-/** Returns whether a file of the folder is a link that reads this text. */
-bool Reads(int folderFd, const char *name, const char *text) {
+/** A name of its own, relative to the folder. */
+struct SideName {
+    char text[kSideNameSize];
+};
+
+/** Makes up a name that nobody knows, so that nobody can stand in its way. Returns 0, else a code. */
+uint32_t NewSideName(uint32_t componentId, SideName *name) {
+    uint64_t random = 0;
+    const uint32_t code = CRYPT_random(&random, sizeof(random));
+    sprintf_s(name->text, sizeof(name->text), "%u.%016" PRIx64 ".tmp", componentId, random);
+    return code;
+}
+
+/** Returns whether a file of the folder is a link of this process's user that reads this text. */
+bool IsOwnLink(int folderFd, const char *name, const char *text) {
+    struct stat status = {};
+    if (fstatat(folderFd, name, &status, AT_SYMLINK_NOFOLLOW) != 0 || status.st_uid != geteuid()) {
+        return false;
+    }
     char target[kIdTextSize];
     const ssize_t length = readlinkat(folderFd, name, target, sizeof(target));
     return length >= 0 && static_cast<size_t>(length) == strlen(text) &&
@@ -34,32 +52,36 @@ bool Reads(int folderFd, const char *name, const char *text) {
  * Withdraws an announcement that reads this id. Between the look at it and its removal another component may announce
  * itself in its place: so it is moved aside, and put back if it is the other's, unless there is one yet newer by then.
  */
-void Withdraw(int folderFd, const char *name, const BusFolder &folder, uint32_t componentId) {
-    const BusIdText id = IdText(componentId);
-    const BusPath aside = SidePath(folder, componentId, "old");
-    if (renameat(folderFd, name, AT_FDCWD, aside.text) != 0) {
+void Withdraw(int folderFd, const char *name, uint32_t componentId) {
+    SideName aside;
+    if (NewSideName(componentId, &aside) != 0 || renameat(folderFd, name, folderFd, aside.text) != 0) {
         return;
     }
-    if (Reads(AT_FDCWD, aside.text, id.text) ||
-        renameat2(AT_FDCWD, aside.text, folderFd, name, RENAME_NOREPLACE) != 0) {
-        unlink(aside.text);
+    if (IsOwnLink(folderFd, aside.text, IdText(componentId).text) ||
+        renameat2(folderFd, aside.text, folderFd, name, RENAME_NOREPLACE) != 0) {
+        unlinkat(folderFd, aside.text, 0);
     }
 }
 
 }  // namespace
 
 uint32_t Announce(const BusFolder &folder, uint32_t componentId, uint32_t component, uint32_t vr, uint32_t vsId) {
-    const BusPath draft = SidePath(folder, componentId, "new");
-    unlink(draft.text);  // a process that was killed may have left it
+    SideName name;
+    const uint32_t code = NewSideName(componentId, &name);
+    if (code != 0) {
+        return code;
+    }
+    BusPath draft;
+    sprintf_s(draft.text, sizeof(draft.text), "%s%s", folder.path, name.text);
     if (symlink(IdText(componentId).text, draft.text) != 0) {
         return LastError();
     }
     if (rename(draft.text, AnnouncementPath(folder, component, vr, vsId).text) == 0) {
         return 0;
     }
-    const uint32_t code = LastError();
+    const uint32_t renameCode = LastError();
     unlink(draft.text);
-    return code;
+    return renameCode;
 }
 
 void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId) {
@@ -70,8 +92,8 @@ void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId) {
     const BusIdText id = IdText(componentId);
     const int fd = dirfd(directory.get());
     while (const dirent *const entry = readdir(directory.get())) {
-        if (Reads(fd, entry->d_name, id.text)) {
-            Withdraw(fd, entry->d_name, folder, componentId);
+        if (IsOwnLink(fd, entry->d_name, id.text)) {
+            Withdraw(fd, entry->d_name, componentId);
         }
     }
 }
@@ -80,7 +102,7 @@ void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId) {
 
 uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t /*reserved*/, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
     hosted::BusFolder folder;
-    const uint32_t code = componentId != nullptr ? hosted::FindBusFolder(&folder) : EINVAL;
+    const uint32_t code = componentId != nullptr ? hosted::FindSafeBusFolder(&folder) : EINVAL;
     if (code != 0) {
         return code;
     }

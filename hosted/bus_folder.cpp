@@ -8,6 +8,7 @@
 
 #include <utility>
 
+#include "durable.h"
 #include "interfaces.h"
 #include "paths.h"
 
@@ -29,6 +30,15 @@ bool IsSomebody(uid_t user) {
     return user != kOverflowUser || user == geteuid();
 }
 
+bool IsSelfOrRoot(uid_t user) {
+    return user == geteuid() || user == 0;
+}
+
+/** Returns whether nobody but this process's user and root can make or rename what lies in a folder. */
+bool IsClosed(const struct stat &status) {
+    return IsSelfOrRoot(status.st_uid) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 }  // namespace
 
 uint32_t FindBusFolder(BusFolder *folder) {
@@ -38,6 +48,30 @@ uint32_t FindBusFolder(BusFolder *folder) {
     }
     const bool slashMissing = path[strlen(path) - 1] != '/';
     return sprintf_s(folder->path, sizeof(folder->path), "%s%s", path, slashMissing ? "/" : "") >= 0 ? 0 : ENAMETOOLONG;
+}
+
+uint32_t CheckBusFolder(const BusFolder &folder) {
+    struct stat status = {};
+    if (stat(folder.path, &status) != 0) {
+        return LastError();
+    }
+    const bool isShared = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (isShared && (status.st_mode & S_ISVTX) == 0) {
+        return EACCES;  // each could take away the names of all others
+    }
+    if (IsSelfOrRoot(status.st_uid)) {
+        return 0;
+    }
+    // Another user's: only where it cannot be that user who has put it there.
+    BusPath parent;
+    struct stat parentStatus = {};
+    sprintf_s(parent.text, sizeof(parent.text), "%s..", folder.path);
+    return stat(parent.text, &parentStatus) == 0 && IsClosed(parentStatus) ? 0 : EACCES;
+}
+
+uint32_t FindSafeBusFolder(BusFolder *folder) {
+    const uint32_t code = FindBusFolder(folder);
+    return code == 0 ? CheckBusFolder(*folder) : code;
 }
 
 BusIdText IdText(uint32_t componentId) {
@@ -52,9 +86,9 @@ BusPath SocketPath(const BusFolder &folder, uint32_t componentId) {
     return path;
 }
 
-BusPath SidePath(const BusFolder &folder, uint32_t componentId, const char *suffix) {
+BusPath LockPath(const BusFolder &folder, uint32_t componentId) {
     BusPath path;
-    sprintf_s(path.text, sizeof(path.text), "%s%u.%s", folder.path, componentId, suffix);
+    sprintf_s(path.text, sizeof(path.text), "%s%u.lock", folder.path, componentId);
     return path;
 }
 
@@ -81,16 +115,15 @@ bool IsOwner(const BusFolder &folder, uint32_t componentId, uid_t user) {
         return false;
     }
     struct stat status = {};
-    if (lstat(SidePath(folder, componentId, "lock").text, &status) == 0) {
+    if (lstat(LockPath(folder, componentId).text, &status) == 0) {
         return S_ISREG(status.st_mode) && status.st_uid == user;
     }
-    return errno == ENOENT && (user == geteuid() || user == 0);
+    return errno == ENOENT && IsSelfOrRoot(user);
 }
 
 bool IsTrusted(const BusFolder &folder, uid_t user) {
     struct stat status = {};
-    return user == geteuid() || user == 0 ||
-           (IsSomebody(user) && stat(folder.path, &status) == 0 && status.st_uid == user);
+    return IsSelfOrRoot(user) || (IsSomebody(user) && stat(folder.path, &status) == 0 && status.st_uid == user);
 }
 
 }  // namespace hosted

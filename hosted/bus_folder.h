@@ -5,8 +5,7 @@
  *   <id>.lock                 held by the process that has bound the component; its owner is the component's. It stays
  *                             when the component goes, so that nobody locks a file that another process is just about
  *                             to delete, and so that a message is still known as its owner's
- *   <id>.new                  an announcement of this component on its way to its name
- *   <id>.old                  an announcement that this component is withdrawing
+ *   <id>.<random>.tmp         an announcement of this component on its way in or out
  *   <component>.<vr>.<vsId>   an announcement: a symbolic link that reads the id of the component that serves the VS
  */
 #ifndef HOSTED_BUS_FOLDER_H
@@ -30,6 +29,9 @@ struct BusFolder {
     char path[kSocketPathSize - kIdTextSize + 1];
 };
 
+/** Bytes of the name of an announcement that is on its way, with its terminator. */
+inline constexpr size_t kSideNameSize = kIdTextSize + sizeof(".0123456789abcdef.tmp") - 1;
+
 /** Path of a file in the folder. */
 struct BusPath {
     char text[sizeof(BusFolder) + 3 * kIdTextSize];
@@ -40,15 +42,24 @@ struct BusIdText {
     char text[kIdTextSize];
 };
 
-/** Finds the folder of the bus. Returns 0; ENAMETOOLONG; or EINVAL for a relative path. */
+/** Finds the path of the bus's folder. Returns 0; ENAMETOOLONG; or EINVAL for a relative path. */
 uint32_t FindBusFolder(BusFolder *folder);
+
+/**
+ * Checks that nobody but this process's user, root, and whom one of these put in charge of the folder, rules over the
+ * names in it. Returns 0; EACCES; else the system's code.
+ */
+uint32_t CheckBusFolder(const BusFolder &folder);
+
+/** Finds the path of the bus's folder, which must pass CheckBusFolder. Returns 0, else the code of either. */
+uint32_t FindSafeBusFolder(BusFolder *folder);
 
 BusIdText IdText(uint32_t componentId);
 
 BusPath SocketPath(const BusFolder &folder, uint32_t componentId);
 
-/** Path of one of the files beside a component's socket. */
-BusPath SidePath(const BusFolder &folder, uint32_t componentId, const char *suffix);
+/** Path of the lock file beside a component's socket. */
+BusPath LockPath(const BusFolder &folder, uint32_t componentId);
 
 BusPath AnnouncementPath(const BusFolder &folder, uint32_t component, uint32_t vr, uint32_t vsId);
 

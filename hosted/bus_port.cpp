@@ -21,8 +21,8 @@ using hosted::BusFolder;
 using hosted::BusPath;
 using hosted::Descriptor;
 using hosted::LastError;
+using hosted::LockPath;
 using hosted::RetryInterrupted;
-using hosted::SidePath;
 using hosted::SocketPath;
 
 namespace {
@@ -54,7 +54,7 @@ uint32_t MakeFolder(const BusFolder &folder) {
  * the component would not be root's.
  */
 uint32_t OpenLock(TAV_Posix_BusPort *port) {
-    const BusPath path = SidePath(port->folder, port->componentId, "lock");
+    const BusPath path = LockPath(port->folder, port->componentId);
     const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     port->lock = Descriptor(RetryInterrupted([&] { return open(path.text, flags, kLockMode); }));
     struct stat status = {};
@@ -109,6 +109,9 @@ uint32_t OpenPort(TAV_Posix_BusPort *port) {
         code = MakeFolder(port->folder);
     }
     if (code == 0) {
+        code = hosted::CheckBusFolder(port->folder);
+    }
+    if (code == 0) {
         code = LockComponent(port);
     }
     if (code == 0) {
@@ -154,6 +157,5 @@ uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, u
     if (port == nullptr || component == hosted::kNoComponent) {
         return EINVAL;
     }
-    const std::lock_guard lock(port->announcing);
     return hosted::Announce(port->folder, port->componentId, component, vr, vsId);
 }

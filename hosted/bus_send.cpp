@@ -67,7 +67,7 @@ sockaddr_un AddressOfOpen(const Descriptor &file) {
 uint32_t Send(MessageHeader *message, uint32_t length) {
     BusFolder folder;
     Descriptor receiver;
-    uint32_t code = hosted::FindBusFolder(&folder);
+    uint32_t code = hosted::FindSafeBusFolder(&folder);
     if (code == 0) {
         code = OpenReceiver(folder, message->envelope.receiver, &receiver);
     }

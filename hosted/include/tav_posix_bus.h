@@ -42,8 +42,9 @@ typedef struct TAV_Posix_BusCounts {
  * @param port         where the port goes, the caller's until TAV_Posix_BusUnbind; left alone on failure
  * @return 0; EADDRINUSE when a live process, this one included, has bound the component, and when a file that is no
  *         socket, or not this user's to remove, stands where its socket should; EACCES when another user has had it,
- *         also for root, and when the folder is closed to this user; ENAMETOOLONG when TAV_BUS_PATH is too long;
- *         EINVAL for a null argument, component 0, and when TAV_BUS_PATH is no absolute path; else the system's code
+ *         also for root, when the folder is closed to this user, and when it is not safe (docs/hosted-platform.md);
+ * ENAMETOOLONG when TAV_BUS_PATH is too long; EINVAL for a null argument, component 0, and when TAV_BUS_PATH is no
+ * absolute path; else the system's code
  */
 uint32_t TAV_Posix_BusBind(uint32_t componentId, TAV_Posix_BusPort **port);
 
@@ -82,8 +83,7 @@ int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
  * @param vr         the virtual router
  * @param vsId       the virtual system
  * @return 0; EPERM or EACCES when another user has announced it and the folder does not let this user replace it;
- *         EEXIST when a file of another user stands at <id>.new in the folder; EINVAL for a null port and for kind 0;
- *         else the system's code
+ *         EINVAL for a null port and for kind 0; EIO without random numbers; else the system's code
  */
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId);
 

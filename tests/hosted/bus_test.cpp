@@ -214,6 +214,44 @@ TEST_F(Bus, TheLastAnnouncementCountsUntilItsPortGoes) {
     EXPECT_EQ(Served(1), -ENOENT);
 }
 
+TEST_F(Bus, NothingStandsInTheWayOfAnAnnouncement) {
+    Port port = Bind(7);
+    for (const char *const obstacle : {"bus/7.new", "bus/7.old"}) {
+        std::filesystem::create_directory(folder_.Path(obstacle));
+    }
+    const std::string other = folder_.Path("bus/180.4294967295.2"), leftOver = folder_.Path("bus/7.f00.tmp");
+    std::filesystem::create_symlink("7", leftOver);
+    std::filesystem::create_symlink("7", other);
+    EXPECT_TRUE(geteuid() != 0 || lchown(other.c_str(), 4711, 4711) == 0);
+    EXPECT_EQ((Codes{Serve(port, 1), Served(1)}), (Codes{0, 7}));
+    port.reset();
+    EXPECT_EQ(Served(1), -ENOENT);
+    EXPECT_FALSE(std::filesystem::is_symlink(leftOver));
+    EXPECT_EQ(std::filesystem::is_symlink(other), geteuid() == 0) << "another user's is not touched";
+}
+
+TEST_F(Bus, AFolderInOtherHandsIsRefused) {
+    const std::string bus = folder_.Path("bus");
+    const auto expect = [](uint32_t code) {  // of binding, announcing and sending
+        const Port port = Bind(7, code);
+        EXPECT_EQ((Codes{Send(8, 7), Served(1)}), (Codes{code, -int64_t{code == 0 ? ENOENT : code}}));
+    };
+    expect(0);
+    for (const mode_t mode : {0755, 01770, 01777, 0770, 0777, 0702}) {
+        ASSERT_EQ(chmod(bus.c_str(), mode), 0);
+        expect((mode & 022) == 0 || (mode & 01000) != 0 ? 0 : EACCES);
+    }
+    if (geteuid() == 0) {  // somebody's folder, where somebody could and could not have put it
+        ASSERT_EQ((Codes{chown(bus.c_str(), 4711, 4711), chmod(bus.c_str(), 01777)}), Codes(2, 0));
+        for (const mode_t mode : {0755, 01777, 0775}) {
+            ASSERT_EQ(chmod(folder_.Path().c_str(), mode), 0);
+            expect(mode == 0755 ? 0 : EACCES);
+        }
+        ASSERT_EQ((Codes{chmod(folder_.Path().c_str(), 0755), chown(folder_.Path().c_str(), 4711, 0)}), Codes(2, 0));
+        expect(EACCES);
+    }
+}
+
 TEST_F(Bus, OtherUsersSpeakForThemselvesAlone) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "needs root";
