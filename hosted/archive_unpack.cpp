@@ -14,6 +14,28 @@ using hosted::MemberStream;
 
 namespace {
 
+// What an archive may take of the file system that it is unpacked into, which is often one in memory. As much as the
+// longest configuration file; every file takes whole pages, and one that is empty takes one for its name.
+constexpr zip_uint64_t kMaxUnpacked = 104'857'600;
+constexpr zip_uint64_t kPage = 4096;
+
+/** Checks that what an archive's members are stated to take together is within the limit. */
+uint32_t CheckSizes(zip_t *zip, zip_uint64_t entries) {
+    zip_uint64_t left = kMaxUnpacked;
+    for (zip_uint64_t index = 0; index < entries; ++index) {
+        zip_uint64_t size = 0;
+        const uint32_t code = hosted::StatedSize(zip, index, &size);
+        if (code != 0) {
+            return code;
+        }
+        if (size > left || left < kPage) {
+            return ZIP_ER_OPNOTSUPP;
+        }
+        left -= size != 0 ? (size + kPage - 1) / kPage * kPage : kPage;  // no less than 0: the limit is whole pages
+    }
+    return 0;
+}
+
 /** Reads a whole member into a file. */
 uint32_t ReadIntoFile(MemberStream *stream, int fd) {
     char chunk[hosted::kChunkSize];
@@ -71,13 +93,17 @@ uint32_t BEX_Unzip(const char *archive, const char *folder) {
     if (code != 0) {
         return code;
     }
+    const auto entries = static_cast<zip_uint64_t>(zip_get_num_entries(opened.get(), 0));
+    code = CheckSizes(opened.get(), entries);
+    if (code != 0) {
+        return code;
+    }
     const int fd = open(host.Get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) {
         return ZIP_ER_OPEN;
     }
-    const zip_int64_t entries = zip_get_num_entries(opened.get(), 0);
-    for (zip_int64_t index = 0; code == 0 && index < entries; ++index) {
-        code = UnpackMember(opened.get(), static_cast<zip_uint64_t>(index), fd);
+    for (zip_uint64_t index = 0; code == 0 && index < entries; ++index) {
+        code = UnpackMember(opened.get(), index, fd);
     }
     close(fd);
     return code;

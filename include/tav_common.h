@@ -332,7 +332,7 @@ TAV_API uint32_t CMF_GetUnZipTmpDir(char *path, uint32_t size);
 
 /**
  * Finds the name of an archive's only member. The archive is unpacked for that, into a temporary directory that is gone
- * when the function returns.
+ * when the function returns; so a member that is longer than the platform unpacks has no name that can be found.
  *
  * @param archivePath  path of the archive
  * @param memberName   where the name goes, 256 bytes; left alone on failure

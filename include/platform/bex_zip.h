@@ -49,7 +49,8 @@ uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, cons
 
 /**
  * Decompresses every member of an archive into a file of a folder, replacing files that stand there. Directories that
- * the archive lists are skipped.
+ * the archive lists are skipped. The platform sets a limit to what an archive may come to, and looks at the sizes that
+ * it states before it makes a file: a few bytes can stand for very many.
  *
  * @param archive  path of the archive
  * @param folder   path of an existing folder

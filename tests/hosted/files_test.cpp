@@ -252,6 +252,22 @@ TEST_F(Files, WrongSizesInArchivesAreRefused) {
     }
 }
 
+/** An archive that would fill the file system is refused before there is a file, by what it states. */
+TEST_F(Files, UnpackingHasALimit) {
+    const uint64_t limit = 104857600;
+    const struct {
+        size_t members;
+        uint64_t stated;
+        int64_t code;  // ZIP_ER_INCONS when the limit lets it pass: there is less in it than stated
+    } archives[] = {{1, limit, 21},         {1, limit + 1, 28}, {2, limit / 2, 21}, {2, limit / 2 + 1, 28},
+                    {2, ~0ull / 2 + 1, 28}, {25600, 5, 0},      {25601, 5, 28}};
+    for (const auto &[members, stated, code] : archives) {
+        WriteFile(path_, Forge(std::vector<std::string>(members, "a.dat"), true, stated));
+        EXPECT_EQ(BEX_Unzip(path_.c_str(), folder_.Path().c_str()), code) << members << " of " << stated;
+        EXPECT_EQ(fs::remove(folder_.Path("a.dat")), code != 28) << members << " of " << stated;
+    }
+}
+
 /**
  * A write that fails, for want of room or of stable storage, leaves the old archive and nothing else. Here the writes
  * of an archive are cut to pieces and interrupted, and the disk becomes full at every byte.
