@@ -4,9 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include <atomic>
+
+#include "descriptor.h"
 #include "durable.h"
 #include "interfaces.h"
 #include "paths.h"
@@ -20,6 +24,13 @@ constexpr char kMagic[] = {'t', 'a', 'v', 'k', 'e', 'y', '1', '\n'};
 
 // A whole key file.
 using Content = Secret<sizeof(kMagic) + Key::size()>;
+
+constinit std::atomic<uint32_t> keyFilesMade{0};  // by this process
+
+/** Returns what stands behind the last slash of an absolute path. */
+const char *NameIn(const char *path) {
+    return strrchr(path, '/') + 1;
+}
 
 /**
  * Returns whether an open file can be a key file: a regular file of its size that only its owner, this user or root,
@@ -47,16 +58,23 @@ uint32_t ReadContent(int fd, Key *secret) {
     return 0;
 }
 
-/** Reads a key file that is there. Neither follows a link nor waits for the other end of a pipe. */
-uint32_t ReadExisting(const char *path, Key *secret) {
-    const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const int fd = RetryInterrupted([=] { return open(path, flags); });
-    if (fd < 0) {
-        return errno != ELOOP ? LastError() : EACCES;
+/**
+ * Opens the folder that a key file lies in. Whoever else may write there could take the key away or put another one in
+ * its place, so such a folder is refused.
+ */
+uint32_t OpenFolderOf(const char *path, Descriptor *folder) {
+    char folderPath[PATH_MAX];
+    const auto length = static_cast<uint32_t>(NameIn(path) - path);
+    if (strncpy_s(folderPath, sizeof(folderPath), path, length) != 0) {
+        return ENAMETOOLONG;
     }
-    const uint32_t code = ReadContent(fd, secret);
-    close(fd);
-    return code;
+    *folder = Descriptor(open(folderPath, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat status = {};
+    if (!folder->IsOpen() || fstat(folder->Get(), &status) != 0) {
+        return LastError();
+    }
+    const bool isOurs = status.st_uid == geteuid() || status.st_uid == 0;
+    return isOurs && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 ? 0 : EACCES;
 }
 
 /** Makes the key file's folder if it is missing. The path is changed meanwhile. */
@@ -90,9 +108,20 @@ uint32_t WriteContent(int fd) {
 }
 
 /**
- * Creates the key file. It gets its name when it is complete, and only if no other process was faster: then the other
- * one's key stays.
+ * Gives a complete key file its name, unless another process was faster: then the other one's key stays. Some file
+ * systems have no hard links, others cannot rename without replacing.
  */
+uint32_t NameDraft(const char *draft, const char *path) {
+    const bool isNamed = link(draft, path) == 0 ||
+                         (errno != EEXIST && renameat2(AT_FDCWD, draft, AT_FDCWD, path, RENAME_NOREPLACE) == 0);
+    if (isNamed) {
+        keyFilesMade.fetch_add(1, std::memory_order_relaxed);
+        return 0;
+    }
+    return errno == EEXIST ? 0 : LastError();
+}
+
+/** Creates the key file, which is complete when it gets its name. */
 uint32_t Create(char *path) {
     const uint32_t folderCode = MakeFolderOf(path);
     if (folderCode != 0) {
@@ -108,8 +137,8 @@ uint32_t Create(char *path) {
     }
     uint32_t code = WriteContent(fd);
     close(fd);
-    if (code == 0 && link(draft, path) != 0 && errno != EEXIST) {
-        code = LastError();
+    if (code == 0) {
+        code = NameDraft(draft, path);
     }
     unlink(draft);
     return code == 0 ? SyncDirectoryOf(path) : code;
@@ -117,28 +146,52 @@ uint32_t Create(char *path) {
 
 }  // namespace
 
+uint32_t ReadKeyFileAt(const char *path, Key *secret) {
+    if (path[0] != '/') {
+        return EACCES;
+    }
+    Descriptor folder;
+    const uint32_t code = OpenFolderOf(path, &folder);
+    if (code != 0) {
+        return code;
+    }
+    // Neither follows a link nor waits for the other end of a pipe.
+    const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const Descriptor file(RetryInterrupted([&] { return openat(folder.Get(), NameIn(path), flags); }));
+    if (!file.IsOpen()) {
+        return errno != ELOOP ? LastError() : EACCES;
+    }
+    return ReadContent(file.Get(), secret);
+}
+
 uint32_t ReadKeyFile(MissingKeyFile missing, Key *secret) {
     char path[PATH_MAX];
     uint32_t code = TAV_Posix_KeyFilePath(path, sizeof(path));
     if (code != 0) {
-        return code;
+        return code != EINVAL ? code : EACCES;  // to the users of keys, the former says that a text is none
     }
-    code = ReadExisting(path, secret);
+    code = ReadKeyFileAt(path, secret);
     if (code != ENOENT || missing == MissingKeyFile::kFail) {
         return code;
     }
     code = Create(path);
-    return code == 0 ? ReadExisting(path, secret) : code;
+    return code == 0 ? ReadKeyFileAt(path, secret) : code;
 }
 
 }  // namespace hosted
 
 uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size) {
     const char *const setting = hosted::TrustedSetting("TAV_KEY_FILE");
-    if (setting != nullptr) {
-        return strcpy_s(path, size, setting) == 0 ? 0 : ENAMETOOLONG;
-    }
     char workPath[PATH_MAX];
     MEL_GetSysWorkPath(workPath, sizeof(workPath));
-    return sprintf_s(path, size, "%setc/tav.key", workPath) >= 0 ? 0 : ENAMETOOLONG;
+    const int length =
+        setting != nullptr ? sprintf_s(path, size, "%s", setting) : sprintf_s(path, size, "%setc/tav.key", workPath);
+    if (length < 0) {
+        return ENAMETOOLONG;
+    }
+    return path[0] == '/' ? 0 : EINVAL;  // else every working directory would have a key of its own
+}
+
+uint32_t TAV_Posix_KeyFilesMade() {
+    return hosted::keyFilesMade.load(std::memory_order_relaxed);
 }

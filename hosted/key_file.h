@@ -25,6 +25,9 @@ enum class MissingKeyFile {
  */
 uint32_t ReadKeyFile(MissingKeyFile missing, Key *secret);
 
+/** Reads the secret of the key file at an absolute path, which must be there. Returns as ReadKeyFile does. */
+uint32_t ReadKeyFileAt(const char *path, Key *secret);
+
 }  // namespace hosted
 
 #endif

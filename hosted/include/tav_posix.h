@@ -107,9 +107,16 @@ const PLATFORM_DataType *TAV_Posix_FindDataType(uint16_t dataType);
  *
  * @param path  where the path goes
  * @param size  bytes of room there
- * @return 0; ENAMETOOLONG when the path does not fit, and then what stands there is not to be used
+ * @return 0; EINVAL when it is not absolute, so that there is no key: it would be another one in every working
+ *         directory; ENAMETOOLONG when it does not fit. After a failure, what stands there is not to be used
  */
 uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size);
+
+/**
+ * Returns how many key files this process has made, because there was none to encrypt with. Whoever started it should
+ * be told: without a copy of the file, what was encrypted is lost with it.
+ */
+uint32_t TAV_Posix_KeyFilesMade(void);
 
 #ifdef __cplusplus
 }

@@ -12,8 +12,21 @@
 #include "bytes.h"
 #include "platform/bex_crypt.h"
 #include "platform/bex_string.h"
+#include "tav_posix.h"
 
-static bool noRandom = false;  // the random source fails
+static bool noRandom = false;   // the random source fails
+static bool noLinks = false;    // the file system has no hard links
+static bool noRenames = false;  // nor can it rename without replacing
+
+extern "C" int link(const char *from, const char *to) noexcept {
+    const auto next = reinterpret_cast<decltype(&link)>(dlsym(RTLD_NEXT, "link"));
+    return noLinks ? (errno = EPERM, -1) : next(from, to);
+}
+
+extern "C" int renameat2(int fromFolder, const char *from, int toFolder, const char *to, unsigned int flags) noexcept {
+    const auto next = reinterpret_cast<decltype(&renameat2)>(dlsym(RTLD_NEXT, "renameat2"));
+    return noRenames ? (errno = EINVAL, -1) : next(fromFolder, from, toFolder, to, flags);
+}
 
 extern "C" int RAND_priv_bytes_ex(OSSL_LIB_CTX *library, unsigned char *buffer, size_t size, unsigned int strength) {
     const auto next = reinterpret_cast<decltype(&RAND_priv_bytes_ex)>(dlsym(RTLD_NEXT, "RAND_priv_bytes_ex"));
@@ -146,14 +159,20 @@ TEST_F(Secrets, NoChangedTextIsAccepted) {
 
 TEST_F(Secrets, KeyFileIsPrivateAndWhole) {
     const string text = Encrypt(1, "Secret", "");
-    for (const string spoil : {"chmod 640 tav.key", "chmod 602 tav.key", "truncate -s 39 tav.key", "echo >> tav.key",
-                               "mv tav.key k && ln -s k tav.key", "rm tav.key && mkfifo -m 600 tav.key",
-                               "sed -i s/1/2/ tav.key", "chown 1 tav.key || chmod 644 tav.key"}) {
+    for (const string spoil :
+         {"chmod 640 tav.key", "chmod 602 tav.key", "truncate -s 39 tav.key", "echo >> tav.key",
+          "mv tav.key k && ln -s k tav.key", "rm tav.key && mkfifo -m 600 tav.key", "sed -i s/1/2/ tav.key",
+          "chown 1 tav.key || chmod 644 tav.key", "chmod 770 .", "chmod 1703 .", "chown 1 . || chmod 777 ."}) {
         RunInFolder("cp -a etc good && cd etc && { " + spoil + "; }");
         EXPECT_EQ(Encrypt(1, "Secret", "", EACCES) + Decrypt(1, text, "", EACCES), "") << spoil;
         RunInFolder("rm -r etc && mv good etc");
         EXPECT_EQ(Decrypt(1, text, ""), "Secret");
     }
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.Path("etc"));
+    setenv("TAV_KEY_FILE", "tav.key", 1);  // found here, and from nowhere else
+    EXPECT_EQ(Encrypt(1, "Secret", "", EACCES) + Decrypt(1, text, "", EACCES), "");
+    std::filesystem::current_path(before);
 }
 
 TEST_F(Secrets, ProcessesAgreeOnOneKey) {
@@ -164,14 +183,22 @@ TEST_F(Secrets, ProcessesAgreeOnOneKey) {
         noRandom = true;
         EXPECT_EQ(Encrypt(1, "Secret", "", EIO), "");
         noRandom = false;
+        noLinks = noRenames = true;
+        EXPECT_EQ(Encrypt(1, "Secret", "", EINVAL), "");
         RunInFolder("rmdir etc");  // no half file
+        noLinks = round % 2 == 0;
+        noRenames = !noLinks;
         for (const char *const name : {"a", "b", "c", "d"}) {
             if (fork() == 0) {
-                _exit((WriteFile(folder_.Path(name), Text(Encrypt(1, name, ""))), 0));
+                WriteFile(folder_.Path(name), Text(Encrypt(1, name, "")));
+                _exit(static_cast<int>(TAV_Posix_KeyFilesMade()));
             }
         }
-        while (wait(nullptr) > 0) {
+        int made = 0;
+        for (int status = 0; wait(&status) > 0;) {
+            made += WEXITSTATUS(status);
         }
+        EXPECT_EQ(made, 1);
         for (const char *const name : {"a", "b", "c", "d"}) {
             const Bytes text = ReadFile(folder_.Path(name));
             EXPECT_EQ(Decrypt(1, string(text.begin(), text.end()), ""), name);

@@ -8,7 +8,14 @@
 #include "tool.h"
 
 struct PasswdTest : ToolTest {
-    void SetUp() override { setenv("TAV_KEY_FILE", Path("tav.key").c_str(), 1); }
+    void SetUp() override {
+        setenv("TAV_KEY_FILE", Path("tav.key").c_str(), 1);
+        PutKey("tav.key", 'k');
+    }
+    void PutKey(const std::string &name, char filler) const {
+        Put(name, "tavkey1\n" + std::string(32, filler));
+        std::filesystem::permissions(Path(name), std::filesystem::perms(0600));
+    }
     std::string WithInput(const std::string &input, const std::string &arguments) const {
         Put("in", input);
         return arguments + " <in";
@@ -57,6 +64,16 @@ TEST_F(PasswdTest, FormsAndCipherTexts) {
     Refused(1, "a zero byte", WithInput(std::string(1, '\0'), "passwd check"));
     Refused(1, "more than one line", WithInput("a\nb", "passwd hash"));
     Refused(1, "there is no password", "passwd verify --from form");
+}
+
+TEST_F(PasswdTest, AKeyThatIsMadeIsToldOnce) {
+    std::filesystem::remove(Path("tav.key"));
+    Out(WithInput("Secret", "encrypt --context a 2>told"));
+    EXPECT_EQ(Content("told"), Text("tavcfg: made key file " + Path("tav.key") +
+                                    ": keep a copy, without it nothing can be decrypted\n"));
+    Out(WithInput("Secret", "encrypt --context a"));
+    setenv("TAV_KEY_FILE", "tav.key", 1);
+    Refused(1, "key file tav.key (not an absolute path)", WithInput("Secret", "encrypt --context a"));
 }
 
 TEST_F(PasswdTest, ATerminalShowsNoPassword) {

@@ -41,7 +41,14 @@ const char *Words(uint32_t code) {
 
 std::string KeyFile() {
     char path[PATH_MAX] = "";
-    return TAV_Posix_KeyFilePath(path, sizeof(path)) == 0 ? path : "(its path is too long)";
+    switch (TAV_Posix_KeyFilePath(path, sizeof(path))) {
+        case 0:
+            return path;
+        case EINVAL:
+            return fmt::format("{} (not an absolute path)", path);
+        default:
+            return "(its path is too long)";
+    }
 }
 
 }  // namespace
@@ -64,8 +71,9 @@ std::string ExplainCipher(uint32_t code) {
         case EIO:
             return fmt::format("the cryptography fails, or key file {} cannot be read or made", KeyFile());
         case EACCES:
-            return fmt::format("key file {}: permission denied, or it is no key file that its owner alone may touch",
-                               KeyFile());
+            return fmt::format(
+                "key file {}: permission denied, or it is no key file, or others may touch it or write to its folder",
+                KeyFile());
         default:
             return fmt::format("key file {}: {}", KeyFile(), std::generic_category().message(static_cast<int>(code)));
     }

@@ -2,16 +2,26 @@
 
 #include <fmt/format.h>
 
+#include <climits>
 #include <cstdio>
 
 #include "errors.h"
 #include "secret_input.h"
+#include "tav_posix.h"
 
 namespace tavcfg {
 
 namespace {
 
 constexpr uint32_t kReversible = 1;  // mode of the platform's cipher
+
+/** Says so when the platform had to make a key: from then on, all that is encrypted hangs on that file. */
+void TellOfNewKey() {
+    char path[PATH_MAX] = "";
+    if (TAV_Posix_KeyFilesMade() != 0 && TAV_Posix_KeyFilePath(path, sizeof(path)) == 0) {
+        fmt::print(stderr, "tavcfg: made key file {}: keep a copy, without it nothing can be decrypted\n", path);
+    }
+}
 
 }  // namespace
 
@@ -21,6 +31,7 @@ int RunEncrypt(const SecretOptions &options) {
     char cipher[TAV_PWD_BUFFER_SIZE];
     const uint32_t code =
         TAV_CRYPT_Encrypt_Sec(plain.data(), plain.size(), cipher, sizeof(cipher), kReversible, options.context.c_str());
+    TellOfNewKey();
     if (code != TAV_CRYPT_OK) {
         throw Failure(fmt::format("cannot encrypt the text: {}", ExplainCipher(code)));
     }
