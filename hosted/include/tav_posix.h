@@ -1,6 +1,6 @@
 /*
  * The hosted platform's interface for the hosting process: memory accounts, failed assertions, the data-type registry,
- * and the place of the key file.
+ * and the key file.
  *
  * The product library never calls these; start-up code, tests and diagnostics do.
  */
@@ -117,6 +117,25 @@ uint32_t TAV_Posix_KeyFilePath(char *path, uint32_t size);
  * be told: without a copy of the file, what was encrypted is lost with it.
  */
 uint32_t TAV_Posix_KeyFilesMade(void);
+
+/**
+ * Encrypts a cipher text of either kind, reversible or digest-based, anew under the present key, which is made if there
+ * is none. A text that has the present key already is encrypted anew all the same.
+ *
+ * @param oldKeyFile  absolute path of the key file under which the text was encrypted
+ * @param text        the cipher text
+ * @param length      its length in bytes
+ * @param keyContext  the key context under which it was encrypted, and will be again
+ * @param output      where the text goes, with its terminator; as long as the former one. May be where that lies. Holds
+ *                    an empty string after a failure
+ * @param size        bytes at `output`
+ * @return 0; EINVAL for a null argument and for what is no cipher text; ENOKEY for one of neither key; EBADMSG for one
+ *         that was changed or is of another key context, and for an older one, without a key's id, of neither key;
+ *         ERANGE without room; EACCES for a key file that is refused; ENOENT when the old one is missing; else the
+ *         system's code
+ */
+uint32_t TAV_Posix_Rekey(const char *oldKeyFile, const char *text, uint32_t length, const char *keyContext,
+                         char *output, uint32_t size);
 
 #ifdef __cplusplus
 }

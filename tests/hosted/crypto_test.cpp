@@ -78,23 +78,60 @@ struct Secrets : testing::Test {
     const TempFolder folder_;
 };
 
+/** Expects that a text and a form of "Secret" open under their context, with room enough, and under no other one. */
+void ExpectOpens(const char *context, const string &text, const string &form, const Bytes &digest) {
+    EXPECT_EQ(Decrypt(1, text, context) + Decrypt(2, form.substr(0, 86), context, EINVAL), "Secret");
+    EXPECT_EQ(Text(Decrypt(2, form, context, 0, 32)), digest);
+    EXPECT_EQ(Decrypt(2, form, context, ERANGE, 31) + Decrypt(2, form + "AAAA", context, EINVAL), "");
+    for (const char *const other : {"a", "ZPT-MOLD-CARDFRAM", "ZPT-MOLD-CARDFRAMe"}) {
+        EXPECT_EQ(Decrypt(1, text, other, EBADMSG) + Decrypt(2, form, other, EBADMSG), "");
+    }
+    EXPECT_EQ(Decrypt(1, form, context, EINVAL) + Decrypt(2, text, context, EINVAL), "");
+}
+
 TEST_F(Secrets, TextsAreKnownAndTiedToTheirContext) {
     const Bytes digest = Hex("7e32a729b1226ed1270f282a8c63054d09b26bc9ec53ea69771ce38158dfade8");
-    for (const auto &[context, text, form] : std::vector<std::array<const char *, 3>>{
-             {"", "$rev1$WlpaWlpaWlpaWlpaWlpaWrZW7F03Siv8oWunhRpYOudnGevYamQ",
+    for (const auto &[context, text, form, older, olderForm] : std::vector<std::array<const char *, 5>>{
+             {"", "$R4ho$WlpaWlpaWlpaWlpaWlpaWrZW7F03SrDn3aO0T5TEzLJd1uyTXBQ",
+              "$D4ho$WlpaWlpaWlpaWlpaWlpaWgUFGK5FTHu4OYEmM8sw-lgsq70KTzggykmmbWCduh_TM2bd3AYjPD4LVTepaZ_UjA",
+              "$rev1$WlpaWlpaWlpaWlpaWlpaWrZW7F03Siv8oWunhRpYOudnGevYamQ",
               "$dig1$WlpaWlpaWlpaWlpaWlpaWgUFGK5FTHu4OYEmM8sw-lgsq70KTzggykmmbWCduh_TUjmYN1h4qmyT6ZFzQrRPPA"},
-             {"ZPT-MOLD-CARDFRAME", "$rev1$WlpaWlpaWlpaWlpaWlpaWhUJ-CdEMTKHkqkvN20aSFe-izt269g",
+             {"ZPT-MOLD-CARDFRAME", "$R4ho$WlpaWlpaWlpaWlpaWlpaWhUJ-CdEMQ4r6Q2QnjDOiz2wtzC12Es",
+              "$D4ho$WlpaWlpaWlpaWlpaWlpaWj_N6g6xqSOSvmvusL3ziu3LwlcYBuI4fopfpO2vjRH90ctdUYibY4R-IzNVJOrN4g",
+              "$rev1$WlpaWlpaWlpaWlpaWlpaWhUJ-CdEMTKHkqkvN20aSFe-izt269g",
               "$dig1$WlpaWlpaWlpaWlpaWlpaWj_N6g6xqSOSvmvusL3ziu3LwlcYBuI4fopfpO2vjRH9MZI-t6T8TAzNWEnhVlgusQ"}}) {
         EXPECT_EQ(Encrypt(1, "Secret", *context != '\0' ? context : nullptr), text);
         EXPECT_EQ(Encrypt(2, "Secret", context), form);
-        EXPECT_EQ(Decrypt(1, text, context) + Decrypt(2, string(form, 86), context, EINVAL), "Secret");
-        EXPECT_EQ(Text(Decrypt(2, form, context, 0, 32)), digest);
-        EXPECT_EQ(Decrypt(2, form, context, ERANGE, 31) + Decrypt(2, form + string("AAAA"), context, EINVAL), "");
-        for (const char *const other : {"a", "ZPT-MOLD-CARDFRAM", "ZPT-MOLD-CARDFRAMe"}) {
-            EXPECT_EQ(Decrypt(1, text, other, EBADMSG) + Decrypt(2, form, other, EBADMSG), "");
-        }
-        EXPECT_EQ(Decrypt(1, form, context, EINVAL) + Decrypt(2, text, context, EINVAL), "");
+        ExpectOpens(context, text, form, digest);
+        ExpectOpens(context, older, olderForm, digest);
     }
+}
+
+TEST_F(Secrets, TextsGoFromAnOldKeyToThePresentOne) {
+    const auto rekey = [&](const string &text, const char *context, uint32_t code, uint32_t size = 433) {
+        string out(size, '#');
+        const string old = folder_.Path("etc/old");
+        EXPECT_EQ(TAV_Posix_Rekey(old.c_str(), text.data(), Size(text), context, out.data(), size), code) << text;
+        return string(out.c_str());
+    };
+    const string older = "$rev1$WlpaWlpaWlpaWlpaWlpaWrZW7F03Siv8oWunhRpYOudnGevYamQ";
+    const string longest = Encrypt(1, string(287, 'p'), ""), form = Encrypt(2, "Secret", "a");
+    EXPECT_EQ(rekey(older, "", ENOENT), "");
+    RunInFolder("mv etc/tav.key etc/old");
+    EXPECT_EQ(rekey(older, "a", EBADMSG), "");
+    RunInFolder("[ ! -e etc/tav.key ]");  // the present key is not made for nothing
+    EXPECT_EQ(Decrypt(1, rekey(older, "", 0, Size(older) + 1), ""), "Secret");
+    RunInFolder("printf 'tavkey1\npppppppppppppppppppppppppppppppp' > etc/tav.key");
+    EXPECT_EQ(Decrypt(1, rekey(longest, "", 0), ""), string(287, 'p'));
+    EXPECT_EQ(Decrypt(2, rekey(form, "a", 0), "a"), Decrypt(2, Encrypt(2, "Secret", "a"), "a"));
+    const string present = Encrypt(1, "Secret", "");
+    EXPECT_NE(rekey(present, "", 0), present);
+    EXPECT_EQ(rekey(present, "a", EBADMSG) + rekey(form, "", EBADMSG) + rekey(longest, "", ERANGE, 432), "");
+    EXPECT_EQ(Decrypt(1, longest, "", ENOKEY) + Decrypt(2, form, "a", ENOKEY) + Decrypt(1, older, "", EBADMSG), "");
+    RunInFolder("mv etc/tav.key etc/older");
+    EXPECT_EQ(rekey(present, "", ENOKEY) + rekey("Secret", "", EINVAL), "");
+    RunInFolder("chmod 644 etc/old");
+    EXPECT_EQ(rekey(longest, "", EACCES), "");
 }
 
 TEST_F(Secrets, TextsKeepToTheirRoom) {
@@ -149,8 +186,9 @@ TEST_F(Secrets, NoChangedTextIsAccepted) {
             changed.replace(i / 512, i / 256 % 2, 1, static_cast<char>(i));
             if (changed.c_str() != text) {
                 const uint32_t kind = BEX_CRYPT_IsCipher(changed.data(), Size(changed));
-                EXPECT_EQ(Decrypt(1, changed, "context", kind == 8 ? EBADMSG : EINVAL), "");
-                EXPECT_EQ(Decrypt(2, changed, "context", kind == 6 ? EBADMSG : EINVAL), "");
+                const uint32_t code = changed.compare(2, 3, text, 2, 3) == 0 ? EBADMSG : ENOKEY;
+                EXPECT_EQ(Decrypt(1, changed, "context", kind == 8 ? code : EINVAL), "");
+                EXPECT_EQ(Decrypt(2, changed, "context", kind == 6 ? code : EINVAL), "");
                 EXPECT_NE(BEX_VerifySystemPassword("Secret", 6, changed.data()), 0u) << changed;
             }
         }
@@ -176,7 +214,7 @@ TEST_F(Secrets, KeyFileIsPrivateAndWhole) {
 }
 
 TEST_F(Secrets, ProcessesAgreeOnOneKey) {
-    const string old = Encrypt(1, "Secret", "");
+    const string old = "$rev1$WlpaWlpaWlpaWlpaWlpaWrZW7F03Siv8oWunhRpYOudnGevYamQ";
     for (int round = 0; round < 40; ++round) {
         RunInFolder("rm -r etc");
         EXPECT_EQ(Decrypt(1, old, "", ENOENT), "");  // makes no key
@@ -188,10 +226,11 @@ TEST_F(Secrets, ProcessesAgreeOnOneKey) {
         RunInFolder("rmdir etc");  // no half file
         noLinks = round % 2 == 0;
         noRenames = !noLinks;
+        const uint32_t before = TAV_Posix_KeyFilesMade();
         for (const char *const name : {"a", "b", "c", "d"}) {
             if (fork() == 0) {
                 WriteFile(folder_.Path(name), Text(Encrypt(1, name, "")));
-                _exit(static_cast<int>(TAV_Posix_KeyFilesMade()));
+                _exit(static_cast<int>(TAV_Posix_KeyFilesMade() - before));
             }
         }
         int made = 0;

@@ -76,6 +76,30 @@ TEST_F(PasswdTest, AKeyThatIsMadeIsToldOnce) {
     Refused(1, "key file tav.key (not an absolute path)", WithInput("Secret", "encrypt --context a"));
 }
 
+TEST_F(PasswdTest, CipherTextsGetThePresentKey) {
+    const auto encrypt = [&](const std::string &plain, const std::string &context) {
+        const std::string line = Out(WithInput(plain, "encrypt --context " + context));
+        return line.substr(0, line.size() - 1);
+    };
+    const std::string first = encrypt("Secret", "a"), second = encrypt("Other", "b");
+    const std::string front = "x$abcd$\"", middle = "\"\n$-", end = ".\n\n$rev1$";
+    Put("stream", front + first + middle + second + end);
+    PutKey("new", 'n');
+    setenv("TAV_KEY_FILE", Path("new").c_str(), 1);
+    Refused(1, "another key than key file " + Path("new"), WithInput(first, "decrypt --context a"));
+    const std::string out = Out("rekey --old-key tav.key --context b --context a <stream");
+    EXPECT_EQ(out, front + out.substr(front.size(), first.size()) + middle +
+                       out.substr(front.size() + first.size() + middle.size(), second.size()) + end);
+    EXPECT_EQ(Out(WithInput(out.substr(front.size(), first.size()), "decrypt --context a")), "Secret\n");
+    EXPECT_EQ(Out(WithInput(out.substr(out.size() - end.size() - second.size(), second.size()), "decrypt --context b")),
+              "Other\n");
+    Refused(1, "line 2 anew: it was changed, or encrypted under another", "rekey --old-key tav.key --context a <stream");
+    Refused(1, "there is no key file " + Path("none"), "rekey --old-key none --context a <stream");
+    Refused(1, "another key than key files " + Path("new") + " and ", "rekey --old-key new --context a <stream");
+    Refused(1, "there is no cipher text", WithInput("$scrypt$", "rekey --old-key tav.key --context a"));
+    Refused(1, "begins with $rev1$", WithInput("$rev1$" + std::string(48, 'A'), "rekey --old-key new --context a"));
+}
+
 TEST_F(PasswdTest, ATerminalShowsNoPassword) {
     for (const std::string second : {"Secret\n", "Secre\x03"}) {  // typed to the end, and interrupted
         int terminal = -1, status = 0;

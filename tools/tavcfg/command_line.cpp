@@ -18,6 +18,7 @@
 #include "passwd.h"
 #include "patch.h"
 #include "recover.h"
+#include "rekey.h"
 #include "secret.h"
 #include "show.h"
 
@@ -94,6 +95,13 @@ int RequireAndCheck(const PasswdCheckOptions &options) {
         throw UsageError("passwd check: --user needs --strict, the basic check does not look at names");
     }
     return RunPasswdCheck(options);
+}
+
+int RequireAndRekey(const RekeyOptions &options) {
+    for (const std::string &context : options.contexts) {
+        RequireContext(context);
+    }
+    return RunRekey(options);
 }
 
 int RequireAndVerify(const PasswdVerifyOptions &options) {
@@ -254,6 +262,16 @@ class Commands {
             RequireContext(options.context);
             return RunDecrypt(options);
         });
+        CLI::App *rekey =
+            Add(&app_, "rekey", "copy a stream, with the cipher texts in it encrypted under the present key", rekey_,
+                RequireAndRekey);
+        rekey->add_option("--old-key", rekey_.oldKeyFile, "the key file under which they were encrypted")
+            ->option_text("FILE")
+            ->required();
+        rekey->add_option("--context", rekey_.contexts, "key context of texts; may be given several times")
+            ->option_text("TEXT")
+            ->allow_extra_args(false)
+            ->required();
     }
 
     CLI::App app_{
@@ -267,6 +285,7 @@ class Commands {
     PasswdHashOptions hash_;
     PasswdVerifyOptions verify_;
     SecretOptions secret_;
+    RekeyOptions rekey_;
 };
 
 }  // namespace

@@ -66,8 +66,12 @@ std::string ExplainCipher(uint32_t code) {
         case ERANGE:
             return "it is too long for a cipher text";
         case EBADMSG:
-            return fmt::format("it was changed, or encrypted under another key context or a key file other than {}",
-                               KeyFile());
+            return fmt::format(
+                "it was changed, or encrypted under another key context; or it begins with $rev1$ or "
+                "$dig1$, which name no key, and was encrypted with another one than key file {}",
+                KeyFile());
+        case ENOKEY:
+            return fmt::format("it was encrypted with another key than key file {} (see tavcfg rekey)", KeyFile());
         case EIO:
             return fmt::format("the cryptography fails, or key file {} cannot be read or made", KeyFile());
         case EACCES:
@@ -76,6 +80,25 @@ std::string ExplainCipher(uint32_t code) {
                 KeyFile());
         default:
             return fmt::format("key file {}: {}", KeyFile(), std::generic_category().message(static_cast<int>(code)));
+    }
+}
+
+std::string ExplainRekey(uint32_t code, const std::string &oldKeyFile) {
+    switch (code) {
+        case EBADMSG:
+            return "it was changed, or encrypted under another key context; or it begins with $rev1$ or $dig1$, which "
+                   "name no key, and was encrypted with another one than the old and the present key";
+        case ENOKEY:
+            return fmt::format("it was encrypted with another key than key files {} and {}", oldKeyFile, KeyFile());
+        case ENOENT:
+            return fmt::format("there is no key file {}", oldKeyFile);
+        case EACCES:
+            return fmt::format(
+                "key file {} or {}: permission denied, or it is no key file, or others may touch it or "
+                "write to its folder",
+                oldKeyFile, KeyFile());
+        default:
+            return ExplainCipher(code);
     }
 }
 

@@ -31,6 +31,9 @@ std::string Explain(uint32_t code);
 /** Says why a text could not be encrypted or decrypted: what a code of the platform's ciphers means. */
 std::string ExplainCipher(uint32_t code);
 
+/** Says why a text could not be brought from an old key file to the present one. */
+std::string ExplainRekey(uint32_t code, const std::string &oldKeyFile);
+
 }  // namespace tavcfg
 
 #endif

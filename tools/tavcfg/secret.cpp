@@ -15,15 +15,14 @@ namespace {
 
 constexpr uint32_t kReversible = 1;  // mode of the platform's cipher
 
-/** Says so when the platform had to make a key: from then on, all that is encrypted hangs on that file. */
+}  // namespace
+
 void TellOfNewKey() {
     char path[PATH_MAX] = "";
     if (TAV_Posix_KeyFilesMade() != 0 && TAV_Posix_KeyFilePath(path, sizeof(path)) == 0) {
         fmt::print(stderr, "tavcfg: made key file {}: keep a copy, without it nothing can be decrypted\n", path);
     }
 }
-
-}  // namespace
 
 int RunEncrypt(const SecretOptions &options) {
     SecretText plain;

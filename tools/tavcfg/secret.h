@@ -12,6 +12,9 @@ struct SecretOptions {
     std::string context;  // key context
 };
 
+/** Says so when the platform had to make a key: from then on, all that is encrypted hangs on that file. */
+void TellOfNewKey();
+
 /** Each reads a text from standard input and prints what becomes of it. Throws Failure. */
 int RunEncrypt(const SecretOptions &options);
 int RunDecrypt(const SecretOptions &options);
