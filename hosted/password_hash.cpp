@@ -52,7 +52,7 @@ constexpr uint64_t kMaxScryptMemory = 72u << 20;  // 64 MiB and what libcrypto n
 bool IsAffordable(const Cost &cost) {
     const auto within = [](unsigned value, unsigned most) { return value >= 1 && value <= most; };
     return within(cost.logRounds, kMaxScrypt.logRounds) && within(cost.blockSize, kMaxScrypt.blockSize) &&
-           within(cost.lanes, kMaxScrypt.lanes);
+           within(cost.lanes, kMaxScrypt.lanes) && cost.logRounds < 16 * cost.blockSize;  // a rule of scrypt's
 }
 
 /** What a form says, but for the hash. */
@@ -87,7 +87,49 @@ size_t ReadHead(const char *text, size_t length, Cost *cost) {
     return strncmp(begin, head, headLength) == 0 ? headLength : 0;
 }
 
-/** Reads a form. Returns whether the text looks like one. */
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/** Returns whether salts and hashes are written in such characters, here or elsewhere. */
+bool IsBase64(char c) {
+    return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           (c != '\0' && strchr("-_+/.=", c) != nullptr);
+}
+
+/** Returns where characters of a kind end, of which there must be one at least; null when there is none. */
+const char *Skip(const char *at, const char *end, bool (*isOfKind)(char)) {
+    const char *const rest = std::find_if_not(at, end, isOfKind);
+    return rest != at ? rest : nullptr;
+}
+
+/**
+ * Returns whether a text has the build of a form, in which '#' stands for a number and '*' for salt or hash. What it
+ * costs does not matter, nor whether salt and hash can be read.
+ */
+bool IsBuiltAs(const char *build, const char *text, const char *end) {
+    for (; text != nullptr && *build != '\0'; ++build) {
+        if (*build == '#') {
+            text = Skip(text, end, IsDigit);
+        } else if (*build == '*') {
+            text = Skip(text, end, IsBase64);
+        } else {
+            text = text != end && *text == *build ? text + 1 : nullptr;
+        }
+    }
+    return text == end && text != nullptr;
+}
+
+/**
+ * Returns whether a text is a form, also one that costs more than this platform pays, or is cut short. If it were none,
+ * it would be taken for a password itself, and whoever can read it could log in.
+ */
+bool LooksLikeForm(const char *text, size_t length) {
+    return text != nullptr && (IsBuiltAs("$scrypt$ln=#,r=#,p=#$*$*", text, text + length) ||
+                               IsBuiltAs("$pbkdf2-sha256$#$*$*", text, text + length));
+}
+
+/** Reads a form. Returns whether it is one of those that can be verified. */
 bool Parse(const char *text, size_t length, Recipe *recipe, Hash *hash) {
     const size_t headLength = text != nullptr ? ReadHead(text, length, &recipe->cost) : 0;
     if (headLength == 0) {
@@ -180,16 +222,15 @@ uint32_t BEX_CRYPT_PasswordEx(const char *password, uint32_t passwordLength, cha
 }
 
 uint32_t BEX_CRYPT_IsPasswordCipher(const char *text, uint32_t length) {
-    Recipe recipe;
-    Hash hash;
-    return Parse(text, length, &recipe, &hash) ? 0 : EINVAL;
+    return LooksLikeForm(text, length) ? 0 : EINVAL;
 }
 
 uint32_t BEX_VerifySystemPassword(const char *password, uint32_t length, const char *stored) {
     Recipe recipe;
     Hash expected;
-    if (!Parse(stored, BEX_StrLen(stored), &recipe, &expected)) {
-        return EINVAL;
+    const uint32_t storedLength = BEX_StrLen(stored);
+    if (!Parse(stored, storedLength, &recipe, &expected)) {
+        return LooksLikeForm(stored, storedLength) ? EOPNOTSUPP : EINVAL;
     }
     Hash hash;
     const uint32_t code = Derive(recipe, password, length, &hash);

@@ -227,6 +227,7 @@ TEST(Records, EveryFormOfTheHostedPlatform) {
         {Encrypt(2, "c"), {0, 0, 0, 0, 1, 0, kMismatch}, plain, yes, {F, D, D, F, F, D, D, F}},
         {older, {0, 0, 1, 1, 1, 0, F}, irreversible, yes, valid},
         {newer, {0, 0, 1, 1, 1, 0, F}, irreversible, yes, valid},
+        {"$scrypt$ln=20,r=8,p=1$c2FsdA$aGFzaA", {0, 0, 1, 1, 1, F, F}, irreversible, no, {F, D, F, F, F, D, F, F}},
         {SaltedDigest(), {0, 0, 1, 1, 0, 0, kMismatch}, irreversible, yes, valid}};
     for (const auto &row : rows) {
         Codes types, verified, ofAnyKind, ofAnyKindSent;

@@ -156,7 +156,6 @@ TEST_F(Secrets, SaltedFormsAreKnownAndBoundTheirCost) {
     for (const string word : {"password", "pleaseletmein", "Password", "passwor", ""}) {
         EXPECT_EQ(BEX_VerifySystemPassword(word.data(), Size(word), pbkdf2.c_str()) == 0, word == "password");
         EXPECT_EQ(BEX_VerifySystemPassword(word.data(), Size(word), scrypt.c_str()) == 0, word == "pleaseletmein");
-        EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(scrypt.data(), Size(scrypt) - Size(word)) == 0, word.empty());
     }
     for (const uint32_t size : {89u, 88u, Size(pbkdf2) + 1, Size(pbkdf2)}) {
         string own(size, '#'), older(size, '#');
@@ -166,14 +165,31 @@ TEST_F(Secrets, SaltedFormsAreKnownAndBoundTheirCost) {
         BEX_CRYPT_Password_4096("password", 8, Text("salt").data(), 4, older.data(), size);
         EXPECT_EQ(older.c_str(), size > Size(pbkdf2) ? pbkdf2 : "");
     }
-    for (const string cost : {"16,r=8,p=4", "16,r=1,p=1", "17,r=8,p=1", "16,r=9,p=1", "16,r=8,p=5", "0,r=8,p=1",
-                              "01,r=8,p=1", "+1,r=8,p=1", " 1,r=8,p=1", "15,r=8,p=0", "15,r=8", "-1,r=8,p=1"}) {
-        const string form = "$scrypt$ln=" + cost + tail;
-        const bool refused = cost != "16,r=8,p=4" && cost != "16,r=1,p=1";
-        EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(form.data(), Size(form)) != 0, refused) << form;
-        EXPECT_NE(BEX_VerifySystemPassword("Secret", 6, form.c_str()), 0u) << form;
-        EXPECT_EQ(ERR_peek_error(), 0u) << form;  // left to the host
+    const string hash = tail.substr(20), salt = tail.substr(0, 20), head = "$scrypt$ln=";
+    const struct {
+        uint32_t verified;
+        std::vector<string> forms;
+    } rows[] = {
+        {EACCES, {head + "16,r=8,p=4" + tail, head + "15,r=1,p=1" + tail}},
+        {EOPNOTSUPP,
+         {head + "17,r=8,p=1" + tail, head + "16,r=1,p=1" + tail, head + "16,r=9,p=1" + tail,
+          head + "16,r=8,p=5" + tail, head + "0,r=8,p=1" + tail, head + "01,r=8,p=1" + tail, head + "15,r=8,p=0" + tail,
+          head + "99999999999,r=8,p=1" + tail, scrypt.substr(0, scrypt.size() - 1), scrypt + "AA",
+          head + "14,r=8,p=1$+/.=" + hash, head + "14,r=8,p=1$" + string(87, 'A') + hash, "$pbkdf2-sha256$10000" + tail,
+          "$pbkdf2-sha256$4096$c2FsdA$xeR4"}},
+        {EINVAL,
+         {head + "+1,r=8,p=1" + tail, head + " 1,r=8,p=1" + tail, head + "15,r=8" + tail, head + "-1,r=8,p=1" + tail,
+          head + ",r=8,p=1" + tail, head + "14,r=8,p=1$" + hash, head + "14,r=8,p=1" + salt + "$", scrypt + "$",
+          scrypt + " ", "$" + scrypt, "$pbkdf2-sha256$" + tail, "$scrypt$", ""}}};
+    for (const auto &[verified, forms] : rows) {
+        for (const string &form : forms) {
+            const uint32_t look = verified == EINVAL ? EINVAL : 0;
+            EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(form.data(), Size(form)), look) << form;
+            EXPECT_EQ(BEX_VerifySystemPassword("Secret", 6, form.c_str()), verified) << form;
+            EXPECT_EQ(ERR_peek_error(), 0u) << form;  // left to the host
+        }
     }
+    EXPECT_EQ(BEX_CRYPT_IsPasswordCipher(string(scrypt + '\0').data(), Size(scrypt) + 1), EINVAL);
 }
 
 TEST_F(Secrets, NoChangedTextIsAccepted) {

@@ -52,6 +52,7 @@ TEST_F(PasswdTest, FormsAndCipherTexts) {
         Out("passwd verify --from form <in; '" TAVCFG_PROGRAM "' passwd verify \"$(cat form)\" <in");
         Refused(1, "does not match", "passwd verify --from form <form");
     }
+    Refused(1, "costs more than", "passwd verify '$scrypt$ln=20,r=8,p=1$c2FsdA$aGFzaA' <in");
     Refused(2, "", "passwd hash Secret1!");
     Refused(2, "either FORM or --from", "passwd verify");
     Put("cipher", Out(WithInput(std::string(287, 'x'), "encrypt --context a")));
@@ -93,7 +94,8 @@ TEST_F(PasswdTest, CipherTextsGetThePresentKey) {
     EXPECT_EQ(Out(WithInput(out.substr(front.size(), first.size()), "decrypt --context a")), "Secret\n");
     EXPECT_EQ(Out(WithInput(out.substr(out.size() - end.size() - second.size(), second.size()), "decrypt --context b")),
               "Other\n");
-    Refused(1, "line 2 anew: it was changed, or encrypted under another", "rekey --old-key tav.key --context a <stream");
+    Refused(1, "line 2 anew: it was changed, or encrypted under another",
+            "rekey --old-key tav.key --context a <stream");
     Refused(1, "there is no key file " + Path("none"), "rekey --old-key none --context a <stream");
     Refused(1, "another key than key files " + Path("new") + " and ", "rekey --old-key new --context a <stream");
     Refused(1, "there is no cipher text", WithInput("$scrypt$", "rekey --old-key tav.key --context a"));

@@ -57,7 +57,13 @@ std::string FormProblem(const std::string &form, const char *keyContext, bool ta
     if (form.size() >= TAV_PWD_BUFFER_SIZE || form.find('\0') != std::string::npos) {
         return "it is no stored form";
     }
-    if (BEX_CRYPT_IsPasswordCipher(form.c_str(), length) == 0 || TAV_IsStringSHACipher(form.c_str()) == 0) {
+    if (BEX_CRYPT_IsPasswordCipher(form.c_str(), length) == 0) {
+        // Without a password nothing is computed, but the form is looked at first.
+        return BEX_VerifySystemPassword(nullptr, 0, form.c_str()) == EOPNOTSUPP
+                   ? "it is a salted form that costs more than this platform allows, or one that was cut short"
+                   : std::string();
+    }
+    if (TAV_IsStringSHACipher(form.c_str()) == 0) {
         return {};
     }
     if (BEX_CRYPT_IsCipher(form.c_str(), length) < kMinCipherKind) {
