@@ -95,12 +95,15 @@ uint32_t TAV_VerifyV5SHACipher(const char *entered, const char *stored, const ch
         BEX_Decrypt_AES256_Sec(stored, BEX_StrLen(stored), plain.data(), &plainLength, keyContext) != 0) {
         return 1;
     }
-    // BEX_StrNCmp ends at a zero byte, where digests go on: BEX_MemCmp sees the rest.
-    const bool isSame = digestLength == plainLength &&
-                        BEX_StrNCmp(reinterpret_cast<char *>(digest.data()), reinterpret_cast<char *>(plain.data()),
-                                    digestLength) == 0 &&
-                        BEX_MemCmp(digest.data(), plain.data(), digestLength) == 0;
-    return isSame ? TAV_CRYPT_OK : TAV_PWD_MISMATCH;
+    if (digestLength != plainLength) {
+        return TAV_PWD_MISMATCH;
+    }
+    // BEX_StrNCmp ends at a zero byte, where digests go on: BEX_MemCmp sees the rest, whatever the former says, so that
+    // the time tells nothing.
+    const int32_t text =
+        BEX_StrNCmp(reinterpret_cast<char *>(digest.data()), reinterpret_cast<char *>(plain.data()), digestLength);
+    const int32_t whole = BEX_MemCmp(digest.data(), plain.data(), digestLength);
+    return (text | whole) == 0 ? TAV_CRYPT_OK : TAV_PWD_MISMATCH;
 }
 
 uint32_t TAV_IsStringSHACipher(const char *text) {

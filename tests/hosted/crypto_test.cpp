@@ -8,6 +8,8 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstring>
 
 #include "bytes.h"
 #include "platform/bex_crypt.h"
@@ -273,6 +275,50 @@ TEST(Strings, AreComparedFoundAndLowered) {
     EXPECT_STREQ(text, "az@[\xC0z");
     EXPECT_EQ(BEX_StrStr(text, "@["), text + 2);
     EXPECT_EQ(BEX_StrStr(text, "A"), nullptr);
+}
+
+int Sign(int32_t order) {
+    return (order > 0) - (order < 0);
+}
+
+TEST(Strings, AreOrderedByTheFirstDifference) {
+    for (size_t size = 0; size < 20; ++size) {
+        for (size_t at = 0; at <= size; ++at) {
+            for (const char other : {'\0', '\1', 'b', '\xFF'}) {
+                string a(size, 'a'), b = a;
+                b.replace(at, 1, 1, other);                                      // at the end, it is longer
+                b.replace(std::min(at + 2, size), 1, at + 2 < size ? "A" : "");  // says the opposite, and is not asked
+                const auto part = static_cast<uint32_t>(std::min(a.size(), b.size()));
+                const int bytes = Sign(memcmp(a.data(), b.data(), part)), text = Sign(strcmp(a.c_str(), b.c_str()));
+                EXPECT_EQ(Sign(BEX_MemCmp(a.data(), b.data(), part)), bytes) << size << " " << at;
+                EXPECT_EQ((std::array{Sign(BEX_StrCmp(a.c_str(), b.c_str())), Sign(BEX_StrCmp(b.c_str(), a.c_str()))}),
+                          (std::array{text, -text}));
+                for (uint32_t count = 0; count < 22; ++count) {
+                    EXPECT_EQ(Sign(BEX_StrNCmp(a.c_str(), b.c_str(), count)),
+                              Sign(strncmp(a.c_str(), b.c_str(), count)));
+                }
+            }
+        }
+    }
+}
+
+/** How long a comparison takes must not tell how much of a guess is right. */
+TEST(Strings, TakeATimeThatDependsOnLengthsAlone) {
+    const auto size = uint32_t{1} << 20;
+    const string secret(size, 's'), first = 'x' + secret.substr(1), last = secret.substr(1) + 'x';
+    const auto ratio = [&](const auto &compare) {  // of the least times with the last and the first byte wrong
+        std::array<std::chrono::nanoseconds, 2> least = {std::chrono::hours(1), std::chrono::hours(1)};
+        for (int round = 0; round < 60; ++round) {
+            const auto begin = std::chrono::steady_clock::now();
+            EXPECT_NE(compare((round % 2 == 0 ? last : first).c_str()), 0);
+            least[round % 2] =
+                std::min<std::chrono::nanoseconds>(least[round % 2], std::chrono::steady_clock::now() - begin);
+        }
+        return static_cast<double>(least[0].count()) / static_cast<double>(least[1].count());
+    };
+    EXPECT_LT(ratio([&](const char *guess) { return BEX_StrCmp(secret.c_str(), guess); }), 1.4);
+    EXPECT_LT(ratio([&](const char *guess) { return BEX_StrNCmp(secret.c_str(), guess, size); }), 1.4);
+    EXPECT_LT(ratio([&](const char *guess) { return BEX_MemCmp(secret.c_str(), guess, size); }), 1.4);
 }
 
 }  // namespace
