@@ -233,7 +233,7 @@ class Walk {
     };
 
     explicit Walk(const Parent *parent) : parent_(parent) {}
-    Iterator begin() const { return {parent_, Steps::First(parent_)}; }
+    Iterator begin() const { return {parent_, parent_ != nullptr ? Steps::First(parent_) : nullptr}; }
     std::default_sentinel_t end() const { return {}; }
 
   protected:
@@ -315,7 +315,7 @@ class VsView : public Walk<ClassView, TAV_ExtCfgVsNode, TAV_ExtCfgClassNode, Ste
     const TAV_ExtCfgVsNode *Get() const { return parent_; }
     uint32_t Id() const { return parent_->vsId; }
 
-    /** The records of a class; nothing when the VS has never had any. */
+    /** The records of a class; nothing when the VS has never had any. For walks at once see Store::Records. */
     std::optional<ClassView> Find(uint32_t cid) const {
         // The search reads only; its argument is not const because what it finds may be changed.
         const auto *found = TAV_ExtCfgClassNodeFind(const_cast<TAV_ExtCfgVsNode *>(parent_), cid);
@@ -509,6 +509,12 @@ class Store {
     std::optional<VsView> FindVs(uint32_t vsId) const {
         const TAV_ExtCfgVsNode *vs = TAV_ExtCfgVsNodeFind(Get(), vsId);
         return vs != nullptr ? std::optional(VsView(vs)) : std::nullopt;
+    }
+
+    /** The records of a class in a virtual system, to be walked at once; none when the store knows neither. */
+    ClassView Records(uint32_t vsId, uint32_t cid) const {
+        TAV_ExtCfgVsNode *vs = TAV_ExtCfgVsNodeFind(Get(), vsId);
+        return ClassView(vs != nullptr ? TAV_ExtCfgClassNodeFind(vs, cid) : nullptr);
     }
 
     /** Creates a virtual system when it is absent: an empty one is kept in the file, too. */

@@ -1,0 +1,89 @@
+/*
+ * Drafts, written by the product's own functions.
+ */
+#include "session/draft.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "session/errors.h"
+#include "tav_session.h"
+
+namespace session {
+
+namespace {
+
+void WriteImage(const Place &place, std::span<const uint8_t> image) {
+    const auto write = place.IsArchive() ? TAV_ZipBufferToExtCfgFile : TAV_WriteBufferToFile;
+    errno = 0;  // the product's codes do not tell a full disk from others; what the system said last does
+    const uint32_t code = write(image.data(), static_cast<uint32_t>(image.size()), place.Draft().c_str());
+    if (code != TAV_OK && errno != 0) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "cannot be written");
+    }
+    if (code != TAV_OK) {
+        throw tav::Error(TAV_ERR_NOT_SAVED, place.given, "cannot be written: " + ProductWords(code));
+    }
+}
+
+/** Gives the draft the mode and the owner of the file that is there, if one is, and makes it last. */
+void Complete(const Place &place) {
+    const Descriptor draft = OpenFile(place.Draft(), O_RDONLY | O_NOFOLLOW);
+    if (!draft) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its draft cannot be opened");
+    }
+    if (const std::optional<struct stat> like = StatusOf(place.Path())) {
+        MakeLike(draft.Get(), *like, place.given);
+    } else if (fchmod(draft.Get(), 0640) != 0) {  // as the product would
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its mode cannot be set");
+    }
+    Sync(draft.Get(), place.given);
+}
+
+void RemoveFolder(const Place &place, std::error_code &error) {
+    std::filesystem::remove_all(place.DraftFolder(), error);
+}
+
+}  // namespace
+
+Draft::Draft(const Place &place, std::span<const uint8_t> image) : place_(place) {
+    if (mkdir(place.DraftFolder().c_str(), 0700) != 0) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its draft folder " + place.DraftFolder() + " cannot be made");
+    }
+    try {
+        WriteImage(place, image);
+        Complete(place);
+    } catch (...) {
+        std::error_code error;
+        RemoveFolder(place, error);
+        throw;
+    }
+}
+
+Draft::~Draft() {
+    std::error_code error;
+    RemoveFolder(place_, error);  // what does not go now goes with the next session
+}
+
+struct stat Draft::Status() const {
+    return StatusOf(place_.Draft()).value();
+}
+
+void Draft::TakePlace() {
+    if (rename(place_.Draft().c_str(), place_.Path().c_str()) != 0) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place_.given, "cannot be replaced");
+    }
+}
+
+void Draft::RemoveLeftover(const Place &place) {
+    std::error_code error;
+    RemoveFolder(place, error);
+    if (error) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "what is left of " + place.DraftFolder() + " cannot be removed",
+                     error.value());
+    }
+}
+
+}  // namespace session

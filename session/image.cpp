@@ -1,0 +1,241 @@
+/*
+ * Images by the product's own functions, and what is wrong with those that it refuses.
+ */
+#include "session/image.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "session/archive.h"
+#include "session/errors.h"
+#include "tav_session.h"
+
+namespace session {
+
+namespace {
+
+/** A TLV's value, inside of an image. */
+struct Value {
+    uint8_t *bytes;
+    uint32_t length;
+};
+
+uint32_t LoadBigEndian(const uint8_t *bytes) {
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+/** The head's value, or nothing when the image does not begin with a whole head. */
+std::optional<Value> HeadOf(const Block &image) {
+    const auto size = static_cast<uint32_t>(image.size);
+    if (TAV_ExtTlvVerify(image.bytes.get(), size) != 0 || LoadBigEndian(image.bytes.get()) != EXT_TLV_HDR) {
+        return {};
+    }
+    return Value{&image.bytes[TAV_EXT_TLV_HEAD_SIZE], LoadBigEndian(&image.bytes[4])};
+}
+
+/** What follows the head. */
+Value BodyOf(const Value &head, const Block &image) {
+    uint8_t *const body = head.bytes + head.length;
+    return {body, static_cast<uint32_t>(image.bytes.get() + image.size - body)};
+}
+
+/** A field of the head, or nothing. */
+std::optional<Value> FieldOf(const Value &head, uint32_t type) {
+    uint8_t *const tlv = head.length == 0 ? nullptr : TAV_ExtTlvFind(head.bytes, head.length, type);
+    if (tlv == nullptr) {
+        return {};
+    }
+    return Value{tlv + TAV_EXT_TLV_HEAD_SIZE, LoadBigEndian(tlv + 4)};
+}
+
+/** A checksum in the head; nothing when there is none, or none that can be. */
+std::optional<Digest> ChecksumIn(const Value &head, uint32_t type) {
+    const std::optional<Value> field = FieldOf(head, type);
+    if (!field || field->length < TAV_EXT_CHECKSUM_SIZE) {
+        return {};
+    }
+    Digest digest;
+    std::copy_n(field->bytes, digest.size(), digest.begin());
+    return digest;
+}
+
+std::optional<Digest> ChecksumOf(const Value &value) {
+    Digest digest;
+    if (TAV_CalcChecksum(value.bytes, value.length, digest.data(), TAV_EXT_CHECKSUM_SIZE) != TAV_OK) {
+        return {};
+    }
+    return digest;
+}
+
+/** Says what keeps an image's refer checksum from being right; empty when nothing does. */
+std::string ReferProblem(const Value &head, const Refer &refer) {
+    const bool carriesOne = FieldOf(head, EXT_TLV_REFER_CHECKSUM).has_value();
+    if (refer.path.empty()) {
+        return carriesOne ? "it carries the checksum of a refer file, which must be given" : "";
+    }
+    if (!carriesOne) {
+        return "it carries no checksum of a refer file, yet one was given";
+    }
+    Digest actual;
+    const uint32_t code = TAV_GetExtCfgFileChecksum(refer.path.c_str(), actual.data(), TAV_EXT_CHECKSUM_SIZE);
+    if (code != TAV_OK) {
+        return fmt::format("its refer file {} cannot be read, or refers to a file itself: {}", refer.path,
+                           ProductWords(code));
+    }
+    return ChecksumIn(head, EXT_TLV_REFER_CHECKSUM) == actual
+               ? ""
+               : fmt::format("its refer file {} is not the one that it was bound to, or has changed", refer.path);
+}
+
+/** Says why the product refuses an image. */
+std::string Diagnose(const Block &image, const Refer &refer, uint32_t code) {
+    const std::optional<Value> head = HeadOf(image);
+    if (!head) {
+        return "it is no configuration file: it does not begin with a head";
+    }
+    for (const auto &[type, what] : {std::pair(uint32_t{EXT_TLV_VERSION}, "version"),
+                                     {uint32_t{EXT_TLV_MODIFY_TIME}, "modify time"},
+                                     {uint32_t{EXT_TLV_CHECKSUM}, "checksum"}}) {
+        if (!FieldOf(*head, type)) {
+            return fmt::format("its head has no {}", what);
+        }
+    }
+    if (const Value version = *FieldOf(*head, EXT_TLV_VERSION); version.length != 4 || version.bytes[0] != 0x08) {
+        return "its version is not one that can be read";
+    }
+    const Value body = BodyOf(*head, image);
+    if (body.length == 0) {
+        return "it ends behind its head";
+    }
+    if (ChecksumIn(*head, EXT_TLV_CHECKSUM) != ChecksumOf(body)) {
+        return "checksum mismatch: it is damaged, or was written only in part";
+    }
+    if (const std::string problem = refer.ignore ? "" : ReferProblem(*head, refer); !problem.empty()) {
+        return problem;
+    }
+    return fmt::format("its records do not load: {}", ProductWords(code));
+}
+
+/** Checks what the product would, but for the refer checksum. */
+bool IsSound(const Block &image) {
+    const std::optional<Value> head = HeadOf(image);
+    if (!head || BodyOf(*head, image).length == 0) {
+        return false;
+    }
+    const std::optional<Value> version = FieldOf(*head, EXT_TLV_VERSION);
+    const std::optional<Digest> stated = ChecksumIn(*head, EXT_TLV_CHECKSUM);
+    return version && version->length == 4 && version->bytes[0] == 0x08 && FieldOf(*head, EXT_TLV_MODIFY_TIME) &&
+           stated && stated == ChecksumOf(BodyOf(*head, image));
+}
+
+tav::Store NewStore(const std::string &path, const Refer &refer) {
+    return tav::Store::New(path, refer.path);
+}
+
+/** Throws when a record could not be read back. */
+void RequireReadableRecords(const tav::Store &store, const std::string &place) {
+    for (const tav::VsView vs : store) {
+        for (const tav::ClassView records : vs) {
+            for (const tav::RecordView record : records) {
+                if (record.FieldCount() == 0 || TAV_ExtCfgRecordVerify(record.Get()) != TAV_OK) {
+                    throw tav::Error(TAV_ERR_INVALID, place,
+                                     tav::Describe(vs.Id(), record) + " has no fields, or lacks a key field");
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
+
+std::optional<ReadImage> ReadImageOf(const std::string &path, const std::string &member, const std::string &place) {
+    const Descriptor file = OpenFile(path, O_RDONLY | O_NONBLOCK);  // a pipe must not hold us up
+    if (!file && errno == ENOENT) {
+        return {};
+    }
+    struct stat status {};
+    if (!file || fstat(file.Get(), &status) != 0) {
+        FailOfSystem(TAV_ERR_OPEN, place, "cannot be read");
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw tav::Error(TAV_ERR_INVALID, place, S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
+    }
+    if (status.st_size == 0 || status.st_size > off_t{TAV_EXT_MAX_FILE_SIZE}) {
+        throw tav::Error(TAV_ERR_INVALID, place, status.st_size == 0 ? "it is empty" : "it is larger than 100 MiB");
+    }
+    Block bytes = ReadAll(file, static_cast<size_t>(status.st_size), place);
+    return ReadImage{member.empty() ? std::move(bytes) : Unpack(bytes, member, place), Identity(status)};
+}
+
+Content ParseImage(Block &image, const std::string &path, const Refer &refer, const std::string &place) {
+    const auto refuse = [&](uint32_t code) { throw tav::Error(TAV_ERR_INVALID, place, Diagnose(image, refer, code)); };
+    if (refer.ignore && !IsSound(image)) {
+        refuse(TAV_ERR_INVALID);
+    }
+    tav::Store store = refer.ignore ? ParseBody(image, path, refer, place) : NewStore(path, refer);
+    if (!refer.ignore) {
+        TAV_ExtCfgFileContext context = {};
+        context.local = store.Get();
+        context.referPath = refer.PathOrNull();
+        const auto size = static_cast<uint32_t>(image.size);
+        if (const uint32_t code = TAV_ParseExtCfgFileData(image.bytes.get(), size, &context); code != TAV_OK) {
+            refuse(code);
+        }
+    }
+    const Value head = *HeadOf(image);
+    return {std::move(store), {*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)}};
+}
+
+tav::Store ParseBody(Block &image, const std::string &path, const Refer &refer, const std::string &place) {
+    tav::Store store = NewStore(path, refer);
+    TAV_ExtCfgFileContext context = {};
+    context.local = store.Get();
+    const Value body = BodyOf(*HeadOf(image), image);
+    const uint32_t code = TAV_ExtTlvProcForEach(TAV_ParseExtCfgVsNode, body.bytes, body.length, &context);
+    if (code != TAV_OK) {
+        throw tav::Error(TAV_ERR_INVALID, place, "its records do not load: " + ProductWords(code));
+    }
+    return store;
+}
+
+BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::string &place) {
+    RequireReadableRecords(store, place);
+    const uint32_t bodySize = TAV_CalcExtCfgFileBodySize(store.Get());
+    if (bodySize == 0) {
+        return {};
+    }
+    // The store itself may have been made for another refer file.
+    const uint32_t headSize = TAV_CalcExtCfgFileHeadSize(NewStore("", refer).Get());
+    if (bodySize > TAV_EXT_MAX_FILE_SIZE - headSize) {
+        throw tav::Error(TAV_ERR_REFUSED, place, "it would be larger than 100 MiB");
+    }
+    BuiltImage built{Block::OfSize(headSize + bodySize), {}};
+    uint8_t *const bytes = built.image.bytes.get();
+    uint32_t code = TAV_BuildExtCfgFileBody(store.Get(), bytes + headSize, bodySize);
+    if (code == TAV_OK) {
+        code = TAV_BuildExtCfgFileHead(bytes, headSize, headSize + bodySize, refer.PathOrNull());
+    }
+    if (code != TAV_OK) {
+        throw tav::Error(code, place,
+                         code == TAV_ERR_NOT_FOUND ? "its refer file " + refer.path + " gives no checksum"
+                                                   : "its image cannot be built: " + ProductWords(code));
+    }
+    const Value head = *HeadOf(built.image);
+    built.checksums = {*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)};
+    return built;
+}
+
+std::string ModifyTime(const Block &image) {
+    const std::optional<Value> field = FieldOf(*HeadOf(image), EXT_TLV_MODIFY_TIME);
+    std::string time(reinterpret_cast<const char *>(field->bytes), field->length);
+    return time.erase(std::min<size_t>(7, time.size()), 1);  // big-endian from the year on; the week day says nothing
+}
+
+std::string ToHex(const Digest &digest) {
+    return fmt::format("{:02x}", fmt::join(digest, ""));
+}
+
+}  // namespace session

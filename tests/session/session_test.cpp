@@ -1,0 +1,408 @@
+/*
+ * Sessions, snapshots, locks and recovery: what they promise for one file, and what they refuse.
+ */
+#include <fcntl.h>
+
+#include <thread>
+
+#include "file.h"
+#include "store.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr milliseconds kShort{50};
+
+class SessionTest : public testing::TestWithParam<const char *> {
+  protected:
+    const TempFolder folder_;
+    const std::string path_ = folder_.Path(GetParam());
+};
+INSTANTIATE_TEST_SUITE_P(PlainAndArchive, SessionTest, testing::Values("x.dat", "x.zip"));
+
+TEST_P(SessionTest, CommitsWhatWasChangedAndNothingElse) {
+    const NothingLeaks nothingLeaks;
+    EXPECT_EQ(ErrorOf([&] { tav::Session session(path_); }).Code(), TAV_ERR_MISSING);
+    EXPECT_TRUE(fs::is_empty(folder_.Path())) << "no lock file beside nothing";
+    {
+        tav::Session session(path_, {.create = true});
+        EXPECT_TRUE(session.IsNew());
+        EXPECT_FALSE(session.Commit()) << "no file, and no content";
+        session.Store().Add(0, Entry(1, 10));
+        EXPECT_TRUE(session.Commit("first"));
+        EXPECT_FALSE(session.Commit()) << "the same again";
+        session.Store().Add(0, Entry(2, 20));
+        EXPECT_TRUE(session.Commit()) << "it goes on";
+        session.Store().Set(0, Entry(2, 30));  // dropped
+    }
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
+    const Bytes before = ReadFile(path_);
+    const auto written = fs::last_write_time(path_);
+    {
+        tav::Session session(path_);
+        session.Store().Set(0, Entry(2, 30));
+        session.Store().Set(0, Entry(2, 20));
+        EXPECT_FALSE(session.Commit());
+    }
+    EXPECT_EQ(ReadFile(path_), before);
+    EXPECT_EQ(fs::last_write_time(path_), written);
+    EXPECT_THAT(NamesIn(folder_.Path()), ElementsAre(GetParam()));
+    {
+        tav::Session session(path_);
+        session.Store() = tav::Store::New("");
+        EXPECT_TRUE(session.Commit());
+        EXPECT_TRUE(session.IsNew());
+    }
+    EXPECT_FALSE(FileExists(path_)) << "a store without any VS is no file";
+}
+
+/** What others rely on: the mode, the owner, the links that lead to it, and the archive member's name. */
+TEST_P(SessionTest, KeepsWhatTheFileIs) {
+    MakeFile(path_, {{1, 10}});
+    const bool isRoot = geteuid() == 0;
+    const uid_t owner = isRoot ? 4321 : geteuid();
+    ASSERT_EQ(chown(path_.c_str(), owner, isRoot ? 4322 : getegid()), 0);
+    ASSERT_EQ(chmod(path_.c_str(), 0600), 0);
+    fs::create_directory(folder_.Path("sub"));
+    fs::create_symlink(std::string("../") + GetParam(), folder_.Path("sub/second"));
+    fs::create_symlink(folder_.Path("sub/second"), folder_.Path("first"));
+    SetEntry(folder_.Path("first"), 2, 20);
+    struct stat status {};
+    ASSERT_EQ(lstat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0600});
+    EXPECT_EQ(status.st_uid, owner);
+    EXPECT_EQ(status.st_gid, isRoot ? 4322 : getegid());
+    EXPECT_TRUE(fs::is_symlink(folder_.Path("first")) && fs::is_symlink(folder_.Path("sub/second")));
+    EXPECT_EQ(EntriesOf(tav::Store::Open(path_)), (Entries{{1, 10}, {2, 20}}));
+    EXPECT_THAT(NamesIn(folder_.Path("sub")), ElementsAre("second"));
+    fs::create_symlink("new.dat", folder_.Path("dangling"));
+    SetEntry(folder_.Path("dangling"), 1, 1);
+    EXPECT_EQ(ReadEntries(folder_.Path("new.dat")), (Entries{{1, 1}}));
+    EXPECT_TRUE(fs::is_symlink(folder_.Path("dangling")));
+}
+
+TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
+    MakeFile(path_, {{1, 10}});
+    auto session = std::make_optional<tav::Session>(path_);
+    const auto start = std::chrono::steady_clock::now();
+    const tav::Error error = ErrorOf([&] { tav::Lock lock(path_, kShort); });
+    EXPECT_EQ(error.Code(), TAV_ERR_LOCKED);
+    EXPECT_THAT(error.what(), HasSubstr("process " + std::to_string(getpid()) + " (session_test"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}})) << "readers are not held up";
+    std::thread later([&] {
+        std::this_thread::sleep_for(kShort);
+        session->Store().Set(0, Entry(1, 11));
+        session->Commit();
+        session.reset();
+    });
+    tav::Session next(path_, {.wait = std::chrono::seconds(10)});
+    EXPECT_EQ(EntriesOf(next.Store()), (Entries{{1, 11}}));
+    later.join();
+}
+
+/** A process that is stopped, or killed, while it holds the lock. */
+TEST_P(SessionTest, AHolderThatHangsOrDies) {
+    MakeFile(path_, {{1, 10}});
+    const pid_t holder = Start([&] {
+        const tav::Session session(path_);
+        raise(SIGSTOP);
+    });
+    int status = 0;
+    ASSERT_EQ(waitpid(holder, &status, WUNTRACED), holder);
+    const tav::Error error = ErrorOf([&] { tav::Session session(path_, {.wait = kShort}); });
+    EXPECT_EQ(error.Code(), TAV_ERR_LOCKED);
+    EXPECT_THAT(error.what(), HasSubstr("process " + std::to_string(holder)));
+    fs::create_directory(folder_.Path("." + std::string(GetParam()) + ".draft"));  // what its commit would leave
+    WriteFile(folder_.Path("." + std::string(GetParam()) + ".draft/" + GetParam()), Text("half"));
+    kill(holder, SIGKILL);
+    Await(holder);
+    SetEntry(path_, 2, 20);
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
+    EXPECT_THAT(NamesIn(folder_.Path()), ElementsAre(GetParam()));
+}
+
+/** A program that flushes without a session, stopped in the middle. */
+TEST_P(SessionTest, WaitsForAFlushAndTellsItFromALeftover) {
+    MakeFile(path_, {{1, 10}});
+    const std::string backup = path_ + ".bak";
+    fs::rename(path_, backup);
+    for (const char *half : {"", "half"}) {
+        if (*half != '\0') {
+            WriteFile(path_, Text(half));
+        }
+        const tav::Error error = ErrorOf([&] { ReadEntries(path_, kShort); });
+        EXPECT_EQ(error.Code(), TAV_ERR_BACKUP);
+        EXPECT_THAT(error.what(), AllOf(HasSubstr(backup), HasSubstr("recover")));
+        EXPECT_EQ(ErrorOf([&] { tav::Session session(path_, {.wait = kShort, .create = true}); }).Code(),
+                  TAV_ERR_BACKUP);
+    }
+    std::thread later([&] {
+        std::this_thread::sleep_for(kShort);
+        fs::rename(backup, path_);
+    });
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}})) << "waited for";
+    later.join();
+    fs::copy(path_, backup);
+    SetEntry(path_, 2, 20);
+    EXPECT_TRUE(FileExists(backup)) << "a backup is no business of a session";
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
+}
+
+/** Programs that flush without a session beside one: nothing of theirs is overwritten, whatever the moment. */
+TEST_P(SessionTest, NeverOverwritesWhatItHasNotSeen) {
+    MakeFile(path_, {{1, 10}});
+    tav::Session session(path_);
+    session.Store().Set(0, Entry(1, 11));
+    MakeFile(path_, {{1, 10}, {2, 20}});
+    EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_CHANGED);
+    session.Store() = tav::Store::New("");
+    EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_CHANGED);
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
+    EXPECT_THAT(NamesIn(folder_.Path()), ElementsAre(GetParam()));
+}
+
+TEST(Session, BindsToARefersFileAnew) {
+    const TempFolder folder;
+    const std::string path = folder.Path("x.dat"), refer = folder.Path("r.dat");
+    MakeFile(refer, {{1, 1}});
+    {
+        tav::Session session(path, {.refer = refer, .create = true});
+        session.Store().Add(0, Entry(1, 10));
+        EXPECT_TRUE(session.Commit());
+        EXPECT_FALSE(session.Commit());
+    }
+    EXPECT_THAT(ErrorOf([&] { ReadEntries(path); }).what(), HasSubstr("refer file, which must be given"));
+    SetEntry(refer, 1, 2);
+    EXPECT_THAT(ErrorOf([&] { tav::Snapshot(path, {.refer = refer}); }).what(), HasSubstr("has changed"));
+    EXPECT_EQ(EntriesOf(tav::Snapshot(path, {.ignoreRefer = true}).Store()), (Entries{{1, 10}}));
+    EXPECT_TRUE(tav::Session(path, {.refer = refer, .ignoreRefer = true}).Commit()) << "bound anew";
+    EXPECT_EQ(EntriesOf(tav::Snapshot(path, {.refer = refer}).Store()), (Entries{{1, 10}}));
+    EXPECT_TRUE(tav::Session(path, {.ignoreRefer = true}).Commit()) << "no longer bound";
+    EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
+}
+
+TEST(Session, RefusesClearly) {
+    const NothingLeaks nothingLeaks;
+    const TempFolder folder;
+    const std::string path = folder.Path("x.dat");
+    MakeFile(path, {{1, 10}});
+    const Bytes image = ReadFile(path);
+    WriteFile(folder.Path("damaged.dat"), Join({Slice(image, 0, image.size() - 1), Text("?")}));
+    WriteFile(folder.Path("text.dat"), Text("no configuration file at all"));
+    WriteFile(folder.Path("empty.dat"), {});
+    WriteFile(folder.Path("text.zip"), Text("no archive"));
+    MakeFile(folder.Path("a.zip"), {{1, 10}});
+    fs::rename(folder.Path("a.zip"), folder.Path("b.zip"));
+    fs::create_directories(folder.Path("dir.dat"));
+    fs::create_directories(folder.Path(".locked.dat.lock"));
+    fs::copy(path, folder.Path("locked.dat"));
+    fs::create_symlink("circle", folder.Path("circle"));
+    std::this_thread::sleep_for(milliseconds(260));  // what has just been written may still be going to be whole
+    const struct {
+        const char *name;
+        uint32_t code;
+        const char *text;
+    } cases[] = {
+        {"none.dat", TAV_ERR_MISSING, "none.dat: there is no such file"},
+        {"none/x.dat", TAV_ERR_OPEN, "No such file or directory"},
+        {"damaged.dat", TAV_ERR_INVALID, "checksum mismatch"},
+        {"text.dat", TAV_ERR_INVALID, "no configuration file"},
+        {"empty.dat", TAV_ERR_INVALID, "it is empty"},
+        {"text.zip", TAV_ERR_INVALID, "not an archive"},
+        {"b.zip", TAV_ERR_INVALID, "member is named a.zip.dat, not b.zip.dat"},
+        {"dir.dat", TAV_ERR_INVALID, "it is a folder"},
+        {"locked.dat", TAV_ERR_OPEN, ".locked.dat.lock cannot be opened: Is a directory"},
+        {"circle", TAV_ERR_OPEN, "Too many levels of symbolic links"},
+        {"", TAV_ERR_INVALID, ""},
+        {"x.dat/", TAV_ERR_INVALID, "this names a folder"},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.name);
+        const std::string name = *each.name == '\0' ? "" : folder.Path(each.name);
+        const tav::Error error = ErrorOf([&] { tav::Session session(name); });
+        EXPECT_EQ(error.Code(), each.code);
+        EXPECT_THAT(error.what(), HasSubstr(each.text));
+    }
+    EXPECT_THAT(ErrorOf([&] { tav::Session session(folder.Path(std::string(120, 'x'))); }).what(),
+                HasSubstr("too long"));
+}
+
+/** What a user may not do, root may: so another user tries. */
+TEST(Session, RefusesWithoutPermissionBeforeAnythingIsDone) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const TempFolder folder;
+    const std::string path = folder.Path("x.dat");
+    MakeFile(path, {{1, 10}});
+    chmod(path.c_str(), 0644);
+    const auto tryAsUser = [&](mode_t folderMode, const char *text) {
+        chmod(folder.Path().c_str(), folderMode);
+        EXPECT_EQ(Await(Start([&] {
+                      ASSERT_EQ(setgid(4322) + setuid(4321), 0);
+                      EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
+                      const tav::Error error = ErrorOf([&] { SetEntry(path, 2, 20); });
+                      EXPECT_EQ(error.Code(), TAV_ERR_OPEN);
+                      EXPECT_THAT(error.what(), AllOf(HasSubstr(text), HasSubstr("Permission denied")));
+                  })),
+                  0);
+        chmod(folder.Path().c_str(), 0755);
+        EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("x.dat"));
+    };
+    tryAsUser(0755, "it may not be changed");
+    chown(path.c_str(), 4321, 4322);
+    tryAsUser(0755, "nothing can be written in its folder");
+    EXPECT_FALSE(FileExists(folder.Path(".x.dat.lock")));
+    SetEntry(path, 1, 10);  // leaves a lock file
+    tryAsUser(0755, "nothing can be written in its folder");
+    fs::create_directory(folder.Path("other"));
+    fs::rename(path, folder.Path("other/x.dat"));
+    fs::rename(folder.Path("other/x.dat"), path);
+    fs::remove(folder.Path("other"));
+    chown(path.c_str(), 0, 0);
+    chmod(path.c_str(), 0666);
+    chmod(folder.Path().c_str(), 0777);
+    fs::remove(folder.Path(".x.dat.lock"));
+    EXPECT_EQ(Await(Start([&] {
+                  ASSERT_EQ(setgid(4322) + setuid(4321), 0);
+                  const tav::Error error = ErrorOf([&] { SetEntry(path, 2, 20); });
+                  EXPECT_EQ(error.Code(), TAV_ERR_NOT_SAVED);
+                  EXPECT_THAT(error.what(), HasSubstr("its owner cannot be kept: Operation not permitted"));
+              })),
+              0);
+    EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
+    EXPECT_THAT(NamesIn(folder.Path()), ElementsAre("x.dat"));
+}
+
+TEST(Session, RefusesWhatCouldNotBeReadBack) {
+    const TempFolder folder;
+    tav::Session session(folder.Path("x.dat"), {.create = true});
+    tav::Record empty(26);
+    empty.Add(14, 1);
+    session.Store().Add(0, std::move(empty));
+    auto *record = TAV_ExtCfgGetRecord(0, tav::Record(26).With(14, 1).Get(), session.Store().Get());
+    TAV_ExtCfgFieldNodeDel(record, TAV_ExtCfgFieldNodeFind(&record->fields, 14));
+    EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_INVALID);
+    EXPECT_THAT(NamesIn(folder.Path()), ElementsAre());
+}
+
+TEST_P(SessionTest, RecoversAndDeletesNothing) {
+    const TempFolder made;
+    const std::string name = GetParam();
+    MakeFile(made.Path(name), {{1, 10}});
+    const Bytes old = ReadFile(made.Path(name));
+    std::this_thread::sleep_for(milliseconds(2));
+    MakeFile(made.Path(name), {{1, 11}});
+    const Bytes young = ReadFile(made.Path(name)), bad = Slice(young, 0, young.size() / 2), absent;
+    const std::string backup = name + ".bak";
+    using Files = std::map<std::string, Bytes>;
+    const struct {
+        Bytes file, backup;
+        Files after;  // empty for a refusal
+        const char *text;
+    } cases[] = {
+        {young, absent, {{name, young}}, "nothing to recover"},
+        {absent, old, {{name, old}}, "it was missing"},
+        {bad, old, {{name, old}, {name + ".broken", bad}}, "does not load, was moved to"},
+        {young, old, {{name, young}, {backup + ".old", old}}, "is not newer"},
+        {old, young, {{name, young}, {name + ".old", old}}, "is older"},
+        {young, bad, {{name, young}, {backup + ".broken", bad}}, "kept"},
+        {bad, bad, {}, "cannot be recovered"},
+        {absent, bad, {}, "cannot be recovered"},
+        {absent, absent, {}, "no such file"},
+    };
+    const auto check = [&](const auto &each) {
+        SCOPED_TRACE(each.text);
+        const TempFolder folder;
+        const std::string path = folder.Path(name);
+        Files before;
+        for (const auto &[file, content] : {std::pair(name, each.file), {backup, each.backup}}) {
+            if (!content.empty()) {
+                WriteFile(folder.Path(file), before[file] = content);
+            }
+        }
+        const auto files = [&] {
+            Files found;
+            for (const std::string &file : NamesIn(folder.Path())) {
+                found[file] = ReadFile(folder.Path(file));
+            }
+            return found;
+        };
+        if (each.after.empty()) {
+            EXPECT_THAT(ErrorOf([&] { tav::Recover(path); }).what(), HasSubstr(each.text));
+            EXPECT_EQ(files(), before);
+            return;
+        }
+        EXPECT_THAT(tav::Recover(path, {}, true).text, HasSubstr(each.text));
+        EXPECT_EQ(files(), before) << "a dry run";
+        const tav::Recovery recovery = tav::Recover(path);
+        EXPECT_THAT(recovery.text, HasSubstr(each.text));
+        EXPECT_EQ(files(), each.after);
+        EXPECT_EQ(tav::Recover(path).moves.size(), 0u) << "nothing is left to do";
+    };
+    std::vector<std::jthread> threads;  // at once: each waits for a second, three times
+    for (const auto &each : cases) {
+        threads.emplace_back([&] { check(each); });
+    }
+}
+
+TEST(Session, RecoveryWaitsForWhatIsStillAtWork) {
+    const TempFolder folder;
+    const std::string path = folder.Path("x.zip");
+    MakeFile(path, {{1, 10}});
+    fs::rename(path, path + ".bak");
+    std::atomic<bool> isOver = false;
+    std::thread writer([&] {
+        for (Bytes draft; !isOver; draft.push_back(0)) {
+            WriteFile(path + ".Ab12Cd", draft);
+            std::this_thread::sleep_for(milliseconds(20));
+        }
+    });
+    EXPECT_EQ(ErrorOf([&] { tav::Recover(path, {.wait = kShort}); }).Code(), TAV_ERR_LOCKED);
+    isOver = true;
+    writer.join();
+    EXPECT_THAT(tav::Recover(path).text, HasSubstr("it was missing"));
+    EXPECT_TRUE(FileExists(path + ".Ab12Cd"));
+}
+
+/** The same for C: codes and texts, and nothing but them. */
+TEST(Session, InC) {
+    const NothingLeaks nothingLeaks;
+    const TempFolder folder;
+    const std::string path = folder.Path("x.dat"), other = folder.Path("none/x.dat");
+    TAV_Session *session = nullptr;
+    EXPECT_EQ(TAV_SessionOpen(path.c_str(), nullptr, 0, 0, &session), TAV_ERR_MISSING);
+    EXPECT_EQ(session, nullptr);
+    EXPECT_EQ(TAV_SessionOpen(other.c_str(), nullptr, 0, TAV_SESSION_CREATE, &session), TAV_ERR_OPEN);
+    EXPECT_THAT(TAV_SessionErrorText(), AllOf(HasSubstr(other), HasSubstr("No such file or directory")));
+    ASSERT_EQ(TAV_SessionOpen(path.c_str(), nullptr, 0, TAV_SESSION_CREATE, &session), TAV_OK);
+    EXPECT_STREQ(TAV_SessionErrorText(), "");
+    EXPECT_EQ(TAV_ExtCfgAddRecord(0, Entry(1, 10).Release(), TAV_SessionStore(session)), TAV_OK);
+    EXPECT_EQ(TAV_SessionCommit(session, "comment"), TAV_OK);
+    EXPECT_EQ(TAV_SessionCommit(session, nullptr), TAV_ERR_UNCHANGED);
+    TAV_SessionLockHolder *lock = nullptr;
+    EXPECT_EQ(TAV_SessionLock(path.c_str(), 0, &lock), TAV_ERR_LOCKED);
+    EXPECT_THAT(TAV_SessionErrorText(), HasSubstr("process "));
+    TAV_SessionClose(session);
+    EXPECT_EQ(TAV_SessionLock(path.c_str(), 0, &lock), TAV_OK);
+    EXPECT_EQ(TAV_SessionRecover(path.c_str(), nullptr, 0), TAV_ERR_LOCKED);
+    TAV_SessionUnlock(lock);
+    EXPECT_EQ(TAV_SessionRecover(path.c_str(), nullptr, 0), TAV_ERR_UNCHANGED);
+    EXPECT_THAT(TAV_SessionErrorText(), HasSubstr("nothing to recover"));
+    CfgLocal *local = nullptr;
+    ASSERT_EQ(TAV_SessionRead(path.c_str(), nullptr, 0, &local), TAV_OK);
+    EXPECT_EQ(EntriesOf(tav::Store(local)), (Entries{{1, 10}}));
+    EXPECT_EQ(TAV_SessionRead(nullptr, nullptr, 0, &local), TAV_ERR_NULL);
+    EXPECT_EQ(TAV_SessionCommit(nullptr, nullptr), TAV_ERR_NULL);
+    TAV_SessionClose(nullptr);
+    TAV_SessionUnlock(nullptr);
+}
+
+}  // namespace
