@@ -193,7 +193,11 @@ tav::Store ParseBody(Block &image, const std::string &path, const Refer &refer, 
     tav::Store store = NewStore(path, refer);
     TAV_ExtCfgFileContext context = {};
     context.local = store.Get();
-    const Value body = BodyOf(*HeadOf(image), image);
+    const std::optional<Value> head = HeadOf(image);
+    if (!head) {
+        throw tav::Error(TAV_ERR_INVALID, place, "it does not begin with a head");
+    }
+    const Value body = BodyOf(*head, image);
     const uint32_t code = TAV_ExtTlvProcForEach(TAV_ParseExtCfgVsNode, body.bytes, body.length, &context);
     if (code != TAV_OK) {
         throw tav::Error(TAV_ERR_INVALID, place, "its records do not load: " + ProductWords(code));
@@ -226,6 +230,11 @@ BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::st
     const Value head = *HeadOf(built.image);
     built.checksums = {*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)};
     return built;
+}
+
+std::optional<Digest> BodyChecksum(const Block &image) {
+    const std::optional<Value> head = HeadOf(image);
+    return head ? ChecksumIn(*head, EXT_TLV_CHECKSUM) : std::nullopt;
 }
 
 std::string ModifyTime(const Block &image) {

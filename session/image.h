@@ -55,7 +55,7 @@ struct Content {
 /** Parses an image. Throws Error (TAV_ERR_INVALID) that says what is wrong with it. `path` is the store's file. */
 Content ParseImage(Block &image, const std::string &path, const Refer &refer, const std::string &place);
 
-/** Parses an image's body, whatever its head says; for images whose bytes are known to be right. Throws as above. */
+/** Parses an image's body, whatever its head says. Throws as above. */
 tav::Store ParseBody(Block &image, const std::string &path, const Refer &refer, const std::string &place);
 
 /** An image that is to be written. */
@@ -69,6 +69,9 @@ struct BuiltImage {
  * it is larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum.
  */
 BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::string &place);
+
+/** The body's checksum as an image's head states it; nothing when there is none. */
+std::optional<Digest> BodyChecksum(const Block &image);
 
 /** The modify time in an image's head, in an order that compares. The image must have been parsed. */
 std::string ModifyTime(const Block &image);

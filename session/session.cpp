@@ -10,6 +10,7 @@
 #include "session/draft.h"
 #include "session/errors.h"
 #include "session/load.h"
+#include "session/recorder.h"
 #include "session/start.h"
 
 namespace tav {
@@ -83,6 +84,7 @@ struct Session::State {
             checksums = loaded->content.checksums;
             identity = loaded->identity;
         }
+        index = session::HistoryFolder(place).Settle(checksums ? session::ToHex(checksums->body) : "");
     }
 
     /** Throws when the file is no longer the one that was loaded. */
@@ -95,22 +97,28 @@ struct Session::State {
     }
 
     /** Removes the file of a store that has become empty. */
-    void RemoveFile() {
+    void RemoveFile(const std::string &comment) {
+        session::Recorder recorder(place, &index);
+        recorder.Prepare(store, "", comment, {});
         RequireUnchanged();
         session::Remove(place.Path());
-        Settle({}, {});
+        Settle({}, {}, &recorder);
     }
 
-    void ReplaceFile(session::BuiltImage next) {
+    void ReplaceFile(const session::BuiltImage &next, const std::string &comment) {
         session::Draft draft(place, next.image.View());
+        session::Recorder recorder(place, &index);
+        recorder.Prepare(store, session::ToHex(next.checksums.body), comment, draft.Status());
         const session::Identity draftIdentity(draft.Status());
         RequireUnchanged();
         draft.TakePlace();
-        Settle(next.checksums, draftIdentity);
+        Settle(next.checksums, draftIdentity, &recorder);
     }
 
     /** The file is another one now; makes that last. */
-    void Settle(std::optional<session::Checksums> newChecksums, session::Identity newIdentity) {
+    void Settle(std::optional<session::Checksums> newChecksums, session::Identity newIdentity,
+                session::Recorder *recorder) {
+        recorder->ComeTrue();
         checksums = newChecksums;
         identity = newIdentity;
         try {
@@ -119,6 +127,7 @@ struct Session::State {
             throw Error(error.Code(), place.given,
                         std::string("it has been changed, but that may not outlive a loss of power: ") + error.what());
         }
+        recorder->Confirm();
     }
 
     const session::Place place;
@@ -128,6 +137,7 @@ struct Session::State {
     session::HeldLock lock;
     tav::Store store;
     std::optional<session::Checksums> checksums;  // of the file as it is; nothing while there is none
+    session::Index index;                         // of its history
     session::Identity identity;                   // of the file as it is
 };
 
@@ -151,17 +161,17 @@ const std::string &Session::Path() const {
     return state_->path;
 }
 
-bool Session::Commit(const std::string & /*comment*/) {
-    session::BuiltImage next = session::BuildImage(state_->store, state_->refer, state_->place.given);
+bool Session::Commit(const std::string &comment) {
+    const session::BuiltImage next = session::BuildImage(state_->store, state_->refer, state_->place.given);
     const bool isEmpty = next.image.size == 0;
     const bool isSame = isEmpty ? !state_->checksums : state_->checksums == next.checksums;
     if (isSame) {
         return false;
     }
     if (isEmpty) {
-        state_->RemoveFile();
+        state_->RemoveFile(comment);
     } else {
-        state_->ReplaceFile(std::move(next));
+        state_->ReplaceFile(next, comment);
     }
     return true;
 }

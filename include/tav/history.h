@@ -1,0 +1,118 @@
+/*
+ * The history of a file: what it held before each of its last commits, and named checkpoints. Kept beside the file, in
+ * the hidden folder ".<name>.history", for files where it was switched on. docs/sessions.md says how.
+ *
+ *     tav::History::Start("routes.dat");
+ *     ...
+ *     tav::Session session("routes.dat");
+ *     session.Store() = tav::History("routes.dat").Before(2);   // as it was two commits ago
+ *     session.Commit("rollback");                               // a commit like any other: it can be undone as well
+ *
+ * Only commits of sessions are recorded. All failures are thrown as tav::Error, but for lack of memory.
+ */
+#ifndef TAV_HISTORY_H
+#define TAV_HISTORY_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tav/changes.h"
+#include "tav/session.h"
+
+namespace tav {
+
+/** Who did something when, and why. */
+struct Note {
+    std::chrono::system_clock::time_point time; /**< to the millisecond */
+    std::string user;                           /**< name of the user, or the number where there is no name */
+    std::string program;                        /**< name of the program */
+    std::string comment;                        /**< as given; may be empty */
+};
+
+/** One commit. */
+struct HistoryCommit {
+    uint64_t number = 0; /**< counted from 1, since the history was first started */
+    Note note;
+    std::string checksum; /**< of the content that it brought, as Snapshot::Checksum; empty when it deleted the file */
+    ChangeCounts counts;  /**< of records */
+    bool hadFile = false; /**< whether there was a file before it */
+};
+
+/** A named state of the file. */
+struct Checkpoint {
+    std::string name;
+    Note note;
+    std::string checksum; /**< of its content */
+};
+
+/** The history of a file as it is when this object is made; no lock is taken. */
+class TAV_VISIBLE History {
+  public:
+    static constexpr uint32_t kKeep = 20; /**< commits that are kept unless another number is given */
+
+    /**
+     * Reads the history. A file without one has one that is off and empty. Throws Error: TAV_ERR_INVALID when its index
+     * is damaged; TAV_ERR_OPEN when it cannot be read.
+     */
+    explicit History(const std::string &path);
+
+    /** Whether commits are being recorded. */
+    bool IsOn() const { return isOn_; }
+
+    /** How many commits are kept. */
+    uint32_t Keep() const { return keep_; }
+
+    /** The commits that are kept, the oldest first. */
+    const std::vector<HistoryCommit> &Commits() const { return commits_; }
+
+    /** The checkpoints, in the order of their names. */
+    const std::vector<Checkpoint> &Checkpoints() const { return checkpoints_; }
+
+    /**
+     * Loads what the file held before its last `count` commits; an empty store where there was no file. The store's
+     * edits reach no file. Throws Error: TAV_ERR_NOT_FOUND when the history does not go back so far; TAV_ERR_INVALID
+     * when the copy is damaged; TAV_ERR_OPEN when it cannot be read, also because it has been dropped meanwhile.
+     */
+    Store Before(size_t count) const;
+
+    /** Loads a checkpoint. Throws as Before. */
+    Store At(const std::string &checkpoint) const;
+
+    /**
+     * Switches the recording of commits on, or changes how many are kept. What was recorded before stays. Throws Error
+     * as opening a session does (the file must be there), and TAV_ERR_INVALID when `keep` is 0.
+     *
+     * @param keep  the newest so many commits stay
+     * @param wait  how long to wait for the lock
+     */
+    static void Start(const std::string &path, uint32_t keep = kKeep,
+                      std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+    /** Switches the recording off. What was recorded stays, and so do checkpoints. Throws as Start. */
+    static void Stop(const std::string &path, std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+    /**
+     * Keeps the file's content under a name until it is removed, whether or not commits are recorded. Throws Error:
+     * TAV_ERR_INVALID for a name that is not 1 to 64 letters, digits, '-', '_' and '.', with at least one that is no
+     * digit, and for one that is taken; TAV_ERR_NOT_SAVED; else as opening a session does.
+     */
+    static void AddCheckpoint(const std::string &path, const std::string &name, const std::string &comment = {},
+                              std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+    /** Removes a checkpoint. Throws Error: TAV_ERR_NOT_FOUND when there is none of this name; else as AddCheckpoint. */
+    static void RemoveCheckpoint(const std::string &path, const std::string &name,
+                                 std::chrono::milliseconds wait = std::chrono::seconds(5));
+
+  private:
+    std::string path_;
+    bool isOn_ = false;
+    uint32_t keep_ = 0;
+    std::vector<HistoryCommit> commits_;
+    std::vector<Checkpoint> checkpoints_;
+};
+
+}  // namespace tav
+
+#endif

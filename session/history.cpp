@@ -1,0 +1,160 @@
+/*
+ * The history of a file, for programs.
+ */
+#include "tav/history.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "session/errors.h"
+#include "session/history_folder.h"
+#include "session/load.h"
+#include "session/start.h"
+
+namespace tav {
+
+namespace {
+
+using session::HistoryFolder;
+using session::Index;
+
+/** A file's history, settled, with the file's lock held. */
+struct LockedHistory {
+    LockedHistory(const std::string &path, std::chrono::milliseconds wait)
+        : place(session::Resolve(path)), until(session::Clock::now() + wait), lock((RequireFile(), place), until) {
+        session::CompleteTypeTable();
+        std::optional<session::Loaded> loaded = session::Load(place, session::ReferOf("", true), until);
+        if (!loaded) {
+            RequireFile();
+            throw Error(TAV_ERR_MISSING, place.given, "there is no such file");
+        }
+        like = session::StatusOf(place.Path()).value();
+        checksum = session::ToHex(loaded->content.checksums.body);
+        index = folder.Settle(checksum);
+    }
+
+    void RequireFile() const {
+        if (session::IsMissing(place)) {
+            throw Error(TAV_ERR_MISSING, place.given, "there is no such file");
+        }
+    }
+
+    const session::Place place;
+    const session::Clock::time_point until;
+    const session::HeldLock lock;
+    const HistoryFolder folder{place};
+    struct stat like;
+    std::string checksum;
+    Index index;
+};
+
+void RequireName(const std::string &name) {
+    const auto isPart = [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.'; };
+    const auto isDigit = [](unsigned char c) { return std::isdigit(c) != 0; };
+    if (name.empty() || name.size() > 64 || !std::all_of(name.begin(), name.end(), isPart) ||
+        std::all_of(name.begin(), name.end(), isDigit)) {
+        throw Error(TAV_ERR_INVALID, name,
+                    "a checkpoint's name is 1 to 64 letters, digits, '-', '_' and '.', and no number");
+    }
+}
+
+auto FindCheckpoint(std::vector<Checkpoint> &checkpoints, const std::string &name) {
+    return std::find_if(checkpoints.begin(), checkpoints.end(), [&](const auto &each) { return each.name == name; });
+}
+
+[[noreturn]] void RefuseUnknown(const std::string &file, const std::string &name) {
+    throw Error(TAV_ERR_NOT_FOUND, file, "it has no checkpoint " + name);
+}
+
+}  // namespace
+
+History::History(const std::string &path) : path_(path) {
+    session::CompleteTypeTable();
+    const session::Place place = session::Resolve(path);
+    Index index = HistoryFolder(place).Read();
+    isOn_ = index.isOn;
+    keep_ = index.keep;
+    commits_ = std::move(index.commits);
+    checkpoints_ = std::move(index.checkpoints);
+}
+
+Store History::Before(size_t count) const {
+    if (count == 0 || count > commits_.size()) {
+        throw Error(TAV_ERR_NOT_FOUND, path_,
+                    fmt::format("its history goes 1 to {} commits back, not {}", commits_.size(), count));
+    }
+    const HistoryCommit &commit = commits_[commits_.size() - count];
+    return commit.hadFile ? HistoryFolder(session::Resolve(path_)).Load(HistoryFolder::CopyOf(commit)) : Store::New("");
+}
+
+Store History::At(const std::string &checkpoint) const {
+    std::vector<Checkpoint> checkpoints = checkpoints_;
+    const auto found = FindCheckpoint(checkpoints, checkpoint);
+    if (found == checkpoints.end()) {
+        RefuseUnknown(path_, checkpoint);
+    }
+    return HistoryFolder(session::Resolve(path_)).Load(HistoryFolder::CopyOf(*found));
+}
+
+void History::Start(const std::string &path, uint32_t keep, std::chrono::milliseconds wait) {
+    if (keep == 0) {
+        throw Error(TAV_ERR_INVALID, path, "a history keeps at least one commit");
+    }
+    LockedHistory history(path, wait);
+    Index &index = history.index;
+    index.isOn = true;
+    index.keep = keep;
+    index.commits.erase(index.commits.begin(),
+                        index.commits.end() - std::min<ptrdiff_t>(keep, std::ssize(index.commits)));
+    history.folder.Create(history.like);
+    history.folder.Write(index, history.like);
+    history.folder.Settle(history.checksum);  // drops what is no longer kept
+}
+
+void History::Stop(const std::string &path, std::chrono::milliseconds wait) {
+    LockedHistory history(path, wait);
+    if (history.index.isOn) {
+        history.index.isOn = false;
+        history.folder.Write(history.index, history.like);
+    }
+}
+
+void History::AddCheckpoint(const std::string &path, const std::string &name, const std::string &comment,
+                            std::chrono::milliseconds wait) {
+    RequireName(name);
+    LockedHistory history(path, wait);
+    std::vector<Checkpoint> &checkpoints = history.index.checkpoints;
+    if (FindCheckpoint(checkpoints, name) != checkpoints.end()) {
+        throw Error(TAV_ERR_INVALID, history.place.given,
+                    "there is a checkpoint " + name + " already; remove it first, or take another name");
+    }
+    const Checkpoint checkpoint{name, session::NoteNow(comment), history.checksum};
+    checkpoints.insert(std::lower_bound(checkpoints.begin(), checkpoints.end(), checkpoint,
+                                        [](const auto &a, const auto &b) { return a.name < b.name; }),
+                       checkpoint);
+    const std::string member = history.place.IsArchive() ? history.place.Member() : "";
+    const auto read = session::ReadImageOf(history.place.Path(), member, history.place.given);
+    if (!read) {
+        throw Error(TAV_ERR_CHANGED, history.place.given, "it has been deleted meanwhile");
+    }
+    history.folder.Create(history.like);
+    history.folder.Keep(HistoryFolder::CopyOf(checkpoint), read->image, history.like);
+    history.folder.Write(history.index, history.like);
+}
+
+void History::RemoveCheckpoint(const std::string &path, const std::string &name, std::chrono::milliseconds wait) {
+    LockedHistory history(path, wait);
+    std::vector<Checkpoint> &checkpoints = history.index.checkpoints;
+    const auto found = FindCheckpoint(checkpoints, name);
+    if (found == checkpoints.end()) {
+        RefuseUnknown(history.place.given, name);
+    }
+    const std::string copy = HistoryFolder::CopyOf(*found);
+    checkpoints.erase(found);
+    history.folder.Write(history.index, history.like);
+    history.folder.Drop(copy);
+}
+
+}  // namespace tav

@@ -1,0 +1,129 @@
+/*
+ * The index of a history, to and from JSON.
+ */
+#include "session/history_index.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <nlohmann/json.hpp>
+
+#include "session/errors.h"
+#include "session/files.h"
+
+using nlohmann::json;
+
+namespace session {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::system_clock;
+
+constexpr int kVersion = 1;  // of the form; a greater one cannot be read
+
+json ToJson(const tav::Note &note) {
+    return {{"time", std::chrono::duration_cast<milliseconds>(note.time.time_since_epoch()).count()},
+            {"user", note.user},
+            {"program", note.program},
+            {"comment", note.comment}};
+}
+
+tav::Note NoteFrom(const json &form) {
+    return {system_clock::time_point(milliseconds(form.at("time").get<int64_t>())), form.at("user"), form.at("program"),
+            form.at("comment")};
+}
+
+json ToJson(const tav::HistoryCommit &commit) {
+    json form = ToJson(commit.note);
+    form["number"] = commit.number;
+    form["checksum"] = commit.checksum;
+    form["added"] = commit.counts.added;
+    form["changed"] = commit.counts.changed;
+    form["deleted"] = commit.counts.deleted;
+    form["hadFile"] = commit.hadFile;
+    return form;
+}
+
+tav::HistoryCommit CommitFrom(const json &form) {
+    return {form.at("number"),
+            NoteFrom(form),
+            form.at("checksum"),
+            {form.at("added"), form.at("changed"), form.at("deleted")},
+            form.at("hadFile")};
+}
+
+json ToJson(const tav::Checkpoint &checkpoint) {
+    json form = ToJson(checkpoint.note);
+    form["name"] = checkpoint.name;
+    form["checksum"] = checkpoint.checksum;
+    return form;
+}
+
+Index IndexFrom(const json &form) {
+    if (form.at("version").get<int>() > kVersion) {
+        throw std::runtime_error("a newer version has written it");
+    }
+    Index index{form.at("on"), form.at("keep"), form.at("next"), {}, {}};
+    for (const json &commit : form.at("commits")) {
+        index.commits.push_back(CommitFrom(commit));
+    }
+    for (const json &checkpoint : form.at("checkpoints")) {
+        index.checkpoints.push_back({checkpoint.at("name"), NoteFrom(checkpoint), checkpoint.at("checksum")});
+    }
+    return index;
+}
+
+std::string UserName() {
+    std::array<char, 4096> buffer;
+    passwd entry{}, *found = nullptr;
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr) {
+        return found->pw_name;
+    }
+    return std::to_string(getuid());
+}
+
+}  // namespace
+
+std::string FormatIndex(const Index &index) {
+    json form = {{"version", kVersion}, {"on", index.isOn},         {"keep", index.keep},
+                 {"next", index.next},  {"commits", json::array()}, {"checkpoints", json::array()}};
+    for (const tav::HistoryCommit &commit : index.commits) {
+        form["commits"].push_back(ToJson(commit));
+    }
+    for (const tav::Checkpoint &checkpoint : index.checkpoints) {
+        form["checkpoints"].push_back(ToJson(checkpoint));
+    }
+    return form.dump(1, ' ', false, json::error_handler_t::replace) + "\n";  // comments may be any bytes
+}
+
+std::optional<Index> ReadIndex(const std::string &path) {
+    const Descriptor file = OpenFile(path, O_RDONLY | O_NOFOLLOW);
+    if (!file && errno == ENOENT) {
+        return {};
+    }
+    struct stat status {};
+    if (!file || fstat(file.Get(), &status) != 0) {
+        FailOfSystem(TAV_ERR_OPEN, path, "cannot be read");
+    }
+    const Block text = ReadAll(file, static_cast<size_t>(status.st_size), path);
+    try {
+        return IndexFrom(json::parse(text.View().begin(), text.View().end()));
+    } catch (const std::runtime_error &error) {
+        throw tav::Error(TAV_ERR_INVALID, path,
+                         std::string("the index of the history is damaged; move its folder aside: ") + error.what());
+    } catch (const json::exception &error) {
+        throw tav::Error(TAV_ERR_INVALID, path,
+                         std::string("the index of the history is damaged; move its folder aside: ") + error.what());
+    }
+}
+
+tav::Note NoteNow(const std::string &comment) {
+    return {std::chrono::time_point_cast<milliseconds>(system_clock::now()), UserName(), program_invocation_short_name,
+            comment};
+}
+
+}  // namespace session
