@@ -18,9 +18,10 @@ namespace {
 
 void WriteImage(const Place &place, std::span<const uint8_t> image) {
     const auto write = place.IsArchive() ? TAV_ZipBufferToExtCfgFile : TAV_WriteBufferToFile;
-    errno = 0;  // the product's codes do not tell a full disk from others; what the system said last does
+    errno = 0;
     const uint32_t code = write(image.data(), static_cast<uint32_t>(image.size()), place.Draft().c_str());
-    if (code != TAV_OK && errno != 0) {
+    // The product's codes do not tell a full disk from others. What the system said last may, if it is about a disk.
+    if (code != TAV_OK && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG || errno == EIO || errno == EROFS)) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "cannot be written");
     }
     if (code != TAV_OK) {

@@ -7,10 +7,9 @@
 
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <set>
 
-#include "file_calls.h"
+#include "crash.h"
 #include "store.h"
 #include "tav_common.h"
 
@@ -20,8 +19,7 @@ namespace {
 
 using testing::AnyOf;
 using testing::Eq;
-using Body = std::optional<Bytes>;           // what a file holds; nothing when it does not load, or is not there
-using Files = std::map<std::string, Bytes>;  // the content of a folder
+using Body = std::optional<Bytes>;  // what a file holds; nothing when it does not load, or is not there
 
 const Bytes kOld = VsTlv(0, {Tlv(13, {Tlv(14, Be32(1)), Tlv(15, Be16(0x0102)), Tlv(19, Be32(7))})});
 const Bytes kNew = VsTlv(0, {Tlv(13, {Tlv(14, Be32(1)), Tlv(15, Be16(0x0304)), Tlv(19, Be32(0x05060708))})});
@@ -35,30 +33,6 @@ Body BodyOf(const std::string &path) {
     Bytes body(store ? TAV_CalcExtCfgFileBodySize(store.get()) : 0);
     const auto size = static_cast<uint32_t>(body.size());
     return store && TAV_BuildExtCfgFileBody(store.get(), body.data(), size) == TAV_OK ? Body(body) : std::nullopt;
-}
-
-Files ReadFolder(const std::string &folder) {
-    Files files;
-    for (const auto &entry : fs::directory_iterator(folder)) {
-        files[entry.path().filename()] = ReadFile(entry.path());
-    }
-    return files;
-}
-
-// How a child process ends that is not killed at a turn.
-constexpr char kDone[] = "done", kFailed[] = "failed";
-
-/** Runs something in a child process. Returns the name of the turn at which it was killed, else kDone or kFailed. */
-std::string RunChild(unsigned lastTurn, const std::function<int()> &run) {
-    const TempFolder folder;
-    const std::string link = folder.Path("turn");
-    if (fork() == 0) {
-        setenv(kTurn, (std::to_string(lastTurn) + link).c_str(), 1);
-        _exit(run());
-    }
-    int status = -1;
-    wait(&status);
-    return WIFSIGNALED(status) ? fs::read_symlink(link).string() : status == 0 ? kDone : kFailed;
 }
 
 /** Becomes the tool, after a command of the shell. */
@@ -92,12 +66,6 @@ bool WatchTool(const std::string &arguments, const std::function<void(ino_t sync
     return status == 0;
 }
 
-void WriteFolder(const TempFolder &folder, const Files &files) {
-    for (const auto &[name, content] : files) {
-        WriteFile(folder.Path(name), content);
-    }
-}
-
 /** What a file holds once `tavcfg recover` has settled what a crash has left. Nothing but drafts may lie beside it. */
 Body Recovered(const Files &left, const std::string &name) {
     const TempFolder folder;
@@ -111,89 +79,6 @@ Body Recovered(const Files &left, const std::string &name) {
     }
     return body;
 }
-
-/**
- * A model of a folder on a disk that loses power. Until a file is synced, any content that it has had since the last
- * time may be found, whole, in part, or as zeros; until the folder is synced, each change of names or not, a rename as
- * a whole. What becomes of one says nothing about the others.
- */
-class Disk {
-  public:
-    /** Begins with what is in a folder, all of it on stable storage. */
-    explicit Disk(const std::string &folder) : folder_(folder) {
-        Look(InodeOf(folder));
-        for (auto &[inode, contents] : contents_) {
-            contents = {contents.back()};
-        }
-    }
-
-    /** Looks at the folder after a change, or after a sync of the file or folder with this number. */
-    void Look(ino_t synced) {
-        Names names = names_, changed;
-        for (auto &[name, inode] : names) {
-            inode = 0;  // gone, until it is seen
-        }
-        for (const auto &[name, content] : ReadFolder(folder_)) {
-            std::vector<Bytes> &contents = contents_[names[name] = InodeOf(folder_ + "/" + name)];
-            contents.resize(std::max<size_t>(contents.size(), 1));  // a new file is empty
-            if (names[name] == synced) {
-                contents = {content};
-            } else if (contents.back() != content) {
-                const size_t size = content.size();
-                contents.insert(contents.end(), {Bytes(size), Slice(content, 0, size / 2), content});
-            }
-        }
-        std::set_difference(names.begin(), names.end(), names_.begin(), names_.end(),
-                            std::inserter(changed, changed.end()));
-        names_ = names;
-        changes_.push_back(changed);
-        if (synced == InodeOf(folder_)) {
-            lastingNames_ = names;
-            changes_.clear();
-        }
-    }
-
-    /** Shows what may be found after a loss of power. */
-    void VisitStates(const std::function<void(const Files &)> &visit) const {
-        for (size_t number = 0, left = 0; left == 0; ++number) {
-            left = number;
-            const auto pick = [&left](size_t choices) { return std::exchange(left, left / choices) % choices; };
-            Names names = lastingNames_;
-            for (const Names &change : changes_) {
-                const bool isDone = change.empty() || pick(2) != 0;
-                for (const auto &[name, inode] : isDone ? change : Names()) {
-                    names[name] = inode;
-                }
-            }
-            std::map<ino_t, Bytes> found;
-            for (const auto &[inode, contents] : contents_) {
-                found[inode] = contents[pick(contents.size())];
-            }
-            Files files;
-            for (const auto &[name, inode] : names) {
-                if (inode != 0) {
-                    files[name] = found[inode];
-                }
-            }
-            if (left == 0) {
-                visit(files);
-            }
-        }
-    }
-
-  private:
-    using Names = std::map<std::string, ino_t>;  // 0 for a name that is gone
-
-    static ino_t InodeOf(const std::string &path) {
-        struct stat status {};
-        return stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
-    }
-
-    const std::string folder_;
-    Names names_, lastingNames_;                    // as they are, and on stable storage
-    std::vector<Names> changes_;                    // of names, since the folder was synced
-    std::map<ino_t, std::vector<Bytes>> contents_;  // of each file, the first one on stable storage, the last its own
-};
 
 struct Scenario {
     const char *name, *file;
@@ -221,18 +106,6 @@ struct Stage : TempFolder {
 int Flush(const std::string &path, const Body &after) {
     const Store store = Open(TAV_EXT_MODE_WRITE_ONLY, path);
     return (after && Add(store, 0, NewRecord()) != TAV_OK) || TAV_ExtCfgFlush(store.get()) != TAV_OK;
-}
-
-/** Tries something that is killed at each turn, and once more to its end, which must be kDone. */
-void Sweep(const std::function<std::string(unsigned lastTurn)> &tryOnce) {
-    std::string end;
-    unsigned turn = 0;
-    while (end != kDone && !testing::Test::HasFailure()) {
-        SCOPED_TRACE("killed at turn " + std::to_string(++turn));
-        end = tryOnce(turn);
-        EXPECT_NE(end, kFailed);
-    }
-    EXPECT_GT(turn, 2u) << "calls are not seen";
 }
 
 TEST(Flush, KilledAtEachTurn) {

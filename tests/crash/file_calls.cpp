@@ -5,6 +5,8 @@
 #include <unistd.h>
 #include <cstdarg>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <string>
 #include <utility>
@@ -20,6 +22,8 @@ void Stop(ino_t synced) {
 }  // namespace
 
 std::function<void(ino_t synced)> g_watch = getenv(kStops) != nullptr ? Stop : nullptr;
+unsigned g_failingTurn = 0;
+std::optional<size_t> g_room;
 
 namespace {
 
@@ -36,6 +40,10 @@ template <typename Call>
 auto TakeTurn(const std::string &name, Call call, ino_t synced = 0) {
     if (IsLastTurn(name)) {
         raise(SIGKILL);
+    }
+    if (g_failingTurn != 0 && --g_failingTurn == 0) {
+        errno = EIO;
+        return decltype(call()){-1};
     }
     const auto result = call();
     if (g_watch && result >= 0) {
@@ -87,6 +95,14 @@ ssize_t write(int fd, const void *data, size_t length) {
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         return NEXT(write)(fd, data, length);
     }
+    if (g_room) {
+        length = std::min(length, *g_room);
+        *g_room -= length;
+        if (length == 0) {
+            errno = ENOSPC;
+            return -1;
+        }
+    }
     const std::string name = "write " + std::to_string(length);
     return TakeTurn(name, [=] {
         if (IsLastTurn("half of " + name) && NEXT(write)(fd, data, length / 2) >= 0) {
@@ -110,6 +126,14 @@ int rename(const char *from, const char *to) noexcept {
 
 int unlink(const char *path) noexcept {
     return TakeTurn("unlink", [=] { return NEXT(unlink)(path); });
+}
+
+int unlinkat(int folder, const char *path, int flags) noexcept {
+    return TakeTurn("unlinkat", [=] { return NEXT(unlinkat)(folder, path, flags); });
+}
+
+int mkdir(const char *path, mode_t mode) noexcept {
+    return TakeTurn("mkdir", [=] { return NEXT(mkdir)(path, mode); });
 }
 
 }  // extern "C"
