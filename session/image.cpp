@@ -237,6 +237,11 @@ std::optional<Digest> BodyChecksum(const Block &image) {
     return head ? ChecksumIn(*head, EXT_TLV_CHECKSUM) : std::nullopt;
 }
 
+bool CarriesRefer(const Block &image) {
+    const std::optional<Value> head = HeadOf(image);
+    return head && FieldOf(*head, EXT_TLV_REFER_CHECKSUM);
+}
+
 std::string ModifyTime(const Block &image) {
     const std::optional<Value> field = FieldOf(*HeadOf(image), EXT_TLV_MODIFY_TIME);
     std::string time(reinterpret_cast<const char *>(field->bytes), field->length);

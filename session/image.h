@@ -73,6 +73,9 @@ BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::st
 /** The body's checksum as an image's head states it; nothing when there is none. */
 std::optional<Digest> BodyChecksum(const Block &image);
 
+/** Whether an image carries the checksum of a refer file. */
+bool CarriesRefer(const Block &image);
+
 /** The modify time in an image's head, in an order that compares. The image must have been parsed. */
 std::string ModifyTime(const Block &image);
 

@@ -75,7 +75,7 @@ Candidate Examine(const std::string &path, const Place &place, const Refer &refe
         std::optional<ReadImage> read = ReadImageOf(path, member, path);
         candidate.exists = read.has_value();
         if (read) {
-            ParseImage(read->image, path, refer, path);
+            ParseImage(read->image, path, CarriesRefer(read->image) ? refer : Refer(), path);  // one may, one not
             candidate.modifyTime = ModifyTime(read->image);
         }
     } catch (const tav::Error &error) {

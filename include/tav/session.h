@@ -139,8 +139,9 @@ struct Recovery {
  * nothing has changed for a second. Throws Error: TAV_ERR_INVALID when neither loads; TAV_ERR_LOCKED, also when
  * something goes on changing; TAV_ERR_OPEN; TAV_ERR_NOT_SAVED when a file cannot be moved.
  *
- * @param path    the file
- * @param dryRun  only say what would be done
+ * @param path     the file
+ * @param options  how both are read; the refer file is used where they carry its checksum
+ * @param dryRun   only say what would be done
  */
 TAV_VISIBLE Recovery Recover(const std::string &path, const ReadOptions &options = {}, bool dryRun = false);
 

@@ -13,6 +13,7 @@
 #include "file.h"
 #include "store.h"
 #include "tav/history.h"
+#include "tav/watch.h"
 
 namespace fs = std::filesystem;
 
@@ -197,6 +198,56 @@ TEST_P(SharingTest, NothingIsLost) {
     tav::Session{path};  // removes the draft of one that was killed
     EXPECT_THAT(NamesIn(folder.Path()), testing::UnorderedElementsAre("link", name));
     munmap(shared, sizeof(Shared));
+}
+
+/** Programs that flush by themselves, under the lock alone, beside sessions and readers. */
+TEST(Sharing, FlushesUnderTheLockAlone) {
+    for (const char *name : {"x.dat", "x.zip"}) {
+        SCOPED_TRACE(name);
+        constexpr uint64_t kSteps = 60;
+        const TempFolder folder;
+        const std::string path = folder.Path(name);
+        MakeFile(path, {{0, 0}, {1, 0}});
+        const auto isOver = [](const Entries &entries) { return entries.at(0) + entries.at(1) == 2 * kSteps; };
+        std::vector<pid_t> children;
+        children.push_back(Start([&] {
+            for (uint64_t step = 1; step <= kSteps; ++step) {
+                const tav::Lock lock(path, std::chrono::minutes(1));
+                tav::Store store = tav::Store::Open(path, {}, TAV_EXT_MODE_READ_WRITE);
+                Put(&store, 0, step);
+                ASSERT_EQ(TAV_ExtCfgFlush(store.Get()), TAV_OK);
+            }
+        }));
+        children.push_back(Start([&] {
+            for (uint64_t step = 1; step <= kSteps; ++step) {
+                tav::Session session(path, {.wait = std::chrono::minutes(1)});
+                Put(&session.Store(), 1, step);
+                EXPECT_TRUE(session.Commit());
+            }
+        }));
+        for (uint32_t reader = 0; reader < 2; ++reader) {
+            children.push_back(Start([&] {
+                Entries last{{0, 0}, {1, 0}};
+                while (!isOver(last) && !testing::Test::HasFailure()) {
+                    const Entries entries = ReadEntries(path);
+                    EXPECT_GE(entries.at(0), last.at(0));
+                    EXPECT_GE(entries.at(1), last.at(1));
+                    last = entries;
+                }
+            }));
+        }
+        children.push_back(Start([&] {
+            tav::Watch watch(path);
+            while (!isOver(EntriesOf(watch.After())) && !testing::Test::HasFailure()) {
+                EXPECT_TRUE(watch.Wait(std::chrono::minutes(1)));
+            }
+        }));
+        for (const pid_t child : children) {
+            EXPECT_EQ(Await(child), 0);
+        }
+        EXPECT_EQ(ReadEntries(path), (Entries{{0, kSteps}, {1, kSteps}}));
+        EXPECT_THAT(NamesIn(folder.Path()), ElementsAre(name));
+    }
 }
 
 }  // namespace
