@@ -16,6 +16,7 @@ namespace tav::bench {
 
 inline constexpr uint32_t kOwnId = 1, kSubscriberId = 2;
 inline constexpr uint32_t kType = 100;
+inline constexpr uint32_t kDistinct = 100;  // distinct conditions where they are shared
 
 /** A condition as its TLV holds it: the value of a field, or 0 for the field to compare the argument alone. */
 struct Condition {

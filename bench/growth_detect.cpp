@@ -8,15 +8,13 @@
 namespace tav::bench {
 namespace {
 
-constexpr uint32_t kShared = 100;  // distinct conditions where they are shared
-
 /** How many conditions differ of that many. */
 using DistinctOf = uint32_t (*)(size_t count);
 uint32_t AllDistinct(size_t count) {
     return static_cast<uint32_t>(count);
 }
 uint32_t FewDistinct(size_t) {
-    return kShared;
+    return kDistinct;
 }
 
 /** An operation on an instance with subscriptions, measured for one of them. */

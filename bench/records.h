@@ -93,10 +93,10 @@ struct Record7 {
     }
 
     /** Makes all records, ascending bytewise by key. */
-    static std::vector<Record7> Make() {
+    static std::vector<Record7> Make(size_t count = kCount) {
         Random random;
         std::set<std::string> keys;
-        while (keys.size() < kCount) {
+        while (keys.size() < count) {
             keys.insert(random.Text(4, 14) + (random.Between(0, 1) == 0 ? "/tcp" : "/udp"));
         }
         std::vector<Record7> records;
