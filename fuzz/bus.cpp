@@ -17,7 +17,7 @@ void Fuzz(FuzzedDataProvider *input) {
     sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&address), sizeof(address));
     const bool isMessage = datagram.size() >= 20 + 16 && datagram.size() <= 20 + 65535 &&
                            std::equal(&sound[0], &sound[6], &datagram[0]) &&
-                           std::equal(&sound[12], &sound[16], &datagram[12]);
+                           std::equal(&sound[12], &sound[16], &datagram[12]) && Slice(datagram, 8, 12) != Host32(0);
     void *message = nullptr;
     uint32_t length = 0;
     assert((TAV_Posix_BusReceive(port, 0, &message, &length) == 0) == isMessage);

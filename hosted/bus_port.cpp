@@ -4,6 +4,8 @@
 #include "bus_port.h"
 
 #include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -90,6 +92,26 @@ uint32_t MakeSocket(TAV_Posix_BusPort *port) {
 }
 
 /**
+ * Makes what is needed to take datagrams from the socket, and the descriptor that is readable when one of them, or a
+ * message that has been taken already, waits.
+ */
+uint32_t MakeInbox(TAV_Posix_BusPort *port) {
+    port->inbox.reset(static_cast<hosted::BusInbox *>(malloc(sizeof(hosted::BusInbox))));
+    if (!port->inbox) {
+        return ENOMEM;
+    }
+    port->inbox->Clear();
+    port->event = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    port->ready = Descriptor(epoll_create1(EPOLL_CLOEXEC));
+    const auto watch = [=](const Descriptor &source) {
+        epoll_event wanted = {};
+        wanted.events = EPOLLIN;
+        return source.IsOpen() && epoll_ctl(port->ready.Get(), EPOLL_CTL_ADD, source.Get(), &wanted) == 0;
+    };
+    return port->ready.IsOpen() && watch(port->socket) && watch(port->event) ? 0 : LastError();
+}
+
+/**
  * Gives the socket its name, in place of what a process that was killed has left. Called with the component locked.
  */
 uint32_t NameSocket(const TAV_Posix_BusPort *port) {
@@ -117,6 +139,9 @@ uint32_t OpenPort(TAV_Posix_BusPort *port) {
     if (code == 0) {
         hosted::WithdrawAnnouncements(port->folder, port->componentId);
         code = MakeSocket(port);
+    }
+    if (code == 0) {
+        code = MakeInbox(port);
     }
     return code == 0 ? NameSocket(port) : code;
 }
@@ -150,7 +175,7 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port) {
 }
 
 int TAV_Posix_BusFd(const TAV_Posix_BusPort *port) {
-    return port->socket.Get();
+    return port->ready.Get();
 }
 
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId) {

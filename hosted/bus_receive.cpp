@@ -1,26 +1,30 @@
 /*
- * Receiving from the bus: what is whole, a message for the port, and from whom it says.
+ * Receiving from the bus: datagrams are taken from the kernel, judged, and handed out in their order.
  */
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <cerrno>
 #include <cstring>
 
+#include <algorithm>
 #include <mutex>
 
 #include "bus_counts.h"
 #include "bus_port.h"
 #include "common/words.h"
 #include "datagram.h"
+#include "deadline.h"
 #include "durable.h"
 #include "message.h"
 
 using hosted::busCounters;
-using hosted::Datagram;
+using hosted::BusInbox;
+using hosted::Deadline;
 using hosted::Envelope;
 using hosted::LastError;
 using hosted::MessageHeader;
+using hosted::WaitingMessage;
 
 namespace {
 
@@ -30,38 +34,8 @@ constexpr const char *kModule = "tav_posix_bus";  // to which received messages 
 // come in: from any place in it, the farthest step leads 65535 bytes and a few words on.
 constexpr uint32_t kZeroTail = 0x10000;
 
-/** The end of a wait. */
-class Deadline {
-  public:
-    // A negative time limit never passes.
-    explicit Deadline(int32_t timeoutMs) : endless_(timeoutMs < 0), end_(Now() + int64_t{timeoutMs} * kNsPerMs) {}
-
-    // Milliseconds left, rounded up, as poll(2) wants them.
-    int LeftMs() const {
-        if (endless_) {
-            return -1;
-        }
-        const int64_t left = end_ - Now();
-        return left > 0 ? static_cast<int>((left + kNsPerMs - 1) / kNsPerMs) : 0;
-    }
-    bool HasPassed() const { return LeftMs() == 0; }
-
-  private:
-    static constexpr int64_t kNsPerMs = 1'000'000;
-    static constexpr int64_t kNsPerSecond = 1'000'000'000;
-
-    static int64_t Now() {
-        timespec now = {};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return int64_t{now.tv_sec} * kNsPerSecond + now.tv_nsec;
-    }
-
-    bool endless_;
-    int64_t end_;  // in nanoseconds of the monotonic clock
-};
-
-uint32_t WaitForDatagram(int fd, int timeoutMs) {
-    pollfd wanted = {fd, POLLIN, 0};
+uint32_t WaitForMessage(const TAV_Posix_BusPort *port, int timeoutMs) {
+    pollfd wanted = {port->ready.Get(), POLLIN, 0};
     const int ready = poll(&wanted, 1, timeoutMs);
     if (ready < 0) {
         return LastError();
@@ -69,74 +43,98 @@ uint32_t WaitForDatagram(int fd, int timeoutMs) {
     return ready > 0 ? 0 : ETIMEDOUT;
 }
 
-/** Returns whether a datagram has come whole, is a message for the port, and from whom it says. */
-bool IsAcceptable(const TAV_Posix_BusPort *port, const MessageHeader *message, const msghdr &header, size_t got) {
-    const Envelope &envelope = message->envelope;
-    if ((header.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0 || got < sizeof(Envelope) + hosted::kMinMessage ||
-        envelope.magic != hosted::kEnvelopeMagic || envelope.version != hosted::kEnvelopeVersion ||
-        envelope.receiver != port->componentId || envelope.sender == hosted::kNoComponent) {
-        return false;
-    }
+/** Returns who has sent a datagram, as the kernel says; nobody when it does not. */
+ucred SenderOf(const msghdr &header) {
     const cmsghdr *const control = CMSG_FIRSTHDR(&header);
-    if (control == nullptr || control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_CREDENTIALS) {
-        return false;
-    }
-    const auto credentials = common::LoadWord<ucred>(CMSG_DATA(control));
-    return hosted::IsOwner(port->folder, envelope.sender, credentials.uid);
+    const bool isTold =
+        control != nullptr && control->cmsg_level == SOL_SOCKET && control->cmsg_type == SCM_CREDENTIALS;
+    return isTold ? common::LoadWord<ucred>(CMSG_DATA(control)) : ucred{0, TAV_POSIX_BUS_SEVERAL_USERS, 0};
 }
 
-/**
- * Takes a message with room for the next datagram, as far as that may be long. Returns 0, else an errno code: EAGAIN
- * when there is none.
- */
-uint32_t TakeRoom(int fd, MessageHeader **room) {
-    const ssize_t waiting = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-    if (waiting < 0) {
-        return LastError();
-    }
-    const auto whole = static_cast<size_t>(waiting);
-    const size_t length = whole > sizeof(Envelope) ? whole - sizeof(Envelope) : 0;
-    const uint32_t size = length < hosted::kMaxMessage ? static_cast<uint32_t>(length) : hosted::kMaxMessage;
-    *room = hosted::TakeMessage(size, kZeroTail, kModule, __LINE__);
-    return *room != nullptr ? 0 : ENOMEM;
+/** Returns whether a datagram has come whole, is a message for the port, and from whom it says. */
+bool IsAcceptable(const TAV_Posix_BusPort *port, const mmsghdr &datagram, const Envelope &envelope,
+                  const ucred &sender) {
+    return (datagram.msg_hdr.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0 &&
+           datagram.msg_len >= sizeof(Envelope) + hosted::kMinMessage && envelope.magic == hosted::kEnvelopeMagic &&
+           envelope.version == hosted::kEnvelopeVersion && envelope.receiver == port->componentId &&
+           envelope.sender != hosted::kNoComponent && hosted::IsOwner(port->folder, envelope.sender, sender.uid);
 }
 
-/** Reads the next datagram. Returns 0, else an errno code: EBADMSG for one that is not to be received. */
-uint32_t ReadDatagram(const TAV_Posix_BusPort *port, MessageHeader *room) {
-    Datagram datagram(room, room->size);
-    const ssize_t got = recvmsg(port->socket.Get(), &datagram.header, MSG_CMSG_CLOEXEC);
-    if (got < 0) {
-        return LastError();
+/** Judges a datagram, and keeps it if it is a message. Returns false, with nothing done, when memory is short. */
+bool Judge(TAV_Posix_BusPort *port, const mmsghdr &datagram, const uint8_t *bytes) {
+    Envelope envelope = {};
+    memcpy(&envelope, bytes, std::min<size_t>(datagram.msg_len, sizeof(envelope)));
+    const ucred sender = SenderOf(datagram.msg_hdr);
+    if (IsAcceptable(port, datagram, envelope, sender) && !port->waiting.HasAllOf(envelope.sender)) {
+        const uint32_t length = datagram.msg_len - uint32_t{sizeof(Envelope)};
+        return port->waiting.Add(envelope, bytes + sizeof(Envelope), length);
     }
-    if (!IsAcceptable(port, room, datagram.header, static_cast<size_t>(got))) {
-        return EBADMSG;
+    busCounters.refused.Increment();
+    port->refusals.Count(sender, envelope.sender);
+    return true;
+}
+
+/** Takes all datagrams that the kernel has, as far as there is room for them. Returns 0, else an errno code. */
+uint32_t Drain(TAV_Posix_BusPort *port) {
+    BusInbox &inbox = *port->inbox;
+    while (!port->waiting.IsFull()) {
+        for (; inbox.next < inbox.count; ++inbox.next) {
+            if (!Judge(port, inbox.headers[inbox.next], inbox.bytes[inbox.next])) {
+                return ENOMEM;
+            }
+        }
+        const bool mayBeMore = inbox.count == 0 || inbox.count == BusInbox::kSize;
+        inbox.Clear();
+        if (!mayBeMore) {
+            return 0;
+        }
+        const int got =
+            recvmmsg(port->socket.Get(), inbox.headers, BusInbox::kSize, MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr);
+        if (got < 0) {
+            return errno == EAGAIN ? 0 : LastError();
+        }
+        inbox.count = static_cast<uint32_t>(got);
     }
-    room->size = static_cast<uint32_t>(static_cast<size_t>(got) - sizeof(Envelope));
-    memset(static_cast<char *>(room->Content()) + room->size, 0, kZeroTail);
     return 0;
 }
 
-/**
- * Takes the next message, if there is one. Returns 0, else an errno code: EAGAIN when there is none, or
- * when it was dropped.
- */
+/** Makes a message of the first one that waits. Returns 0, else an errno code: EAGAIN when none does. */
+uint32_t HandOut(TAV_Posix_BusPort *port, MessageHeader **message) {
+    WaitingMessage *const first = port->waiting.First();
+    if (first == nullptr) {
+        return EAGAIN;
+    }
+    *message = hosted::TakeMessage(first->length, kZeroTail, kModule, __LINE__);
+    if (*message == nullptr) {
+        return ENOMEM;
+    }
+    (*message)->envelope = first->envelope;
+    auto *const content = static_cast<uint8_t *>((*message)->Content());
+    memcpy(content, first->Content(), first->length);
+    memset(content + first->length, 0, kZeroTail);
+    port->waiting.DropFirst();
+    busCounters.received.Increment();
+    return 0;
+}
+
+/** Keeps the port's descriptor readable as long as messages wait that the kernel no longer knows of. */
+void TellWhatWaits(TAV_Posix_BusPort *port) {
+    const bool isWaiting = port->waiting.First() != nullptr || port->inbox->next < port->inbox->count;
+    if (isWaiting == port->isTold) {
+        return;
+    }
+    eventfd_t told = 1;
+    const int fd = port->event.Get();
+    port->isTold = (isWaiting ? eventfd_write(fd, told) : eventfd_read(fd, &told)) == 0 ? isWaiting : port->isTold;
+}
+
+/** Takes the next message, if there is one. Returns 0, else an errno code: EAGAIN when there is none. */
 uint32_t TakeNext(TAV_Posix_BusPort *port, MessageHeader **message) {
     const std::lock_guard lock(port->taking);
-    uint32_t code = TakeRoom(port->socket.Get(), message);
-    if (code != 0) {
-        return code;
-    }
-    code = ReadDatagram(port, *message);
-    if (code == 0) {
-        busCounters.received.Increment();
-        return 0;
-    }
-    hosted::ReturnMessage(*message);
-    if (code != EBADMSG) {
-        return code;
-    }
-    busCounters.refused.Increment();
-    return EAGAIN;
+    const uint32_t drained = Drain(port);
+    uint32_t code = HandOut(port, message);
+    TellWhatWaits(port);
+    return code == EAGAIN && drained != 0 ? drained : code;
 }
 
 }  // namespace
@@ -147,17 +145,26 @@ uint32_t TAV_Posix_BusReceive(TAV_Posix_BusPort *port, int32_t timeoutMs, void *
     }
     const Deadline deadline(timeoutMs);
     MessageHeader *taken = nullptr;
-    uint32_t code = 0;
-    do {
-        code = WaitForDatagram(port->socket.Get(), deadline.LeftMs());
+    uint32_t code = TakeNext(port, &taken);
+    while (code == EAGAIN && !deadline.HasPassed()) {
+        code = WaitForMessage(port, deadline.LeftMs());
         if (code == 0) {
             code = TakeNext(port, &taken);
         }
-    } while (code == EAGAIN && !deadline.HasPassed());
+    }
     if (code != 0) {
         return code == EAGAIN ? ETIMEDOUT : code;
     }
     *message = taken->Content();
     *length = taken->size;
     return 0;
+}
+
+void TAV_Posix_BusVisitRefusals(TAV_Posix_BusPort *port, TAV_Posix_BusRefusalVisitor visitor, void *context) {
+    std::unique_lock lock(port->taking);
+    const hosted::Refusals refusals = port->refusals;
+    lock.unlock();
+    for (const TAV_Posix_BusRefusal &refusal : refusals) {
+        visitor(&refusal, context);
+    }
 }

@@ -5,10 +5,13 @@
 #include <unistd.h>
 #include <cerrno>
 
+#include <atomic>
+
 #include "bus_counts.h"
 #include "bus_folder.h"
 #include "common/words.h"
 #include "datagram.h"
+#include "deadline.h"
 #include "durable.h"
 #include "interfaces.h"
 #include "message.h"
@@ -16,11 +19,27 @@
 using hosted::busCounters;
 using hosted::BusFolder;
 using hosted::Datagram;
+using hosted::Deadline;
 using hosted::Descriptor;
+using hosted::kNsPerMs;
 using hosted::LastError;
 using hosted::MessageHeader;
+using hosted::MonotonicNs;
 
 namespace {
+
+// A sender waits so long for a full receiver, and after it has done so in vain does not for ten times as long.
+constexpr int32_t kPatienceMs = 50;
+constexpr int64_t kPauseMs = 500;
+
+/** When receivers that have been waited for in vain may be waited for again, in nanoseconds of the monotonic clock. */
+constinit std::atomic<int64_t> noWaitBefore[64] = {};
+
+/** The place of a bound socket in that table, which some may share. One that is bound anew has another place. */
+std::atomic<int64_t> &NoWaitBefore(const struct stat &socket) {
+    const uint64_t identity = (uint64_t{socket.st_ino} << 32) ^ static_cast<uint64_t>(socket.st_ctim.tv_nsec);
+    return noWaitBefore[identity * 0x9E3779B97F4A7C15u >> 58];
+}
 
 /**
  * Says who sends. The kernel would by itself tell the real user; files, and so sockets, belong to the effective one.
@@ -36,18 +55,17 @@ void SetCredentials(Datagram *datagram) {
 
 /**
  * Opens the socket of a component as a place to send to, and looks whether it is the component's owner who listens
- * there: otherwise others could have given a socket that name. Returns 0, else an errno code.
+ * there: otherwise others could have given a socket that name. Returns 0 and its status, else an errno code.
  */
-uint32_t OpenReceiver(const BusFolder &folder, uint32_t componentId, Descriptor *receiver) {
-    struct stat status = {};
-    *receiver = hosted::OpenItself(hosted::SocketPath(folder, componentId), &status);
+uint32_t OpenReceiver(const BusFolder &folder, uint32_t componentId, Descriptor *receiver, struct stat *status) {
+    *receiver = hosted::OpenItself(hosted::SocketPath(folder, componentId), status);
     if (!receiver->IsOpen()) {
         return LastError();
     }
-    if (!S_ISSOCK(status.st_mode)) {
+    if (!S_ISSOCK(status->st_mode)) {
         return ENOTSOCK;
     }
-    return hosted::IsOwner(folder, componentId, status.st_uid) ? 0 : EACCES;
+    return hosted::IsOwner(folder, componentId, status->st_uid) ? 0 : EACCES;
 }
 
 /**
@@ -61,15 +79,42 @@ sockaddr_un AddressOfOpen(const Descriptor &file) {
 }
 
 /**
+ * Sends a datagram to a receiver whose queue is full. It may be full of what others send without pause, and then the
+ * receiver makes room again and again, for a moment each time: the kernel wakes who waits for that. A receiver that has
+ * not made room in time may be stuck, and is not to hold up this process: so for a while it is not waited for.
+ */
+uint32_t SendPatiently(const Descriptor &sender, const Datagram &datagram, std::atomic<int64_t> &notBefore) {
+    if (MonotonicNs() < notBefore.load(std::memory_order_relaxed)) {
+        return EAGAIN;
+    }
+    const Deadline deadline(kPatienceMs);
+    do {
+        const timeval limit = {0, deadline.LeftMs() * 1000 + 1};  // 0 would be no limit
+        if (setsockopt(sender.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) != 0) {
+            return LastError();
+        }
+        if (sendmsg(sender.Get(), &datagram.header, MSG_NOSIGNAL) >= 0) {
+            return 0;
+        }
+    } while (errno == EINTR && !deadline.HasPassed());
+    if (errno != EAGAIN && errno != EINTR) {
+        return LastError();
+    }
+    notBefore.store(MonotonicNs() + kPauseMs * kNsPerMs, std::memory_order_relaxed);
+    return EAGAIN;
+}
+
+/**
  * Sends a message. Every one goes through a socket of its own: the kernel charges what waits to the socket that sent
  * it, so with a common one a receiver that does not read would soon keep all others from getting anything.
  */
 uint32_t Send(MessageHeader *message, uint32_t length) {
     BusFolder folder;
     Descriptor receiver;
+    struct stat status = {};
     uint32_t code = hosted::FindSafeBusFolder(&folder);
     if (code == 0) {
-        code = OpenReceiver(folder, message->envelope.receiver, &receiver);
+        code = OpenReceiver(folder, message->envelope.receiver, &receiver, &status);
     }
     if (code != 0) {
         return code;
@@ -85,6 +130,9 @@ uint32_t Send(MessageHeader *message, uint32_t length) {
     SetCredentials(&datagram);
     if (sendmsg(sender.Get(), &datagram.header, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
         return 0;
+    }
+    if (errno == EAGAIN) {
+        return SendPatiently(sender, datagram, NoWaitBefore(status));
     }
     return errno == ENOENT ? ENOSYS : LastError();  // the receiver is there, so it is /proc that is missing
 }

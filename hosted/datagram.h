@@ -1,5 +1,5 @@
 /*
- * A datagram: the envelope and the message, as sendmsg(2) and recvmsg(2) want them.
+ * A datagram: the envelope and the message, as sendmsg(2) wants them.
  *
  * Neither what comes in nor who takes what goes out is trusted: a component belongs to the user who owns its lock file.
  * As that user the kernel must name the sender of a datagram, and to that user the socket must belong that one is sent
@@ -11,8 +11,8 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
+#include "interfaces.h"
 #include "message.h"
-#include "tav_posix_bus.h"
 
 namespace hosted {
 
@@ -20,14 +20,13 @@ namespace hosted {
 inline constexpr uint32_t kMinMessage = TAV_POSIX_BUS_MIN_MESSAGE;
 inline constexpr uint32_t kMaxMessage = TAV_POSIX_BUS_MAX_MESSAGE;
 
-/** A datagram in its pieces. It refers to itself, so it stays where it is. */
+/** A datagram to be sent, in its pieces. It refers to itself, so it stays where it is. */
 struct Datagram {
     iovec pieces[2];
-    // Room for the sender's credentials alone, so that nobody can press descriptors on a receiver.
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
     msghdr header = {};
 
-    /** A message and how many bytes of it travel, or its room for what comes in. */
+    /** A message and how many bytes of it travel. */
     Datagram(MessageHeader *message, uint32_t length)
         : pieces{{&message->envelope, sizeof(Envelope)}, {message->Content(), length}} {
         header.msg_iov = pieces;

@@ -22,6 +22,12 @@ extern "C" {
 /** The shortest message in bytes: the header that every message begins with. */
 #define TAV_POSIX_BUS_MIN_MESSAGE 16u
 
+/** Messages of one sender that may wait for a component beyond those that the kernel keeps. */
+#define TAV_POSIX_BUS_MAX_WAITING 256u
+
+/** Stands for a user who is not known, and for all beyond the users that are counted one by one. */
+#define TAV_POSIX_BUS_SEVERAL_USERS 0xFFFFFFFFu
+
 /** A component that this process has bound. */
 typedef struct TAV_Posix_BusPort TAV_Posix_BusPort;
 
@@ -31,8 +37,25 @@ typedef struct TAV_Posix_BusCounts {
     uint32_t sent;         /**< messages sent */
     uint32_t sendFailures; /**< messages that could not be sent */
     uint32_t received;     /**< messages received */
-    uint32_t refused; /**< datagrams dropped: no whole message for the port, or a sender that is not what it claims */
+    uint32_t refused; /**< datagrams dropped: no whole message for the port, a sender that is not what it claims, or
+                         one that has more messages waiting than it may */
 } TAV_Posix_BusCounts;
+
+/** Datagrams of one user that a port has dropped. */
+typedef struct TAV_Posix_BusRefusal {
+    uint32_t user;      /**< user id, as the kernel knows it; or TAV_POSIX_BUS_SEVERAL_USERS */
+    uint32_t count;     /**< how many; begins anew after 2^32 */
+    uint32_t process;   /**< process id of who sent the last one; 0 when it is not known */
+    uint32_t component; /**< component that the last one named as its sender, rightly or not; 0 when it named none */
+} TAV_Posix_BusRefusal;
+
+/**
+ * Receives what a port has dropped of one user.
+ *
+ * @param refusal  valid during the call
+ * @param context  the word given to TAV_Posix_BusVisitRefusals
+ */
+typedef void (*TAV_Posix_BusRefusalVisitor)(const TAV_Posix_BusRefusal *refusal, void *context);
 
 /**
  * Binds a component, so that messages to it are kept until they are received. Makes the folder of the bus when only
@@ -58,9 +81,13 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port);
 /**
  * Receives the next message. Behind its end there are at least 64 KiB of zero bytes that may be read.
  *
+ * Every call takes all datagrams out of the kernel's queue, which is short and common to all senders, and keeps those
+ * that are messages for later calls: up to TAV_POSIX_BUS_MAX_WAITING of each sender, 1024 in all. What a sender has
+ * sent beyond its share is dropped; when there are as many as may be in all, the others wait in the kernel.
+ *
  * @param port       the port
  * @param timeoutMs  time limit in milliseconds; 0 looks once, -1 waits without limit. Datagrams that are dropped do not
- *                   extend it, so a look that finds one of those may end although a message lies behind it
+ *                   extend it
  * @param message    where the message goes, the caller's until DMS_MsgFree; left alone on failure
  * @param length     where its length in bytes goes; left alone on failure
  * @return 0; ETIMEDOUT when there was no message in time; EINTR when a signal came; ENOMEM when memory is short, and
@@ -69,8 +96,8 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port);
 uint32_t TAV_Posix_BusReceive(TAV_Posix_BusPort *port, int32_t timeoutMs, void **message, uint32_t *length);
 
 /**
- * Returns a descriptor that is readable while datagrams wait, for poll(2) and its like. It belongs to the port, which
- * must not be null.
+ * Returns a descriptor that is readable while datagrams or messages wait, for poll(2) and its like, and for nothing
+ * else. It belongs to the port, which must not be null.
  */
 int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
 
@@ -86,6 +113,16 @@ int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
  *         EINVAL for a null port and for kind 0; EIO without random numbers; else the system's code
  */
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId);
+
+/**
+ * Tells who has sent what a port dropped, a user at a time in the order of their first datagrams. Beyond 31 users, all
+ * others are counted as one.
+ *
+ * @param port     the port, not null
+ * @param visitor  called once a user; may use the bus
+ * @param context  handed to the visitor
+ */
+void TAV_Posix_BusVisitRefusals(TAV_Posix_BusPort *port, TAV_Posix_BusRefusalVisitor visitor, void *context);
 
 /**
  * Reports what this process has done on the bus. Exact when no other thread uses the bus meanwhile.

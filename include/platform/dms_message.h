@@ -37,7 +37,8 @@ void *MEL_MsgAlloc_F(uint32_t sender, uint32_t size, const char *source, uint32_
 void DMS_MsgFree(uint32_t owner, void *message);
 
 /**
- * Sends a message, without waiting. The message belongs to the bus from here on, also when sending fails.
+ * Sends a message, and waits for a moment at most when the receiver takes no more just then. The message belongs to the
+ * bus from here on, also when sending fails.
  *
  * @param receiver  component id of the receiver
  * @param reserved  0

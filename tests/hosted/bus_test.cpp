@@ -1,11 +1,13 @@
 // The message bus: real sockets, other processes, other users, and datagrams that are no messages.
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
 #include <functional>
+#include <map>
 #include <thread>
 
 #include "bytes.h"
@@ -180,7 +182,103 @@ TEST_F(Bus, DropsWhatIsNoMessageAndWaitsNoLonger) {
     EXPECT_EQ(Receive(port, -1), EINTR);
     SendRaw(0);
     SendRaw(36);
-    EXPECT_EQ((Codes{Receive(port, 0), Receive(port, 0)}), (Codes{ETIMEDOUT, -6}));  // one look is one look
+    EXPECT_EQ((Codes{Receive(port, 0), Receive(port, 0)}), (Codes{-6, ETIMEDOUT}));  // one look sees all
+}
+
+/** What a port has dropped, by user. */
+std::map<uint32_t, TAV_Posix_BusRefusal> Refusals(const Port &port) {
+    std::map<uint32_t, TAV_Posix_BusRefusal> all;
+    const auto visit = [](const TAV_Posix_BusRefusal *refusal, void *context) {
+        static_cast<decltype(all) *>(context)->emplace(refusal->user, *refusal);
+    };
+    TAV_Posix_BusVisitRefusals(port.get(), visit, &all);
+    return all;
+}
+
+/** Starts a process of a user that sends to component 7 without pause, as a component, until it is killed. */
+pid_t StartFlood(uint32_t from, uid_t user) {
+    const pid_t flooder = fork();
+    if (flooder != 0) {
+        return flooder;
+    }
+    const Bytes data = Join({Host32(kMagic), Host16(1), Host16(0), Host32(from), Host32(7), Filled(100, 0)});
+    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (const bool isUser = setuid(user) == 0; isUser;) {
+        sendto(sender, data.data(), data.size(), MSG_DONTWAIT, AddressOf(7), sizeof(sockaddr_un));
+    }
+    _exit(1);
+}
+
+/** One who sends without pause, refused or not, costs others no message: here one who sends 100 in a second. */
+TEST_F(Bus, AFloodTakesNothingFromOthers) {
+    const Port other = Bind(9);
+    std::filesystem::permissions(folder_.Path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(folder_.Path("bus"), std::filesystem::perms(01777));
+    for (const uint32_t from : {9u, 0u}) {  // 0 is refused, from whomever it comes
+        const Port port = Bind(7);
+        std::filesystem::permissions(folder_.Path("bus/7"), std::filesystem::perms(0777));
+        const uid_t user = from == 0 && geteuid() == 0 ? 4711 : geteuid();
+        const uint32_t refusedBefore = Counts().refused;
+        const pid_t flooder = StartFlood(from, user);
+        int64_t failed = 0, received = 0;
+        std::jthread rightful([&] {
+            for (uint32_t size = 16; size < 116; ++size) {
+                failed += Send(8, 7, size) != 0;
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        });
+        void *message = nullptr;
+        uint32_t length = 0;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (received < 100 && std::chrono::steady_clock::now() < end) {
+            if (TAV_Posix_BusReceive(port.get(), 100, &message, &length) == 0) {
+                received += DMS_MsgSendCidGet(message) == 8 && length == 16 + received ? 1 : 0;
+                DMS_MsgFree(7, message);
+            }
+        }
+        rightful.join();
+        kill(flooder, SIGKILL);
+        waitpid(flooder, nullptr, 0);
+        EXPECT_EQ((Codes{failed, received}), (Codes{0, 100})) << from;
+        const TAV_Posix_BusRefusal refused = Refusals(port)[user];
+        EXPECT_EQ(refused.count, Counts().refused - refusedBefore);
+        EXPECT_EQ(refused.process, refused.count > 0 ? flooder : 0);
+        EXPECT_EQ(refused.component, refused.count > 0 ? from : 0);
+        EXPECT_TRUE(from == 9 || refused.count > 0);
+    }
+}
+
+TEST_F(Bus, WhatWaitsIsSharedOutAndAccountedFor) {
+    const Port port = Bind(7);
+    const auto isReady = [&] {
+        pollfd wanted = {TAV_Posix_BusFd(port.get()), POLLIN, 0};
+        return poll(&wanted, 1, 0) == 1;
+    };
+    int64_t sent = 0, received = 0, waiting = 0;
+    for (int round = 0; round < 40; ++round, --waiting) {  // 10 come and 1 is taken: up to 256 of one sender wait
+        for (int i = 0; i < 10; ++i) {
+            ASSERT_EQ(Send(8, 7), 0);
+        }
+        waiting = std::min<int64_t>(waiting + 10, 256);
+        ASSERT_EQ((Codes{Receive(port, 0), isReady()}), (Codes{-8, 1}));
+    }
+    EXPECT_EQ(Counts().refused - before_.refused, 400 - 40 - waiting);
+    EXPECT_EQ(Send(9, 7), 0);
+    for (; waiting > 0; --waiting) {
+        ASSERT_EQ(Receive(port, 0), -8);
+    }
+    EXPECT_EQ((Codes{isReady(), Receive(port, 0), isReady(), Receive(port, 0)}), (Codes{1, -9, 0, ETIMEDOUT}));
+    const TAV_Posix_BusCounts before = Counts();
+    for (uint32_t i = 0; i < 1500; ++i) {  // of five senders: 1024 wait, then the kernel is full
+        sent += Send(10 + i / 300, 7) == 0;
+        received += i % 10 == 0 && Receive(port, 0) < 0;
+    }
+    EXPECT_LT(sent, 1500);
+    while (Receive(port, 0) < 0) {
+        ++received;
+    }
+    EXPECT_EQ(received + Counts().refused - before.refused, sent);
+    EXPECT_EQ((Codes{Send(8, 7), isReady()}), (Codes{0, 1}));  // and is dropped with the port
 }
 
 TEST_F(Bus, AKilledHoldersComponentCanBeBoundAgain) {
