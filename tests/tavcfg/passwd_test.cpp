@@ -77,6 +77,23 @@ TEST_F(PasswdTest, AKeyThatIsMadeIsToldOnce) {
     Refused(1, "key file tav.key (not an absolute path)", WithInput("Secret", "encrypt --context a"));
 }
 
+TEST_F(PasswdTest, LinesMayEndWithACarriageReturn) {
+    const std::string longest(432, 'x');
+    Put("form", Out(WithInput(longest + "\r\n", "passwd hash")));
+    Out(WithInput(longest, "passwd verify --from form"));
+    Refused(1, "does not match", WithInput(longest.substr(1) + "\r", "passwd verify --from form"));  // no end of a line
+    Refused(1, "longer than 432 bytes", WithInput(longest + "\rx", "passwd verify --from form"));
+    Refused(1, "the password is empty", WithInput("\r\n", "passwd hash"));
+    const auto withReturn = [](std::string line) { return line.insert(line.size() - 1, "\r"); };
+    const std::string form = withReturn(Out(WithInput("Secret 1\r\n", "passwd hash")));
+    Put("form", form);
+    Out(WithInput("Secret 1\n", "passwd verify --from form"));
+    Put("forms", form + form);
+    Refused(1, "0xefb", WithInput("Secret 1", "passwd check --history forms"));
+    const std::string cipher = withReturn(Out(WithInput("Secret", "encrypt --context a")));
+    EXPECT_EQ(Out(WithInput(cipher, "decrypt --context a")), "Secret\n");
+}
+
 TEST_F(PasswdTest, CipherTextsGetThePresentKey) {
     const auto encrypt = [&](const std::string &plain, const std::string &context) {
         const std::string line = Out(WithInput(plain, "encrypt --context " + context));

@@ -238,7 +238,8 @@ class Commands {
         check->add_option("--user", check_.user, "user name, which must not be alike")->option_text("NAME");
         check->add_flag("--strict", check_.isStrict,
                         "8 characters or more of all four kinds, and not alike the user name (default)");
-        check->add_flag("--basic", check_.isBasic, "a digit, an upper-case letter and another character are enough");
+        check->add_flag("--basic", check_.isBasic,
+                        "a digit, an upper-case letter and a character that is neither digit nor letter are enough");
         check->add_option("--history", check_.history, "stored forms of the last passwords, one a line")
             ->option_text("FILE");
         CLI::App *hash = Add(passwd, "hash", "print the stored form of a password", hash_, RunPasswdHash);

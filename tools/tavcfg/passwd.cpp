@@ -81,6 +81,14 @@ std::string FormProblem(const std::string &form, const char *keyContext, bool ta
     return code == 0 ? std::string() : ExplainCipher(code);
 }
 
+/** Takes a carriage return off the end of a line. */
+std::string WithoutReturn(std::string line) {
+    if (line.ends_with('\r')) {
+        line.pop_back();
+    }
+    return line;
+}
+
 /** A password history, as the library wants it. */
 class History {
   public:
@@ -89,7 +97,7 @@ class History {
         std::string text = ReadText(file);
         for (size_t number = 0; !text.empty(); ++number) {
             const size_t end = std::min(text.find('\n'), text.size());
-            Add(file, number, text.substr(0, end));
+            Add(file, number, WithoutReturn(text.substr(0, end)));
             text.erase(0, end + 1);
         }
     }
@@ -123,10 +131,11 @@ std::string StoredForm(const PasswdVerifyOptions &options) {
         return options.form;
     }
     std::string form = ReadText(options.formFile);
-    if (form.ends_with('\n')) {
-        form.pop_back();
+    if (!form.ends_with('\n')) {
+        return form;
     }
-    return form;
+    form.pop_back();
+    return WithoutReturn(form);
 }
 
 }  // namespace

@@ -101,13 +101,16 @@ void Prompt(const std::string &text) {
     }
 }
 
-/** Takes the line feed off, and refuses what is more or less than one line of text. */
+/** Takes the end of the line off, which some systems write with a carriage return, and refuses what is more or less
+ * than one line of text. */
 void CheckLine(const char *what, size_t size, SecretText *text) {
     if (size == 0) {
         throw Failure(fmt::format("there is no {} on standard input", what));
     }
     char *const bytes = text->data();
-    size -= bytes[size - 1] == '\n' ? 1 : 0;
+    if (bytes[size - 1] == '\n') {
+        size -= size > 1 && bytes[size - 2] == '\r' ? 2 : 1;
+    }
     if (size >= TAV_PWD_BUFFER_SIZE) {
         throw Failure(fmt::format("the {} is longer than {} bytes", what, TAV_PWD_BUFFER_SIZE - 1));
     }

@@ -24,20 +24,20 @@ class SecretText {
     /** Length of the text, without its terminator. */
     uint32_t size() const;
 
-    /** Bytes that can be stored, terminator included: a longest line with its line feed, and one more. */
+    /** Bytes that can be stored, terminator included: a longest line with its end, and one more. */
     static constexpr uint32_t capacity() { return sizeof(bytes_); }
 
   private:
-    char bytes_[TAV_PWD_BUFFER_SIZE + 1] = {};
+    char bytes_[TAV_PWD_BUFFER_SIZE + 2] = {};
 };
 
 /** How a text is asked for when standard input is a terminal. */
 enum class Asking { kShown, kHidden, kHiddenTwice };
 
 /**
- * Reads one line, without its line feed, from standard input. From a terminal that is the next line; anything else must
- * hold no further one. No buffer but the given one sees the text. Throws Failure, also for a line of
- * TAV_PWD_BUFFER_SIZE bytes and more and for a zero byte.
+ * Reads one line, without its end (a line feed, perhaps behind a carriage return), from standard input. From a terminal
+ * that is the next line; anything else must hold no further one. No buffer but the given one sees the text. Throws
+ * Failure, also for a line of TAV_PWD_BUFFER_SIZE bytes and more and for a zero byte.
  *
  * @param what    what is asked for, for prompts and messages: "password"
  * @param asking  how
