@@ -77,7 +77,10 @@ void TAV_Posix_MemVisitModules(TAV_Posix_MemModuleVisitor visitor, void *context
 int32_t TAV_Posix_MemVisitBlocks(TAV_Posix_MemBlockVisitor visitor, void *context);
 
 /**
- * Is told of an assertion that failed. When it returns, so does MEL_Assert.
+ * Is told of an assertion that failed. When it returns, so does MEL_Assert, and the library goes on with a state or
+ * event that is not one of the table's: it may then read beyond the table, and call what lies there
+ * (platform/mel_assert.h). So a handler returns only where every table goes on far enough; else it ends the process, or
+ * leaves by longjmp.
  *
  * @param source  name of the source module; valid during the call
  * @param line    source line of the assertion

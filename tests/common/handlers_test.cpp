@@ -51,6 +51,15 @@ TEST_F(HandlerTables, StateStep) {
     EXPECT_EQ(g_asserted, std::vector<uint32_t>{175});
 }
 
+TEST(HandlerTablesDeathTest, NothingOutsideIsReadUnlessAHandlerReturns) {
+    TAV_Posix_SetAssertHandler(nullptr);
+    auto *const states = reinterpret_cast<const TAV_StateHandler *>(64);  // nowhere
+    auto *const table = reinterpret_cast<const FSM_Transition *>(64);
+    uint32_t state = 0;
+    EXPECT_DEATH(TAV_GetMsgHandleByState(1, 3, states, 3), "assertion failed: tav_common line 144");
+    EXPECT_DEATH(FSM_Process(2, &state, table, 2, 0, 0, 0), "assertion failed: tav_common line 175");
+}
+
 TEST(PaddedTlv, BothByteOrders) {
     const Bytes tlvs = Hex("10050005aaaaaaaaaaeeeeee 10000000 10010001aaeeeeee 10040004aaaaaaaa 10050000");
     for (uint8_t total = 0; total < 46; ++total) {
