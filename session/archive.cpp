@@ -64,7 +64,7 @@ Block Unpack(const Block &archive, const std::string &member, const std::string 
     if (status.size == 0 || status.size > TAV_EXT_MAX_FILE_SIZE) {
         refuse(fmt::format("the archive's member has {} bytes, it must have 1 byte to 100 MiB", status.size));
     }
-    Block block = Block::OfSize(static_cast<size_t>(status.size));
+    Block block(static_cast<size_t>(status.size));
     const Member content(zip_fopen_index(opened.get(), 0, 0));
     char beyond = 0;
     const bool isWhole =

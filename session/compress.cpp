@@ -23,7 +23,7 @@ struct Free {
 
 Block Compress(std::span<const uint8_t> bytes) {
     const std::unique_ptr<ZSTD_CCtx, Free> context(ZSTD_createCCtx());
-    Block block = Block::OfSize(ZSTD_compressBound(bytes.size()));
+    Block block(ZSTD_compressBound(bytes.size()));
     if (context == nullptr) {
         throw std::bad_alloc();
     }
@@ -41,7 +41,7 @@ Block Decompress(const Block &compressed, const std::string &place) {
     if (size > TAV_EXT_MAX_FILE_SIZE) {  // an error, too, is such a number
         throw tav::Error(TAV_ERR_INVALID, place, "this copy is damaged");
     }
-    Block block = Block::OfSize(static_cast<size_t>(size));
+    Block block(static_cast<size_t>(size));
     if (ZSTD_decompress(block.bytes.get(), block.size, compressed.bytes.get(), compressed.size) != block.size) {
         throw tav::Error(TAV_ERR_INVALID, place, "this copy is damaged");
     }

@@ -50,7 +50,7 @@ std::optional<struct stat> StatusOf(const std::string &path) {
 }
 
 Block ReadAll(const Descriptor &file, size_t size, const std::string &place) {
-    Block block = Block::OfSize(size);
+    Block block(size);
     for (size_t done = 0; done < size;) {
         const ssize_t got = Retry([&] { return read(file.Get(), &block.bytes[done], size - done); });
         if (got < 0) {

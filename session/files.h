@@ -77,7 +77,8 @@ struct Block {
     std::unique_ptr<uint8_t[]> bytes;
     size_t size = 0;
 
-    static Block OfSize(size_t size) { return {std::make_unique_for_overwrite<uint8_t[]>(size), size}; }
+    Block() = default;
+    explicit Block(size_t length) : bytes(new uint8_t[length]), size(length) {}  // whose bytes are not set yet
     std::span<const uint8_t> View() const { return {bytes.get(), size}; }
 };
 

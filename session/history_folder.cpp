@@ -54,7 +54,7 @@ Index HistoryFolder::Settle(const std::string &checksum) const {
     } else if (next) {
         DropNext();
     }
-    const Index index = ReadIndex(Path(kIndex)).value_or(Index());
+    Index index = ReadIndex(Path(kIndex)).value_or(Index());
     RemoveUnnamed(index);
     return index;
 }

@@ -216,7 +216,7 @@ BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::st
     if (bodySize > TAV_EXT_MAX_FILE_SIZE - headSize) {
         throw tav::Error(TAV_ERR_REFUSED, place, "it would be larger than 100 MiB");
     }
-    BuiltImage built{Block::OfSize(headSize + bodySize), {}};
+    BuiltImage built{Block(headSize + bodySize), {}};
     uint8_t *const bytes = built.image.bytes.get();
     uint32_t code = TAV_BuildExtCfgFileBody(store.Get(), bytes + headSize, bodySize);
     if (code == TAV_OK) {
