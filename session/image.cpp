@@ -113,7 +113,7 @@ std::string Diagnose(const Block &image, const Refer &refer, uint32_t code) {
     if (ChecksumIn(*head, EXT_TLV_CHECKSUM) != ChecksumOf(body)) {
         return "checksum mismatch: it is damaged, or was written only in part";
     }
-    if (const std::string problem = refer.ignore ? "" : ReferProblem(*head, refer); !problem.empty()) {
+    if (std::string problem = refer.ignore ? "" : ReferProblem(*head, refer); !problem.empty()) {
         return problem;
     }
     return fmt::format("its records do not load: {}", ProductWords(code));
