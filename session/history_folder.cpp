@@ -46,8 +46,13 @@ Index HistoryFolder::Read() const {
 }
 
 Index HistoryFolder::Settle(const std::string &checksum) const {
-    if (!Exists(place_.History())) {
+    const std::optional<struct stat> folder = StatusOf(place_.History());
+    if (!folder) {
         return {};
+    }
+    if (!S_ISDIR(folder->st_mode)) {
+        throw tav::Error(TAV_ERR_INVALID, place_.given,
+                         place_.History() + " is no folder with a history; move it aside");
     }
     if (const std::optional<Index> next = ReadIndex(Path(kNext)); next && HasComeTrue(*next, checksum)) {
         TakeNext();
@@ -60,7 +65,7 @@ Index HistoryFolder::Settle(const std::string &checksum) const {
 }
 
 void HistoryFolder::RemoveUnnamed(const Index &index) const {
-    std::set<std::string> named{kIndex};
+    std::set<std::string> named;
     for (const tav::HistoryCommit &commit : index.commits) {
         named.insert(CopyOf(commit));
     }
@@ -70,7 +75,9 @@ void HistoryFolder::RemoveUnnamed(const Index &index) const {
     std::error_code error;
     std::set<fs::path> unnamed;
     for (const auto &entry : fs::directory_iterator(place_.History(), error)) {
-        if (!named.contains(entry.path().filename())) {
+        const std::string name = entry.path().filename();
+        const bool isOurs = name.ends_with(".zst") || name == kDraft;
+        if (isOurs && !named.contains(name)) {
             unnamed.insert(entry.path());
         }
     }

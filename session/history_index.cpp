@@ -73,6 +73,12 @@ Index IndexFrom(const json &form) {
     }
     for (const json &checkpoint : form.at("checkpoints")) {
         index.checkpoints.push_back({checkpoint.at("name"), NoteFrom(checkpoint), checkpoint.at("checksum")});
+        if (index.checkpoints.back().name.find('/') != std::string::npos) {  // it would name a file elsewhere
+            throw std::runtime_error("a checkpoint's name is none");
+        }
+    }
+    if (index.isOn && index.keep == 0) {
+        throw std::runtime_error("it keeps nothing");
     }
     return index;
 }

@@ -37,24 +37,38 @@ void RequireWritableFolder(const Place &place) {
     }
 }
 
-/** Opens the lock file, and makes it when it is not there: for those who may write the file, and for nobody else. */
+/** Lets those lock the file who may write it, and nobody else. Where that fails, others may have to wait for its owner.
+ */
+void ShareLikeTheFile(const Descriptor &lock, const struct stat &status, const Place &place) {
+    const std::optional<struct stat> like = StatusOf(place.Path());
+    if (!like) {
+        return;
+    }
+    if (status.st_uid != like->st_uid || status.st_gid != like->st_gid) {
+        static_cast<void>(!fchown(lock.Get(), like->st_uid, like->st_gid));
+    }
+    if (const mode_t mode = (like->st_mode & 0666) | S_IRUSR | S_IWUSR; (status.st_mode & 07777) != mode) {
+        static_cast<void>(fchmod(lock.Get(), mode));
+    }
+}
+
+/** Opens the lock file, and makes it when it is not there. */
 Descriptor OpenLockFile(const Place &place) {
     RequireWritableFolder(place);
     const std::string path = place.LockFile();
     constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
     Descriptor file = OpenFile(path, kFlags);
-    if (!file && errno == ENOENT) {
-        const std::optional<struct stat> like = StatusOf(place.Path());
+    if (!file && errno == ENOENT) {  // where all may write, the kernel may refuse to "create" what others have made
         file = OpenFile(path, kFlags | O_CREAT, 0640);
-        if (file && like) {
-            // Where that fails, others may have to wait for an administrator, but nobody gets in who should not.
-            static_cast<void>(fchown(file.Get(), like->st_uid, like->st_gid));
-            static_cast<void>(fchmod(file.Get(), (like->st_mode & 0666) | S_IRUSR | S_IWUSR));
-        }
     }
-    if (!file) {
+    struct stat status {};
+    if (!file || fstat(file.Get(), &status) != 0) {
         FailOfSystem(TAV_ERR_OPEN, place.given, "its lock file " + path + " cannot be opened");
     }
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {  // whose content and owner are not ours to change
+        throw tav::Error(TAV_ERR_OPEN, place.given, "its lock file " + path + " is another kind of file; remove it");
+    }
+    ShareLikeTheFile(file, status, place);
     return file;
 }
 

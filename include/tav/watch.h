@@ -41,7 +41,7 @@ class TAV_VISIBLE Watch {
      * TAV_ERR_BACKUP or TAV_ERR_INVALID when the file has changed and does not load, and the watch may go on;
      * TAV_ERR_OPEN when its folder is gone or it cannot be read.
      *
-     * @param timeout  how long to wait at most; nothing for ever. A signal that is handled ends the waiting as well
+     * @param timeout  how long to wait for a change at most; nothing for ever. A signal that is handled ends it as well
      * @return whether the content has changed
      */
     bool Wait(std::optional<std::chrono::milliseconds> timeout = {});

@@ -111,12 +111,21 @@ TEST_P(HistoryTest, DamageIsSeen) {
         WriteFile(Hidden("1.zst"), damaged);
         EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(1); }).Code(), TAV_ERR_INVALID) << at;
     }
-    for (const char *index : {"", "{", "{}", R"({"version":2})", R"({"version":1,"on":5})", "[]"}) {
+    for (const char *index : {"", "{", "{}", R"({"version":2})", R"({"version":1,"on":5})", "[]",
+                              R"({"version":1,"on":true,"keep":0,"next":1,"commits":[],"checkpoints":[]})",
+                              R"({"version":1,"on":false,"keep":0,"next":1,"commits":[],"checkpoints":[{"name":"../x",
+                                  "time":0,"user":"","program":"","comment":"","checksum":""}]})"}) {
         WriteFile(Hidden("index"), Text(index));
         const tav::Error error = ErrorOf([&] { SetEntry(path_, 1, 2); });
         EXPECT_EQ(error.Code(), TAV_ERR_INVALID) << index;
         EXPECT_THAT(error.what(), HasSubstr("move its folder aside")) << index;
     }
+    fs::remove_all(Hidden());
+    fs::create_directory(folder_.Path("other"));
+    WriteFile(folder_.Path("other/1.zst"), Text("somebody else's"));
+    fs::create_directory_symlink("other", Hidden());
+    EXPECT_EQ(ErrorOf([&] { SetEntry(path_, 1, 2); }).Code(), TAV_ERR_INVALID);
+    EXPECT_TRUE(FileExists(folder_.Path("other/1.zst")));
 }
 
 }  // namespace

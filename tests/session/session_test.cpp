@@ -204,6 +204,8 @@ TEST(Session, RefusesClearly) {
     fs::create_directories(folder.Path(".locked.dat.lock"));
     fs::copy(path, folder.Path("locked.dat"));
     fs::create_symlink("circle", folder.Path("circle"));
+    fs::copy(path, folder.Path("linked.dat"));
+    fs::create_hard_link(path, folder.Path(".linked.dat.lock"));
     std::this_thread::sleep_for(milliseconds(260));  // what has just been written may still be going to be whole
     const struct {
         const char *name;
@@ -219,6 +221,7 @@ TEST(Session, RefusesClearly) {
         {"b.zip", TAV_ERR_INVALID, "member is named a.zip.dat, not b.zip.dat"},
         {"dir.dat", TAV_ERR_INVALID, "it is a folder"},
         {"locked.dat", TAV_ERR_OPEN, ".locked.dat.lock cannot be opened: Is a directory"},
+        {"linked.dat", TAV_ERR_OPEN, ".linked.dat.lock is another kind of file"},
         {"circle", TAV_ERR_OPEN, "Too many levels of symbolic links"},
         {"", TAV_ERR_INVALID, ""},
         {"x.dat/", TAV_ERR_INVALID, "this names a folder"},
@@ -260,12 +263,13 @@ TEST(Session, RefusesWithoutPermissionBeforeAnythingIsDone) {
     chown(path.c_str(), 4321, 4322);
     tryAsUser(0755, "nothing can be written in its folder");
     EXPECT_FALSE(FileExists(folder.Path(".x.dat.lock")));
-    SetEntry(path, 1, 10);  // leaves a lock file
+    SetEntry(path, 1, 10);  // leaves a lock file, as open as the file
+    EXPECT_EQ(fs::status(folder.Path(".x.dat.lock")).permissions(), fs::perms{0644});
+    chmod(path.c_str(), 0660);
+    SetEntry(path, 1, 10);
+    EXPECT_EQ(fs::status(folder.Path(".x.dat.lock")).permissions(), fs::perms{0660});
+    chmod(path.c_str(), 0644);
     tryAsUser(0755, "nothing can be written in its folder");
-    fs::create_directory(folder.Path("other"));
-    fs::rename(path, folder.Path("other/x.dat"));
-    fs::rename(folder.Path("other/x.dat"), path);
-    fs::remove(folder.Path("other"));
     chown(path.c_str(), 0, 0);
     chmod(path.c_str(), 0666);
     chmod(folder.Path().c_str(), 0777);
