@@ -19,6 +19,29 @@ tav::ChangeCounts Count(const tav::Store &before, const tav::Store &after) {
     return counts;
 }
 
+/** What a commit replaces. */
+struct Former {
+    Block image;
+    tav::Store content;
+};
+
+/** Reads the file. Nothing when there is none, or it holds nothing that loads and is replaced all the same. */
+std::optional<Former> ReadFormer(const Place &place) {
+    try {
+        std::optional<ReadImage> read = ReadImageOf(place.Path(), place.IsArchive() ? place.Member() : "", place.given);
+        if (!read) {
+            return {};
+        }
+        tav::Store content = ParseBody(read->image, "", {}, place.given);
+        return Former{std::move(read->image), std::move(content)};
+    } catch (const tav::Error &error) {
+        if (error.Code() != TAV_ERR_INVALID) {
+            throw;
+        }
+        return {};
+    }
+}
+
 }  // namespace
 
 void Recorder::Prepare(const tav::Store &after, const std::string &checksum, const std::string &comment,
@@ -26,12 +49,12 @@ void Recorder::Prepare(const tav::Store &after, const std::string &checksum, con
     if (!index_->isOn) {
         return;
     }
-    std::optional<ReadImage> former =
-        ReadImageOf(place_.Path(), place_.IsArchive() ? place_.Member() : "", place_.given);
+    const std::optional<Former> former = ReadFormer(place_);
     const struct stat like = StatusOf(place_.Path()).value_or(newLike);
-    const tav::Store before = former ? ParseBody(former->image, "", {}, place_.given) : tav::Store::New("");
+    const tav::Store nothing = tav::Store::New("");
+    const tav::ChangeCounts counts = Count(former ? former->content : nothing, after);
     next_ = *index_;
-    next_.commits.push_back({next_.next++, NoteNow(comment), checksum, Count(before, after), former.has_value()});
+    next_.commits.push_back({next_.next++, NoteNow(comment), checksum, counts, former.has_value()});
     while (next_.commits.size() > next_.keep) {
         dropped_.push_back(HistoryFolder::CopyOf(next_.commits.front()));
         next_.commits.erase(next_.commits.begin());

@@ -75,16 +75,29 @@ struct Session::State {
           lock((RequireUsable(place, options.create), place), until),
           store(tav::Store::New(place.Path(), refer.path)) {
         session::Draft::RemoveLeftover(place);
-        std::optional<session::Loaded> loaded = session::Load(place, refer, until);
-        if (!loaded && !options.create) {
-            RefuseMissing(place);
-        }
-        if (loaded) {
-            store = std::move(loaded->content.store);
-            checksums = loaded->content.checksums;
-            identity = loaded->identity;
-        }
+        Load(options);
         index = session::HistoryFolder(place).Settle(checksums ? session::ToHex(checksums->body) : "");
+    }
+
+    void Load(const SessionOptions &options) {
+        try {
+            std::optional<session::Loaded> loaded = session::Load(place, refer, until);
+            if (!loaded && !options.create) {
+                RefuseMissing(place);
+            }
+            if (loaded) {
+                checksums = loaded->content.checksums;
+                identity = loaded->identity;
+            }
+            if (loaded && !options.replace) {
+                store = std::move(loaded->content.store);
+            }
+        } catch (const Error &error) {
+            if (!options.replace || error.Code() != TAV_ERR_INVALID) {
+                throw;
+            }
+            identity = session::IdentityOf(session::StatusOf(path));
+        }
     }
 
     /** Throws when the file is no longer the one that was loaded. */
@@ -136,7 +149,7 @@ struct Session::State {
     const session::Clock::time_point until;
     session::HeldLock lock;
     tav::Store store;
-    std::optional<session::Checksums> checksums;  // of the file as it is; nothing while there is none
+    std::optional<session::Checksums> checksums;  // of the file as it is; nothing when there is none that loads
     session::Index index;                         // of its history
     session::Identity identity;                   // of the file as it is
 };
@@ -154,7 +167,7 @@ Store &Session::Store() {
 }
 
 bool Session::IsNew() const {
-    return !state_->checksums;
+    return state_->identity == session::Identity();
 }
 
 const std::string &Session::Path() const {
@@ -164,7 +177,7 @@ const std::string &Session::Path() const {
 bool Session::Commit(const std::string &comment) {
     const session::BuiltImage next = session::BuildImage(state_->store, state_->refer, state_->place.given);
     const bool isEmpty = next.image.size == 0;
-    const bool isSame = isEmpty ? !state_->checksums : state_->checksums == next.checksums;
+    const bool isSame = isEmpty ? IsNew() : state_->checksums == next.checksums;
     if (isSame) {
         return false;
     }

@@ -37,7 +37,7 @@ struct HistoryCommit {
     Note note;
     std::string checksum; /**< of the content that it brought, as Snapshot::Checksum; empty when it deleted the file */
     ChangeCounts counts;  /**< of records */
-    bool hadFile = false; /**< whether there was a file before it */
+    bool hadFile = false; /**< whether there was a file before it, that loaded */
 };
 
 /** A named state of the file. */

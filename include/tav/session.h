@@ -35,6 +35,7 @@ struct SessionOptions {
     bool ignoreRefer = false;             /**< as for reading; a commit binds the file to `refer`, or to none */
     std::chrono::milliseconds wait{5000}; /**< how long to wait, for the lock, too */
     bool create = false;                  /**< a file that is not there is made by the first commit */
+    bool replace = false;                 /**< start empty, also where the file does not load; but keep what it is */
 };
 
 /** The lock of a file alone, for a program that loads and flushes by itself. Held as long as the object lives. */
@@ -85,8 +86,8 @@ class TAV_VISIBLE Session {
     /**
      * Takes the lock and loads the file. Links are resolved first: the session is on the real file. Throws Error:
      * TAV_ERR_LOCKED, naming the process that holds the lock; TAV_ERR_BACKUP; TAV_ERR_MISSING for a file that is not
-     * there and may not be created; TAV_ERR_INVALID when the file does not load or is no regular file; TAV_ERR_OPEN
-     * when folder, lock file or file cannot be opened or may not be written.
+     * there and may not be created; TAV_ERR_INVALID when the file does not load (and is not to be replaced) or is no
+     * regular file; TAV_ERR_OPEN when folder, lock file or file cannot be opened or may not be written.
      *
      * @param path  the file; an archive when its real name ends in ".zip"
      */
@@ -101,7 +102,7 @@ class TAV_VISIBLE Session {
      */
     tav::Store &Store();
 
-    /** Whether no file was there when the session was opened, or when it was committed last. */
+    /** Whether there is no file yet, or no longer: the next commit makes one. */
     bool IsNew() const;
 
     /** The real file's absolute path. */

@@ -104,12 +104,20 @@ TEST_P(HistoryTest, DamageIsSeen) {
     MakeFile(path_, {{1, 0}});
     tav::History::Start(path_);
     SetEntry(path_, 1, 1);
+    WriteFile(path_, Text("no configuration file"));
+    {
+        tav::Session session(path_, {.replace = true});
+        session.Store() = tav::History(path_).Before(1);
+        session.Commit();
+    }
+    EXPECT_FALSE(tav::History(path_).Commits().back().hadFile);
+    EXPECT_EQ(EntriesOf(tav::History(path_).Before(2)), (Entries{{1, 0}}));
     Bytes copy = ReadFile(Hidden("1.zst"));
     for (const size_t at : {size_t{5}, copy.size() / 2, copy.size() - 1}) {
         Bytes damaged = copy;
         damaged[at] ^= 0x10;
         WriteFile(Hidden("1.zst"), damaged);
-        EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(1); }).Code(), TAV_ERR_INVALID) << at;
+        EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(2); }).Code(), TAV_ERR_INVALID) << at;
     }
     for (const char *index : {"", "{", "{}", R"({"version":2})", R"({"version":1,"on":5})", "[]",
                               R"({"version":1,"on":true,"keep":0,"next":1,"commits":[],"checkpoints":[]})",

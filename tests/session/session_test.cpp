@@ -188,6 +188,28 @@ TEST(Session, BindsToARefersFileAnew) {
     EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
 }
 
+TEST_P(SessionTest, ReplacesWhatDoesNotLoadWhenTold) {
+    for (const bool isEmpty : {false, true}) {
+        WriteFile(path_, Text("no configuration file"));
+        chmod(path_.c_str(), 0604);
+        EXPECT_EQ(ErrorOf([&] { tav::Session session(path_); }).Code(), TAV_ERR_INVALID);
+        tav::Session session(path_, {.replace = true});
+        EXPECT_FALSE(session.IsNew());
+        if (!isEmpty) {
+            session.Store().Add(0, Entry(1, 10));
+        }
+        EXPECT_TRUE(session.Commit());
+        EXPECT_EQ(fs::status(path_).permissions(), isEmpty ? fs::perms::unknown : fs::perms{0604});
+    }
+    MakeFile(path_, {{1, 10}});
+    tav::Session session(path_, {.replace = true});
+    session.Store().Add(0, Entry(1, 10));
+    EXPECT_FALSE(session.Commit()) << "the same";
+    session.Store().Add(0, Entry(2, 20));
+    EXPECT_TRUE(session.Commit());
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
+}
+
 TEST(Session, RefusesClearly) {
     const NothingLeaks nothingLeaks;
     const TempFolder folder;
