@@ -11,11 +11,11 @@ namespace {
 
 /** What changing the record of InPlace calls: the values in the order of the change, then the head. */
 const std::vector<std::string> kCalls = {
-    "Stat a.dat",      "FOpen a.dat rb", "FRead 323", "FClose", "Digest 243",                // read and checked
-    "FOpen a.dat rb+", "FSeek 319",      "FWrite 4",  "FFlush", "FClose",                    // field 19
-    "FOpen a.dat rb+", "FSeek 306",      "FWrite 5",  "FFlush", "FClose",                    // field 12
-    "FOpen a.dat rb+", "FSeek 284",      "FWrite 2",  "FFlush", "FClose",     "Digest 243",  // field 15
-    "FOpen a.dat rb+", "FSeek 0",        "FWrite 80", "FFlush", "FClose"};
+    "Stat a.dat",      "FOpen a.dat rb", "FRead 323", "FClose", "Digest 243 33",                   // read and checked
+    "FOpen a.dat rb+", "FSeek 319 0",    "FWrite 4",  "FFlush", "FClose",                          // field 19
+    "FOpen a.dat rb+", "FSeek 306 0",    "FWrite 5",  "FFlush", "FClose",                          // field 12
+    "FOpen a.dat rb+", "FSeek 284 0",    "FWrite 2",  "FFlush", "FClose",        "Digest 243 33",  // field 15
+    "FOpen a.dat rb+", "FSeek 0 0",      "FWrite 80", "FFlush", "FClose"};
 
 /** A file of two VS with records of the same keys, so that a wrong VS, class or record shows. */
 class InPlace : public testing::Test {

@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <sstream>
+#include <unordered_map>
 
 #include "platform/bex_crypt.h"
 #include "platform/bex_string.h"
@@ -22,6 +23,8 @@
 namespace interposer {
 namespace {
 
+constexpr int kPoison = 0xA5;
+
 struct State {
     std::map<Call, uint32_t> counts;
     Call failKind = Call::kOther;
@@ -31,48 +34,83 @@ struct State {
     std::vector<std::string> listed;
     std::string failed;
     std::function<void(const uint8_t *block, uint32_t size)> freeWatcher;
-    std::map<void *, uint32_t> watched;  // blocks to show, and their sizes
 };
 
 State g_state;
-std::set<BEX_VFS_File *> g_logFiles;  // open files of the debug log, which are no part of what is examined
+std::set<BEX_VFS_File *> g_logFiles;            // open files of the debug log, which are no part of what is examined
+std::unordered_map<void *, uint32_t> g_blocks;  // that the library has taken, and their sizes
 unsigned g_depth = 0;  // above 0 inside a platform call: what the platform calls itself is its own affair
 
-/** A call: its kind, and the function that names the kind. */
-struct Here {
-    Here(Call itsKind, const char *name = __builtin_FUNCTION()) : kind(itsKind), function(name) {}
-    Call kind;
-    const char *function;
-};
+/** What a function that fails answers. */
+template <typename Result>
+Result Failure() {
+    if constexpr (std::is_pointer_v<Result>) {
+        return nullptr;
+    } else {
+        return static_cast<Result>(std::is_signed_v<Result> ? -1 : kPlatformCode);
+    }
+}
 
-/** Counts one call from the library, and lists it when it has words for the list. Returns whether it is to fail. */
-template <typename... Words>
-bool Fails(Here call, const Words &...words) {
+/** Writes an argument that the list shows: a name without its folder, or a number. */
+template <typename Argument>
+void Show(std::ostream &out, Argument argument) {
+    if constexpr (std::is_same_v<Argument, const char *>) {
+        const std::string path(argument);
+        out << ' ' << path.substr(path.rfind('/') + 1);
+    } else if constexpr (std::is_arithmetic_v<Argument>) {
+        out << ' ' << argument;
+    }
+}
+
+bool IsListed(Call kind) {
+    return kind >= Call::kOpen && kind <= Call::kOther;
+}
+
+/** Counts one call from the library, and lists it. Returns whether it is to fail. */
+template <typename... Arguments>
+bool Fails(Call kind, const char *function, Arguments... arguments) {
     if (g_depth > 0) {
         return false;
     }
-    ++g_state.counts[call.kind];
-    const bool isOfAny = call.kind != Call::kMemFill;
+    ++g_state.counts[kind];
+    const bool isOfAny = kind != Call::kMemFill;
     g_state.counts[Call::kAny] += isOfAny ? 1 : 0;
-    bool fails = (g_state.failKind == call.kind || (g_state.failKind == Call::kAny && isOfAny)) &&
+    bool fails = (g_state.failKind == kind || (g_state.failKind == Call::kAny && isOfAny)) &&
                  g_state.counts[g_state.failKind] == g_state.failNth;
-    if constexpr (sizeof...(words) > 0) {
+    if (IsListed(kind)) {
+        const std::string name(function);
         std::ostringstream text;
-        const char *blank = "";
-        ((text << blank << words, blank = " "), ...);
+        text << name.substr(name.rfind('_') + 1);
+        (Show(text, arguments), ...);
         fails |= g_state.failPlaces.contains(g_state.listed.size());
         g_state.listed.push_back(text.str());
     }
     if (fails && g_state.failed.empty()) {
-        g_state.failed = call.function;
+        g_state.failed = function;
     }
     return fails;
 }
 
-/** Counts a call that answers 0 or a code, and makes it unless it is to fail; it writes nothing then. */
+/** Makes a call, unless it is to fail: then it does nothing. */
 template <typename Function, typename... Arguments>
-uint32_t CodeOf(Here call, Function next, Arguments... arguments) {
-    return Fails(call) ? kPlatformCode : next(arguments...);
+auto MakeOrFail(Call kind, const char *name, Function next, Arguments... arguments) {
+    return Fails(kind, name, arguments...) ? Failure<decltype(next(arguments...))>() : next(arguments...);
+}
+
+/** Makes a call, which may fail all the same. */
+template <typename Function, typename... Arguments>
+auto MakeAndFail(Call kind, const char *name, Function next, Arguments... arguments) {
+    const auto result = next(arguments...);
+    return Fails(kind, name, arguments...) ? Failure<decltype(next(arguments...))>() : result;
+}
+
+/** Fills a new block, so that it shows what is not set. */
+void *Poisoned(void *block, uint32_t size) {
+    if (block != nullptr) {
+        g_blocks[block] = size;
+        memset(block, kPoison, size);
+    }
+    return block;
 }
 
 std::string Formatted(const char *format, va_list arguments) {
@@ -83,11 +121,6 @@ std::string Formatted(const char *format, va_list arguments) {
 uint32_t CutLength(uint32_t length) {
     uint32_t missing = g_state.missingBytes.value_or((length + 1) / 2);
     return length > missing ? length - missing : 0;
-}
-
-std::string NameOf(const char *path) {
-    std::string whole(path);
-    return whole.substr(whole.rfind('/') + 1);
 }
 
 /** A function of the platform, with everything that it calls in turn left uncounted. */
@@ -151,202 +184,154 @@ const std::vector<std::string> &Listed() {
         return next;                                                                                 \
     }())
 
+// Defines a function of the platform that is made or fails.
+#define STAND_IN(kind, result, function, parameters, ...)                          \
+    result function parameters {                                                   \
+        return MakeOrFail(Call::kind, #function, PLATFORM(function), __VA_ARGS__); \
+    }
+
 extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
-    void *block = Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_Malloc_F)(handle, memPt, size, source, line);
-    if (block != nullptr) {
-        memset(block, 0xA5, size);  // so that it shows what is not set
-    }
-    if (g_state.freeWatcher && block != nullptr) {
-        g_state.watched[block] = size;
-    }
-    return block;
+    return Poisoned(MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_Malloc_F), handle, memPt, size, source, line),
+                    size);
 }
 
 void MEL_Free_F(void *block, const char *source, uint32_t line) {
-    if (auto known = g_state.watched.extract(block)) {
-        g_state.freeWatcher(static_cast<const uint8_t *>(block), known.mapped());
+    if (const auto known = g_blocks.extract(block)) {
+        if (g_state.freeWatcher) {
+            g_state.freeWatcher(static_cast<const uint8_t *>(block), known.mapped());
+        }
+        memset(block, kPoison, known.mapped());
     }
     PLATFORM(MEL_Free_F)(block, source, line);
 }
 
 void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
-    return Fails(Call::kMalloc) ? nullptr : PLATFORM(MEL_MemReAlloc)(handle, memPt, block, size);
+    void *const grown = MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_MemReAlloc), handle, memPt, block, size);
+    if (grown != nullptr) {
+        g_blocks.erase(block);
+        g_blocks[grown] = size;
+    }
+    return grown;
 }
 
 void *MEL_MsgAlloc_F(uint32_t sender, uint32_t size, const char *source, uint32_t line) {
-    return Fails(Call::kMsgAlloc) ? nullptr : PLATFORM(MEL_MsgAlloc_F)(sender, size, source, line);
+    void *const message = MakeOrFail(Call::kMsgAlloc, __func__, PLATFORM(MEL_MsgAlloc_F), sender, size, source, line);
+    return message != nullptr ? memset(message, kPoison, size) : nullptr;
 }
 
 uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t reserved, uint32_t code, void *message, uint32_t length) {
     // A message that cannot be sent is consumed all the same: the bus refuses a length beyond any message's, and frees.
-    return PLATFORM(TAV_AdjustSendMsg)(receiver, reserved, code, message, Fails(Call::kSend) ? UINT32_MAX : length);
+    const bool fails = Fails(Call::kSend, __func__);
+    return PLATFORM(TAV_AdjustSendMsg)(receiver, reserved, code, message, fails ? UINT32_MAX : length);
 }
 
-int memcpy_s(void *dest, size_t destMax, const void *src, size_t count) {
-    return Fails(Call::kMemCopy) ? -1 : PLATFORM(memcpy_s)(dest, destMax, src, count);
-}
-
-int memset_s(void *dest, size_t destMax, int value, size_t count) {
-    return Fails(Call::kMemFill) ? -1 : PLATFORM(memset_s)(dest, destMax, value, count);
-}
-
-int strncpy_s(char *dest, size_t destMax, const char *src, size_t count) {
-    return Fails(Call::kStrNCopy) ? -1 : PLATFORM(strncpy_s)(dest, destMax, src, count);
-}
+STAND_IN(kMemCopy, int, memcpy_s, (void *to, size_t room, const void *from, size_t count), to, room, from, count)
+STAND_IN(kMemFill, int, memset_s, (void *to, size_t room, int value, size_t count), to, room, value, count)
+STAND_IN(kStrNCopy, int, strncpy_s, (char *to, size_t room, const char *from, size_t count), to, room, from, count)
+STAND_IN(kUnlisted, int, strcpy_s, (char *to, size_t room, const char *from), to, room, from)
 
 BEX_VFS_File *BEX_VFS_FOpen(const char *path, const char *mode) {
-    if (*mode == 'a') {
-        return Fails(Call::kUnlisted) ? nullptr : *g_logFiles.insert(PLATFORM(BEX_VFS_FOpen)(path, mode)).first;
+    const bool isLog = *mode == 'a';
+    BEX_VFS_File *const file =
+        MakeOrFail(isLog ? Call::kUnlisted : Call::kOpen, __func__, PLATFORM(BEX_VFS_FOpen), path, mode);
+    if (isLog && file != nullptr) {
+        g_logFiles.insert(file);
     }
-    return Fails(Call::kOpen, "FOpen", NameOf(path), mode) ? nullptr : PLATFORM(BEX_VFS_FOpen)(path, mode);
+    return file;
 }
 
 uint32_t BEX_VFS_FRead(void *buffer, uint32_t size, uint32_t count, BEX_VFS_File *file) {
-    bool fails = Fails(Call::kRead, "FRead", size * count);
+    const bool fails = Fails(Call::kRead, __func__, size * count);
     return PLATFORM(BEX_VFS_FRead)(buffer, fails ? CutLength(size * count) : size, count, file);
 }
 
 uint32_t BEX_VFS_FWrite(const void *buffer, uint32_t size, uint32_t count, BEX_VFS_File *file) {
-    bool fails = Fails(Call::kWrite, "FWrite", size * count);
+    const bool fails = Fails(Call::kWrite, __func__, size * count);
     return PLATFORM(BEX_VFS_FWrite)(buffer, fails ? CutLength(size * count) : size, count, file);
 }
 
-int32_t BEX_VFS_FSeek(BEX_VFS_File *file, int32_t offset, int32_t origin) {
-    return Fails(Call::kSeek, "FSeek", offset) ? -1 : PLATFORM(BEX_VFS_FSeek)(file, offset, origin);
-}
+STAND_IN(kSeek, int32_t, BEX_VFS_FSeek, (BEX_VFS_File * file, int32_t offset, int32_t origin), file, offset, origin)
+STAND_IN(kUnlisted, int32_t, BEX_VFS_FTell, (BEX_VFS_File * file), file)
 
 int32_t BEX_VFS_FFlush(BEX_VFS_File *file) {
-    int32_t result = PLATFORM(BEX_VFS_FFlush)(file);
-    return Fails(Call::kOther, "FFlush") ? -1 : result;
+    return MakeAndFail(Call::kOther, __func__, PLATFORM(BEX_VFS_FFlush), file);
 }
 
 int32_t BEX_VFS_FClose(BEX_VFS_File *file) {
-    bool fails = g_logFiles.erase(file) > 0 ? Fails(Call::kLogClose) : Fails(Call::kClose, "FClose");
-    int32_t result = PLATFORM(BEX_VFS_FClose)(file);
-    return fails ? -1 : result;
+    const bool isLog = g_logFiles.erase(file) > 0;
+    return MakeAndFail(isLog ? Call::kLogClose : Call::kClose, __func__, PLATFORM(BEX_VFS_FClose), file);
 }
 
-uint32_t BEX_VFS_Stat(const char *path, BEX_VFS_StatInfo *info) {
-    return Fails(Call::kStat, "Stat", NameOf(path)) ? kPlatformCode : PLATFORM(BEX_VFS_Stat)(path, info);
-}
-
-uint32_t BEX_VFS_MoveFile(const char *from, const char *to) {
-    return Fails(Call::kMove, "Move", NameOf(from), NameOf(to)) ? kPlatformCode : PLATFORM(BEX_VFS_MoveFile)(from, to);
-}
-
-uint32_t BEX_VFS_DeleteFile(const char *path) {
-    return Fails(Call::kOther, "Delete", NameOf(path)) ? kPlatformCode : PLATFORM(BEX_VFS_DeleteFile)(path);
-}
+STAND_IN(kStat, uint32_t, BEX_VFS_Stat, (const char *path, BEX_VFS_StatInfo *info), path, info)
+STAND_IN(kMove, uint32_t, BEX_VFS_MoveFile, (const char *from, const char *to), from, to)
+STAND_IN(kOther, uint32_t, BEX_VFS_DeleteFile, (const char *path), path)
+STAND_IN(kOther, uint32_t, BEX_VFS_SetFileModeEx, (const char *path, uint32_t mode), path, mode)
+STAND_IN(kOther, uint32_t, P_MEL_Chown2MEL, (const char *path, uint32_t flags), path, flags)
+STAND_IN(kOther, uint32_t, P_MEL_Mkdir, (const char *path, uint32_t mode), path, mode)
 
 uint32_t BEX_VFS_IsFileExist(const char *path) {
-    return Fails(Call::kOther, "Exists", NameOf(path)) ? 0 : PLATFORM(BEX_VFS_IsFileExist)(path);
+    return Fails(Call::kOther, __func__, path) ? 0 : PLATFORM(BEX_VFS_IsFileExist)(path);
 }
 
 uint32_t BEX_VFS_IsDirExist(const char *path) {
-    return Fails(Call::kOther, "DirExists", NameOf(path)) ? 0 : PLATFORM(BEX_VFS_IsDirExist)(path);
-}
-
-uint32_t P_MEL_Mkdir(const char *path, uint32_t mode) {
-    return Fails(Call::kOther, "Mkdir", NameOf(path), mode) ? kPlatformCode : PLATFORM(P_MEL_Mkdir)(path, mode);
+    return Fails(Call::kOther, __func__, path) ? 0 : PLATFORM(BEX_VFS_IsDirExist)(path);
 }
 
 uint32_t BEX_DeleteDir(const char *path) {
-    uint32_t result = PLATFORM(BEX_DeleteDir)(path);
-    return Fails(Call::kOther, "DeleteDir", NameOf(path)) ? kPlatformCode : result;
+    return MakeAndFail(Call::kOther, __func__, PLATFORM(BEX_DeleteDir), path);
 }
 
-uint32_t BEX_VFS_FindFirst(const char *pattern, BEX_VFS_Find **search, BEX_VFS_FindEntry *entry) {
-    return Fails(Call::kOther, "FindFirst", NameOf(pattern)) ? kPlatformCode
-                                                             : PLATFORM(BEX_VFS_FindFirst)(pattern, search, entry);
-}
-
-uint32_t BEX_VFS_FindNext(BEX_VFS_Find *search, BEX_VFS_FindEntry *entry) {
-    return Fails(Call::kOther, "FindNext") ? kPlatformCode : PLATFORM(BEX_VFS_FindNext)(search, entry);
-}
+STAND_IN(kOther, uint32_t, BEX_VFS_FindFirst, (const char *pattern, BEX_VFS_Find **search, BEX_VFS_FindEntry *entry),
+         pattern, search, entry)
+STAND_IN(kOther, uint32_t, BEX_VFS_FindNext, (BEX_VFS_Find * search, BEX_VFS_FindEntry *entry), search, entry)
 
 void BEX_VFS_FindClose(BEX_VFS_Find *search) {
-    Fails(Call::kOther, "FindClose");
+    Fails(Call::kOther, __func__);
     PLATFORM(BEX_VFS_FindClose)(search);
-}
-
-uint32_t BEX_VFS_SetFileModeEx(const char *path, uint32_t mode) {
-    return Fails(Call::kOther, "SetMode", NameOf(path), mode) ? kPlatformCode
-                                                              : PLATFORM(BEX_VFS_SetFileModeEx)(path, mode);
-}
-
-uint32_t P_MEL_Chown2MEL(const char *path, uint32_t flags) {
-    return Fails(Call::kOther, "Chown", NameOf(path), flags) ? kPlatformCode : PLATFORM(P_MEL_Chown2MEL)(path, flags);
 }
 
 uint32_t BEX_ZipBuffer(uint32_t length, const void *data, const char *member, const char *archive, uint32_t flags,
                        int32_t level) {
-    if (Fails(Call::kOther, "Zip", length, NameOf(member), NameOf(archive), flags, level)) {
+    if (Fails(Call::kOther, __func__, length, member, archive, flags, level)) {
         std::ofstream(archive, std::ios::binary) << "half an archive";
         return kPlatformCode;
     }
     return PLATFORM(BEX_ZipBuffer)(length, data, member, archive, flags, level);
 }
 
-uint32_t BEX_UnzipGetNumofFiles(const char *archive, uint16_t *count) {
-    return Fails(Call::kZipCount, "ZipCount", NameOf(archive)) ? kPlatformCode
-                                                               : PLATFORM(BEX_UnzipGetNumofFiles)(archive, count);
-}
-
-uint32_t ZIP_GetUncompressSize(const char *member, const char *archive, uint32_t *size) {
-    return Fails(Call::kZipSize, "ZipSize", NameOf(member), NameOf(archive))
-               ? kPlatformCode
-               : PLATFORM(ZIP_GetUncompressSize)(member, archive, size);
-}
-
-uint32_t BEX_UnzipToBuffer(uint32_t size, void *buffer, const char *member, const char *archive) {
-    return Fails(Call::kUnzip, "Unzip", size, NameOf(member), NameOf(archive))
-               ? kPlatformCode
-               : PLATFORM(BEX_UnzipToBuffer)(size, buffer, member, archive);
-}
+STAND_IN(kZipCount, uint32_t, BEX_UnzipGetNumofFiles, (const char *archive, uint16_t *count), archive, count)
+STAND_IN(kZipSize, uint32_t, ZIP_GetUncompressSize, (const char *member, const char *archive, uint32_t *size), member,
+         archive, size)
+STAND_IN(kUnzip, uint32_t, BEX_UnzipToBuffer, (uint32_t size, void *buffer, const char *member, const char *archive),
+         size, buffer, member, archive)
 
 uint32_t BEX_Unzip(const char *archive, const char *folder) {
-    uint32_t result = PLATFORM(BEX_Unzip)(archive, folder);
-    return Fails(Call::kOther, "UnzipAll", NameOf(archive)) ? kPlatformCode : result;
+    return MakeAndFail(Call::kOther, __func__, PLATFORM(BEX_Unzip), archive, folder);
 }
 
-BEX_UnzipFile *BEX_UnzipFileOpen(const char *member, const char *archive, uint32_t flags) {
-    return Fails(Call::kOther, "UnzipOpen", member, NameOf(archive), flags)
-               ? nullptr
-               : PLATFORM(BEX_UnzipFileOpen)(member, archive, flags);
-}
-
-uint32_t BEX_UnzipFileRead(BEX_UnzipFile *file, void **buffer, uint32_t *length) {
-    return Fails(Call::kOther, "UnzipRead") ? kPlatformCode : PLATFORM(BEX_UnzipFileRead)(file, buffer, length);
-}
+STAND_IN(kOther, BEX_UnzipFile *, BEX_UnzipFileOpen, (const char *member, const char *archive, uint32_t flags), member,
+         archive, flags)
+STAND_IN(kOther, uint32_t, BEX_UnzipFileRead, (BEX_UnzipFile * file, void **buffer, uint32_t *length), file, buffer,
+         length)
 
 void BEX_UnzipFileClose(BEX_UnzipFile *file) {
-    Fails(Call::kOther, "UnzipClose");
+    Fails(Call::kOther, __func__);
     PLATFORM(BEX_UnzipFileClose)(file);
 }
 
-uint32_t MEL_SystimeGet(BEX_SysTime *time) {
-    return Fails(Call::kOther, "Systime") ? kPlatformCode : PLATFORM(MEL_SystimeGet)(time);
-}
-
-uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, uint32_t *digestLength,
-                          uint32_t capacity) {
-    return Fails(Call::kDigest, "Digest", length)
-               ? kPlatformCode
-               : PLATFORM(BEX_Crypt_Digest)(data, length, digest, digestLength, capacity);
-}
-
-int strcpy_s(char *dest, size_t destMax, const char *src) {
-    return Fails(Call::kUnlisted) ? -1 : PLATFORM(strcpy_s)(dest, destMax, src);
-}
+STAND_IN(kOther, uint32_t, MEL_SystimeGet, (BEX_SysTime * time), time)
+STAND_IN(kDigest, uint32_t, BEX_Crypt_Digest,
+         (const void *data, uint32_t length, uint8_t *digest, uint32_t *digestLength, uint32_t capacity), data, length,
+         digest, digestLength, capacity)
 
 int sprintf_s(char *dest, size_t destMax, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     const std::string text = Formatted(format, arguments);
     va_end(arguments);
-    return Fails(Call::kUnlisted) ? -1 : PLATFORM(sprintf_s)(dest, destMax, "%s", text.c_str());
+    return MakeOrFail(Call::kUnlisted, __func__, PLATFORM(sprintf_s), dest, destMax, "%s", text.c_str());
 }
 
 int32_t BEX_VFS_FPrintf(BEX_VFS_File *file, const char *format, ...) {
@@ -354,75 +339,49 @@ int32_t BEX_VFS_FPrintf(BEX_VFS_File *file, const char *format, ...) {
     va_start(arguments, format);
     const std::string text = Formatted(format, arguments);
     va_end(arguments);
-    return Fails(Call::kUnlisted) ? -1 : PLATFORM(BEX_VFS_FPrintf)(file, "%s", text.c_str());
+    return MakeOrFail(Call::kUnlisted, __func__, PLATFORM(BEX_VFS_FPrintf), file, "%s", text.c_str());
 }
 
-int32_t BEX_VFS_FTell(BEX_VFS_File *file) {
-    return Fails(Call::kUnlisted) ? -1 : PLATFORM(BEX_VFS_FTell)(file);
-}
-
-uint32_t MEL_GetProcessCurrentPath(char *buffer, uint32_t size) {
-    return CodeOf(Call::kUnlisted, PLATFORM(MEL_GetProcessCurrentPath), buffer, size);
-}
-
-uint32_t MEL_GetEnvValue(uint32_t number, uint32_t *value) {
-    return CodeOf(Call::kUnlisted, PLATFORM(MEL_GetEnvValue), number, value);
-}
-
-uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t reserved, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
-    return CodeOf(Call::kUnlisted, PLATFORM(CMF_GetPIDByVR), component, reserved, vr, vsId, componentId);
-}
-
-uint32_t BEX_CRYPT_IsPasswordCipher(const char *text, uint32_t length) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_IsPasswordCipher), text, length);
-}
-
-uint32_t BEX_VerifySystemPassword(const char *password, uint32_t length, const char *stored) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_VerifySystemPassword), password, length, stored);
-}
-
-uint32_t BEX_CRYPT_Encrypt_Sec(const char *plain, uint32_t length, char *output, uint32_t size, uint32_t mode,
-                               const char *keyContext, const uint8_t *vector) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Encrypt_Sec), plain, length, output, size, mode, keyContext,
-                  vector);
-}
-
-uint32_t BEX_CRYPT_Salt(uint8_t *buffer, uint32_t length) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Salt), buffer, length);
-}
-
-uint32_t BEX_CRYPT_Password_4096(const char *password, uint32_t passwordLength, const uint8_t *salt,
-                                 uint32_t saltLength, char *output, uint32_t outputSize) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Password_4096), password, passwordLength, salt, saltLength,
-                  output, outputSize);
-}
-
-uint32_t BEX_CRYPT_PasswordEx(const char *password, uint32_t passwordLength, char *output, uint32_t *resultWord,
-                              uint32_t outputSize) {
-    return CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_PasswordEx), password, passwordLength, output, resultWord,
-                  outputSize);
-}
-
-uint32_t CRYPT_random(void *buffer, uint32_t length) {
-    return CodeOf(Call::kUnlisted, PLATFORM(CRYPT_random), buffer, length);
-}
+STAND_IN(kUnlisted, uint32_t, MEL_GetProcessCurrentPath, (char *buffer, uint32_t size), buffer, size)
+STAND_IN(kUnlisted, uint32_t, MEL_GetEnvValue, (uint32_t number, uint32_t *value), number, value)
+STAND_IN(kUnlisted, uint32_t, CMF_GetPIDByVR,
+         (uint32_t component, uint32_t reserved, uint32_t vr, uint32_t vsId, uint32_t *id), component, reserved, vr,
+         vsId, id)
+STAND_IN(kUnlisted, uint32_t, BEX_CRYPT_IsPasswordCipher, (const char *text, uint32_t length), text, length)
+STAND_IN(kUnlisted, uint32_t, BEX_VerifySystemPassword, (const char *word, uint32_t length, const char *stored), word,
+         length, stored)
+STAND_IN(kUnlisted, uint32_t, BEX_CRYPT_Encrypt_Sec,
+         (const char *plain, uint32_t length, char *output, uint32_t size, uint32_t mode, const char *context,
+          const uint8_t *vector),
+         plain, length, output, size, mode, context, vector)
+STAND_IN(kUnlisted, uint32_t, BEX_CRYPT_Salt, (uint8_t * buffer, uint32_t length), buffer, length)
+STAND_IN(kUnlisted, uint32_t, BEX_CRYPT_Password_4096,
+         (const char *word, uint32_t length, const uint8_t *salt, uint32_t saltLength, char *output, uint32_t size),
+         word, length, salt, saltLength, output, size)
+STAND_IN(kUnlisted, uint32_t, BEX_CRYPT_PasswordEx,
+         (const char *word, uint32_t length, char *output, uint32_t *resultWord, uint32_t size), word, length, output,
+         resultWord, size)
+STAND_IN(kUnlisted, uint32_t, CRYPT_random, (void *buffer, uint32_t length), buffer, length)
 
 uint32_t BEX_CRYPT_IsCipher(const char *text, uint32_t length) {
-    const bool fails = Fails(Call::kUnlisted);
+    const bool fails = Fails(Call::kUnlisted, __func__);
     return fails ? 0 : g_ciphers ? g_ciphers->kind : PLATFORM(BEX_CRYPT_IsCipher)(text, length);
 }
 
 uint32_t BEX_CRYPT_Decrypt_Sec(const char *cipher, uint32_t length, char *output, uint32_t size, uint32_t mode,
                                const char *context) {
-    return g_ciphers
-               ? g_ciphers->Decrypt(mode, context, size == 433 && mode == g_ciphers->goodMode)
-               : CodeOf(Call::kUnlisted, PLATFORM(BEX_CRYPT_Decrypt_Sec), cipher, length, output, size, mode, context);
+    if (g_ciphers) {
+        return g_ciphers->Decrypt(mode, context, size == 433 && mode == g_ciphers->goodMode);
+    }
+    return MakeOrFail(Call::kUnlisted, __func__, PLATFORM(BEX_CRYPT_Decrypt_Sec), cipher, length, output, size, mode,
+                      context);
 }
 
 uint32_t BEX_Decrypt_AES256_Sec(const char *text, uint32_t length, void *output, uint32_t *outputLength,
                                 const char *context) {
     if (!g_ciphers) {
-        return CodeOf(Call::kUnlisted, PLATFORM(BEX_Decrypt_AES256_Sec), text, length, output, outputLength, context);
+        return MakeOrFail(Call::kUnlisted, __func__, PLATFORM(BEX_Decrypt_AES256_Sec), text, length, output,
+                          outputLength, context);
     }
     const uint32_t capacity = *outputLength;
     *outputLength = static_cast<uint32_t>(g_ciphers->digest.size());

@@ -34,8 +34,8 @@ enum class Call {
     kZipSize,
     kUnzip,
     kDigest,
-    kLogClose,
     kOther,
+    kLogClose,
     kUnlisted,  // formatting, settings, ciphers, and the debug log's file but for its close
     kAny        // all of these together, but for kMemFill: fills wipe secrets, which must not fail in passing
 };
@@ -75,8 +75,8 @@ const std::string &Failed();
 uint32_t Count(Call kind);
 
 /**
- * The calls since the last Reset, one text each: the call, the file's name without its folder, and what else matters.
- * Allocations, copies, the walk of trees and calls of the kind kUnlisted are not listed.
+ * The calls since the last Reset of the kinds from kOpen to kOther, one text each: the function's name without what is
+ * in front of its last underscore, and the arguments that are numbers or names; of paths the last component.
  */
 const std::vector<std::string> &Listed();
 

@@ -36,6 +36,16 @@ std::optional<Bytes> ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid) {
     return code == TAV_OK ? std::optional(Slice(value, 0, length)) : std::nullopt;
 }
 
+std::optional<Bytes> BodyOf(const Store &store) {
+    if (!store) {
+        return std::nullopt;
+    }
+    Bytes body(TAV_CalcExtCfgFileBodySize(store.get()));
+    EXPECT_EQ(TAV_BuildExtCfgFileBody(store.get(), body.data(), static_cast<uint32_t>(body.size())),
+              body.empty() ? TAV_ERR_NULL : TAV_OK);
+    return body;
+}
+
 Bytes Encode(const TAV_ExtCfgRecordNode *record) {
     Bytes buffer(1 << 20);
     uint8_t *cursor = buffer.data();

@@ -35,6 +35,9 @@ uint32_t Add(const Store &store, uint32_t vsId, Record record);
 /** Returns the value of a record's field in host order; nothing when there is no such field. */
 std::optional<Bytes> ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid);
 
+/** The body of a file that holds this store; nothing without a store. */
+std::optional<Bytes> BodyOf(const Store &store);
+
 /** The record as a TLV of the file. */
 Bytes Encode(const TAV_ExtCfgRecordNode *record);
 
