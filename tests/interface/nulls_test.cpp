@@ -1,6 +1,8 @@
 /*
  * What the exported functions answer to a null where they need an argument.
  */
+#include <type_traits>
+
 #include "aru_detect.h"
 #include "store.h"
 #include "tav_common.h"
@@ -11,8 +13,7 @@
 
 namespace {
 
-constexpr uint32_t kMinus1 = 0xFFFFFFFF;
-constexpr uint32_t kNull = 0x801619;
+constexpr uint32_t kMinus1 = 0xFFFFFFFF, kNull = 0x801619, kInvalid = 0x801617;
 
 // Something to stand where the other arguments are given. Nothing of it must be touched.
 char text[] = "text";
@@ -20,161 +21,163 @@ uint8_t bytes[8] = {};
 uint32_t word = 7;
 uint16_t half = 7;
 const TAV_SYS_PASSWORD_S kPassword = {};
+VEC_Vector vector = {};
+TAV_FSM machine = {};
+TAV_ZipCb block = {};
 
-TEST(Nulls, Store) {
+/** Calls a function with one of its arguments null. */
+template <size_t kAt, typename Answer, typename... Parameters>
+void ExpectOfNull(const char *name, Answer answer, Answer (*function)(Parameters...),
+                  std::tuple<Parameters...> arguments) {
+    if constexpr (std::is_pointer_v<std::tuple_element_t<kAt, std::tuple<Parameters...>>>) {
+        if (std::exchange(std::get<kAt>(arguments), nullptr) != nullptr) {
+            EXPECT_EQ(std::apply(function, arguments), answer) << name << ", argument " << kAt + 1;
+        }
+    }
+}
+
+/** Calls a function with each of its pointers null in turn. One that is null in the arguments given stays so. */
+template <typename Answer, typename... Parameters>
+void ExpectOfNulls(const char *name, std::type_identity_t<Answer> answer, Answer (*function)(Parameters...),
+                   std::type_identity_t<Parameters>... arguments) {
+    [&]<size_t... kAt>(std::index_sequence<kAt...>) {
+        (ExpectOfNull<kAt>(name, answer, function, std::tuple<Parameters...>(arguments...)), ...);
+    }
+    (std::index_sequence_for<Parameters...>());
+}
+
+#define EXPECT_OF_NULLS(answer, function, ...) ExpectOfNulls(#function, answer, function, __VA_ARGS__)
+
+struct Nulls : testing::Test {
+    ~Nulls() override {
+        EXPECT_STREQ(text, "text");
+        EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes(8));
+        EXPECT_EQ(word, 7u);
+        EXPECT_EQ(half, 7u);
+    }
+};
+
+TEST_F(Nulls, Store) {
     uint8_t *buffer = bytes;
     TAV_ExtCfgFileContext context = {};
     const Record record = MakeRecord(13, {{14, Host32(1)}});
-    EXPECT_EQ(TAV_GetFileSize(nullptr, &word), kNull);
-    EXPECT_EQ(TAV_GetFileSize(text, nullptr), kNull);
-    for (const auto read : {TAV_ReadFileToBuffer, TAV_UnZipExtCfgFileToBuffer}) {
-        EXPECT_EQ(read(nullptr, &word, text), kNull);
-        EXPECT_EQ(read(&buffer, nullptr, text), kNull);
-        EXPECT_EQ(read(&buffer, &word, nullptr), kNull);
-    }
-    for (const auto write : {TAV_WriteBufferToFile, TAV_ZipBufferToExtCfgFile}) {
-        EXPECT_EQ(write(nullptr, 1, text), kNull);
-        EXPECT_EQ(write(bytes, 1, nullptr), kNull);
-    }
-    EXPECT_EQ(TAV_WriteFileAtOffset(nullptr, 1, text, 0), kNull);
-    EXPECT_EQ(TAV_WriteFileAtOffset(bytes, 1, nullptr, 0), kNull);
-    EXPECT_EQ(TAV_CalcExtCfgFileHeadSize(nullptr), 0u);
-    EXPECT_EQ(TAV_CalcExtCfgFileBodySize(nullptr), 0u);
-    EXPECT_EQ(TAV_BuildExtCfgFileBody(nullptr, bytes, 8), kNull);
-    EXPECT_EQ(TAV_CalcChecksum(nullptr, 1, bytes, 8), kNull);
-    EXPECT_EQ(TAV_CalcChecksum(bytes, 1, nullptr, 8), kNull);
-    EXPECT_EQ(TAV_CheckExtCfgFileData(nullptr, 1, &context), kNull);
-    EXPECT_EQ(TAV_CheckExtCfgFileData(bytes, 1, nullptr), kNull);
-    EXPECT_EQ(TAV_ParseExtCfgVsNode(0, nullptr, 1, &context), kNull);
-    EXPECT_EQ(TAV_ParseExtCfgVsNode(0, bytes, 1, nullptr), kNull);
-    EXPECT_EQ(TAV_LoadExtCfgFile(nullptr, &context), kNull);
-    EXPECT_EQ(TAV_LoadExtCfgFile(text, nullptr), kNull);
-    EXPECT_EQ(TAV_GetAbsPath(nullptr, text, 4), kNull);
-    EXPECT_EQ(TAV_GetAbsPath(text, nullptr, 4), kNull);
-    EXPECT_EQ(TAV_ExtCfgGetRecord(0, record.get(), nullptr), nullptr);
-    EXPECT_EQ(TAV_ExtCfgVsNodeFind(nullptr, 0), nullptr);
-    EXPECT_EQ(TAV_ExtCfgEndQuery(nullptr), 0x801617u);
-    EXPECT_EQ(TAV_ExtCfgOpenAndQuery(0, nullptr, text, nullptr), nullptr);
-    EXPECT_EQ(TAV_ExtCfgOpenAndQuery(0, record.get(), nullptr, nullptr), nullptr);
-    EXPECT_EQ(TAV_ExtCfgRecordNodeSet(nullptr, record.get()), kNull);
-    EXPECT_EQ(TAV_ExtCfgRecordNodeSet(record.get(), nullptr), kNull);
-    EXPECT_EQ(TAV_ExtTlvProcForEach(nullptr, bytes, 8, nullptr), kNull);
-    EXPECT_EQ(TAV_ExtTlvProcForEach(TAV_ParseExtCfgVsNode, nullptr, 8, nullptr), kNull);
+    const Store store(TAV_ExtCfgLocalCreate(2, "/nowhere/a.dat", nullptr));
+    EXPECT_OF_NULLS(kNull, TAV_GetFileSize, text, &word);
+    EXPECT_OF_NULLS(kNull, TAV_ReadFileToBuffer, &buffer, &word, text);
+    EXPECT_OF_NULLS(kNull, TAV_UnZipExtCfgFileToBuffer, &buffer, &word, text);
+    EXPECT_OF_NULLS(kNull, TAV_WriteBufferToFile, bytes, 1, text);
+    EXPECT_OF_NULLS(kNull, TAV_ZipBufferToExtCfgFile, bytes, 1, text);
+    EXPECT_OF_NULLS(kNull, TAV_WriteFileAtOffset, bytes, 1, text, 0);
+    EXPECT_OF_NULLS(0, TAV_CalcExtCfgFileHeadSize, store.get());
+    EXPECT_OF_NULLS(0, TAV_CalcExtCfgFileBodySize, store.get());
+    EXPECT_OF_NULLS(kNull, TAV_BuildExtCfgFileBody, store.get(), nullptr, 8);
+    EXPECT_OF_NULLS(kNull, TAV_CalcChecksum, bytes, 1, bytes, 8);
+    EXPECT_OF_NULLS(kNull, TAV_CheckExtCfgFileData, bytes, 1, &context);
+    EXPECT_OF_NULLS(kNull, TAV_GetExtCfgFileChecksum, text, bytes, 8);
+    EXPECT_OF_NULLS(0, TAV_ExtCfgGetChecksumFromFile, text, bytes, 32);
+    EXPECT_OF_NULLS(kNull, TAV_ParseExtCfgVsNode, 0, bytes, 1, &context);
+    EXPECT_OF_NULLS(kNull, TAV_LoadExtCfgFile, text, &context);
+    EXPECT_OF_NULLS(kNull, TAV_GetAbsPath, text, text, 4);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetRecord, 0, record.get(), store.get());
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgVsNodeFind, store.get(), 0);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgOpenAndQuery, 0, record.get(), text, nullptr);
+    EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgEndQuery, store.get());
+    EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgClose, store.get());
+    EXPECT_OF_NULLS(kNull, TAV_ExtCfgRecordNodeSet, record.get(), record.get());
+    EXPECT_OF_NULLS(kNull, TAV_ExtTlvProcForEach, TAV_ParseExtCfgVsNode, bytes, 8, nullptr);
     TAV_ExtCfgLocalFree(nullptr);
     TAV_ExtCfgVsNodeFree(nullptr);
     TAV_ExtCfgClassNodeFree(nullptr);
     TAV_ExtCfgRecordNodeFree(nullptr);
     EXPECT_EQ(buffer, bytes);
-    EXPECT_EQ(word, 7u);
 }
 
-TEST(Nulls, Crypt) {
-    for (const auto verify : {TAV_VerifySystemPassword, TAV_VerifySystemPassword_Enh, TAV_VerifyV5SHACipher}) {
-        EXPECT_EQ(verify(nullptr, text, text), kMinus1);
-        EXPECT_EQ(verify(text, nullptr, text), kMinus1);
-    }
-    for (const auto verify : {TAV_CRYPT_VerifyPassword, TAV_VerifySHACipher}) {
-        EXPECT_EQ(verify(nullptr, text), kMinus1);
-        EXPECT_EQ(verify(text, nullptr), kMinus1);
-    }
-    for (const auto encrypt : {TAV_CRYPT_EncryptPassword, TAV_EncryptSystemPassword}) {
-        EXPECT_EQ(encrypt(nullptr, text, 4), kMinus1);
-        EXPECT_EQ(encrypt(text, nullptr, 4), kMinus1);
-    }
-    EXPECT_EQ(TAV_CRYPT_EncryptPassword4096(nullptr, 4, text, 4), kMinus1);
-    EXPECT_EQ(TAV_CRYPT_EncryptPassword4096(text, 4, nullptr, 4), kMinus1);
-    EXPECT_EQ(TAV_CRYPT_Decrypt(nullptr, text, 4, text), kMinus1);
-    EXPECT_EQ(TAV_CRYPT_Decrypt(text, nullptr, 4, text), kMinus1);
-    EXPECT_EQ(TAV_DecryptAndVerify_Enh(nullptr, text, text, &kPassword, text), kMinus1);
-    EXPECT_EQ(TAV_VerifyEncryptSystemPassword_Enh(nullptr, text, &kPassword, text), kMinus1);
-    EXPECT_EQ(TAV_VerifyEncryptSystemPassword_Enh(text, text, nullptr, text), kMinus1);
-    EXPECT_EQ(TAV_CheckSystemPassword(nullptr), kMinus1);
-    EXPECT_EQ(TAV_GetPasswordType(nullptr), 0u);
-    EXPECT_EQ(TAV_CRYPT_IsCipher(nullptr, 4, &word, text), 0u);
-    EXPECT_EQ(TAV_IsStringCipher_EnhExp(nullptr), 0u);
-    EXPECT_EQ(TAV_IsStringIrreversibleCipher(nullptr), 0u);
-    EXPECT_EQ(TAV_IsStringV5SHACipher(nullptr, text), 1u);
-    EXPECT_EQ(TAV_PasswordTooShort(nullptr, 0, 0), 1u);
-    EXPECT_EQ(TAV_PasswordTooSimple(nullptr, 1, 1, &word), 1u);
-    EXPECT_EQ(TAV_PasswordTooSimple(text, 1, 1, nullptr), 1u);
-    EXPECT_EQ(TAV_PasswordAndUsernameSimilarCheck(nullptr, text, 1), 1u);
-    EXPECT_EQ(TAV_PasswordAndUsernameSimilarCheck(text, nullptr, 1), 1u);
-    EXPECT_EQ(TAV_PasswordSameWithHistory(nullptr, 1, 1, std::array<const char *, 20>().data()), 1u);
-    EXPECT_EQ(TAV_PasswordSameWithHistory(text, 1, 1, nullptr), 1u);
-    EXPECT_EQ(TAV_StrValidate(nullptr, 1, 1, 1), kMinus1);
+TEST_F(Nulls, Crypt) {
+    const char *history[20] = {};
+    EXPECT_OF_NULLS(kMinus1, TAV_VerifySystemPassword, text, text, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_VerifySystemPassword_Enh, text, text, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_VerifyV5SHACipher, text, text, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_CRYPT_VerifyPassword, text, text);
+    EXPECT_OF_NULLS(kMinus1, TAV_VerifySHACipher, text, text);
+    EXPECT_OF_NULLS(kMinus1, TAV_CRYPT_EncryptPassword, text, text, 4);
+    EXPECT_OF_NULLS(kMinus1, TAV_EncryptSystemPassword, text, text, 4);
+    EXPECT_OF_NULLS(kMinus1, TAV_CRYPT_EncryptPassword4096, text, 4, text, 4);
+    EXPECT_OF_NULLS(kMinus1, TAV_CRYPT_Decrypt, text, text, 4, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_DecryptAndVerify_Enh, text, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_VerifyEncryptSystemPassword_Enh, text, nullptr, &kPassword, nullptr);
+    EXPECT_OF_NULLS(kMinus1, TAV_CheckSystemPassword, &kPassword);
+    EXPECT_OF_NULLS(0, TAV_GetPasswordType, &kPassword);
+    EXPECT_OF_NULLS(0, TAV_CRYPT_IsCipher, text, 4, nullptr, nullptr);
+    EXPECT_OF_NULLS(0, TAV_IsStringCipher_EnhExp, text);
+    EXPECT_OF_NULLS(0, TAV_IsStringIrreversibleCipher, text);
+    EXPECT_OF_NULLS(1, TAV_IsStringV5SHACipher, text, nullptr);
+    EXPECT_OF_NULLS(1, TAV_PasswordTooShort, text, 0, 0);
+    EXPECT_OF_NULLS(1, TAV_PasswordTooSimple, text, 1, 1, &word);
+    EXPECT_OF_NULLS(1, TAV_PasswordAndUsernameSimilarCheck, text, text, 1);
+    EXPECT_OF_NULLS(1, TAV_PasswordSameWithHistory, text, 1, 1, history);
+    EXPECT_OF_NULLS(kMinus1, TAV_StrValidate, text, 1, 1, 1);
     EXPECT_EQ(TAV_StrValidate("", 0, 0, 0), 0u);
     TAV_ReverseStr(nullptr, 4, text);
     TAV_ReverseStr(text, 4, nullptr);
 
-    EXPECT_EQ(TAV_LongToDesEnhSys(1, nullptr), kMinus1);
-    EXPECT_EQ(TAV_DesEnhSysToLong(nullptr, &word), kMinus1);
-    EXPECT_EQ(TAV_DesEnhSysToLong(bytes, nullptr), kMinus1);
+    EXPECT_OF_NULLS(kMinus1, TAV_LongToDesEnhSys, 1, bytes);
+    EXPECT_OF_NULLS(kMinus1, TAV_DesEnhSysToLong, bytes, &word);
     EXPECT_EQ(TAV_BinToAscii(nullptr, 4, bytes, &word), kMinus1);
     EXPECT_EQ(TAV_BinToAscii(text, 4, nullptr, &word), kMinus1);
     EXPECT_EQ(TAV_BinToAscii(text, 4, bytes, nullptr), kMinus1);
     EXPECT_EQ(TAV_AsciiToBinAndGetLen(nullptr, text, 5, &half), kMinus1);
     EXPECT_EQ(TAV_AsciiToBin(nullptr, 5, text, 4, &half), kMinus1);
     EXPECT_EQ(TAV_AsciiToBin(bytes, 5, nullptr, 4, &half), kMinus1);
-    EXPECT_EQ(TAV_AsciiVisible(nullptr, 1, text, 4), kMinus1);
-    EXPECT_EQ(TAV_AsciiVisible(bytes, 1, nullptr, 4), kMinus1);
-    EXPECT_EQ(TAV_AsciiUnvisible(nullptr, bytes, &word), kMinus1);
-    EXPECT_EQ(TAV_AsciiUnvisible(text, nullptr, &word), kMinus1);
-    EXPECT_STREQ(text, "text");
-    EXPECT_EQ(word, 7u);
-    EXPECT_EQ(half, 7u);
+    EXPECT_OF_NULLS(kMinus1, TAV_AsciiVisible, bytes, 1, text, 4);
+    EXPECT_OF_NULLS(kMinus1, TAV_AsciiUnvisible, text, bytes, &word);
 }
 
-TEST(Nulls, Common) {
-    EXPECT_EQ(TAV_GetSubIfHandler(1, 1, nullptr), nullptr);
-    EXPECT_EQ(TAV_GetMsgHandlerByCmd(1, nullptr), nullptr);
-    EXPECT_EQ(TAV_GetConstructHandlerByStage(1, nullptr), nullptr);
-    EXPECT_EQ(TAV_GetMsgHandleByState(1, 0, nullptr, 1), nullptr);
+TEST_F(Nulls, Common) {
+    const TAV_SubIfHandler subIfs = {};
+    const TAV_CmdHandler commands = {};
+    const TAV_ConstructHandler stages = {};
+    const TAV_StateHandler states = {};
     const FSM_Transition table = {};
-    EXPECT_EQ(FSM_Process(0, nullptr, &table, 1, 0, 0, 0), kMinus1);
-    EXPECT_EQ(FSM_Process(0, &word, nullptr, 1, 0, 0, 0), kMinus1);
-    TAV_FSM machine = {};
+    EXPECT_OF_NULLS(nullptr, TAV_GetSubIfHandler, 1, 1, &subIfs);
+    EXPECT_OF_NULLS(nullptr, TAV_GetMsgHandlerByCmd, 1, &commands);
+    EXPECT_OF_NULLS(nullptr, TAV_GetConstructHandlerByStage, 1, &stages);
+    EXPECT_OF_NULLS(nullptr, TAV_GetMsgHandleByState, 1, 0, &states, 1);
+    EXPECT_OF_NULLS(kMinus1, FSM_Process, 0, &word, &table, 1, 0, 0, 0);
     TAV_FSM_Init(nullptr, 0, nullptr, 0, 0);
-    EXPECT_EQ(TAV_FSM_Run(nullptr, 1, 0), 0x800000u);
-    EXPECT_EQ(TAV_FSM_Run_Base(nullptr, 1, 0, &half), 0x800000u);
-    EXPECT_EQ(TAV_FSM_DumpDiagnoseInfo(&machine, nullptr, text, 4), 0u);
-    EXPECT_EQ(TAV_DEBUG_OpenLogFile(nullptr), nullptr);
+    EXPECT_OF_NULLS(0x800000, TAV_FSM_Run, &machine, 1, 0);
+    EXPECT_OF_NULLS(0x800000, TAV_FSM_Run_Base, &machine, 1, 0, nullptr);
+    const TAV_FSM_Formatter formatter = [](auto, char *, auto) { return 4u; };
+    EXPECT_OF_NULLS(0, TAV_FSM_DumpDiagnoseInfo, &machine, formatter, text, 4);
+    EXPECT_OF_NULLS(nullptr, TAV_DEBUG_OpenLogFile, text);
 
-    TAV_ZipCb block = {};
-    EXPECT_EQ(TAV_ZipStart(0, nullptr, text), kMinus1);
-    EXPECT_EQ(TAV_ZipStart(0, &block, nullptr), kMinus1);
-    EXPECT_EQ(TAV_GetZipBufferSize(nullptr, 1), kMinus1);
-    EXPECT_EQ(TAV_Zip(nullptr), kMinus1);
-    EXPECT_EQ(TAV_ZipEnd(nullptr), kMinus1);
-    EXPECT_EQ(TAV_UnZipStart(nullptr, text), kMinus1);
-    EXPECT_EQ(TAV_UnZipStart(&block, nullptr), kMinus1);
-    EXPECT_EQ(TAV_UnZip(&block, &word), kMinus1);
-    EXPECT_EQ(TAV_GetCharFromZip(nullptr), 0);
-    EXPECT_EQ(TAV_UnZipEnd(nullptr), kMinus1);
-    EXPECT_EQ(CMF_GetUnZipTmpDir(nullptr, 4), kMinus1);
-    EXPECT_EQ(CMF_GetZipFileNameInZip(nullptr, text), kMinus1);
-    EXPECT_EQ(CMF_GetZipFileNameInZip(text, nullptr), kMinus1);
+    EXPECT_OF_NULLS(kMinus1, TAV_ZipStart, 0, &block, text);
+    EXPECT_OF_NULLS(kMinus1, TAV_GetZipBufferSize, &block, 1);
+    EXPECT_OF_NULLS(kMinus1, TAV_Zip, &block);
+    EXPECT_OF_NULLS(kMinus1, TAV_ZipEnd, &block);
+    EXPECT_OF_NULLS(kMinus1, TAV_UnZipStart, &block, text);
+    EXPECT_EQ(TAV_UnZip(&block, &word), kMinus1) << "a block without a file";
+    EXPECT_OF_NULLS(0, TAV_GetCharFromZip, &block);
+    EXPECT_OF_NULLS(kMinus1, TAV_UnZipEnd, &block);
+    EXPECT_OF_NULLS(kMinus1, CMF_GetUnZipTmpDir, text, 4);
+    EXPECT_OF_NULLS(kMinus1, CMF_GetZipFileNameInZip, text, text);
 }
 
-TEST(Nulls, ContainersTransfersEvents) {
-    VEC_Vector vector = {};
+TEST_F(Nulls, ContainersTransfersEvents) {
     TAV_RBT_Init(nullptr, nullptr, nullptr);
-    EXPECT_EQ(VEC_Bzero(nullptr, 4), -1);
-    EXPECT_EQ(VEC_Bcopy(nullptr, 4, text, 4), -1);
-    EXPECT_EQ(VEC_Bcopy(text, 4, nullptr, 4), -1);
+    EXPECT_OF_NULLS(-1, VEC_Bzero, text, 4);
+    EXPECT_OF_NULLS(-1, VEC_Bcopy, text, 4, text, 4);
     EXPECT_EQ(VEC_VectorCopy_F(0, &vector, nullptr, text, 1), -1);
-    EXPECT_EQ(VEC_VectorEnsure(nullptr, 0), -1);
-    EXPECT_EQ(VEC_VectorEmptySlot(nullptr), -1);
-    EXPECT_EQ(VEC_VectorSetIndex(nullptr, 0, 1), -1);
-    EXPECT_EQ(VEC_VectorGetUnset(nullptr, 0), 0u);
-    EXPECT_EQ(VEC_VectorCount(nullptr), -1);
+    EXPECT_OF_NULLS(-1, VEC_VectorEnsure, &vector, 0);
+    EXPECT_OF_NULLS(-1, VEC_VectorEmptySlot, &vector);
+    EXPECT_OF_NULLS(-1, VEC_VectorSetIndex, &vector, 0, 1);
+    EXPECT_OF_NULLS(0, VEC_VectorGetUnset, &vector, 0);
+    EXPECT_OF_NULLS(-1, VEC_VectorCount, &vector);
 
     const NFTPCI_CommHandle handle = {};
     const NFTPCI_ReqParam param = {};
     const void *tlv = nullptr;
-    EXPECT_EQ(NFTPCI_CreateReqMsg(nullptr, &handle), nullptr);
-    EXPECT_EQ(NFTPCI_CreateReqMsg(&param, nullptr), nullptr);
-    EXPECT_EQ(NFTPCI_GetDataByTlvType(nullptr, 1, &tlv), kMinus1);
-    EXPECT_EQ(NFTPCI_GetDataByTlvType(bytes, 1, nullptr), kMinus1);
+    EXPECT_OF_NULLS(nullptr, NFTPCI_CreateReqMsg, &param, &handle);
+    EXPECT_OF_NULLS(kMinus1, NFTPCI_GetDataByTlvType, bytes, 1, &tlv);
 
     EXPECT_EQ(ARU_Detect_FilterEx(nullptr, 0, 0), 2u);
     EXPECT_EQ(ARU_Detect_FilterEx4CliEvent(nullptr, 0, 0), 2u);
