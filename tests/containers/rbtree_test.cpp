@@ -132,4 +132,26 @@ TEST(TreeKeys, KeysThatArePointersAndElementsThatThePlatformFrees) {
     EXPECT_EQ(TAV_KEY_RBT_Compare_IString(&lower, &upper), 0);
 }
 
+/** A key is read byte by byte: whatever type its word was written with, and wherever it lies. */
+TEST(TreeKeys, WordsOfAnyTypeAtAnyAddress) {
+    const char *const texts[] = {"abc", "ABD", "abe"};
+    for (size_t offset = 0; offset < sizeof(uintptr_t); ++offset) {
+        Bytes bytes[2] = {Bytes(2 * sizeof(uintptr_t)), Bytes(2 * sizeof(uintptr_t))};
+        uint8_t *const a = bytes[0].data() + offset, *const b = bytes[1].data() + sizeof(uintptr_t) - 1 - offset;
+        for (int i = 0; i < 9; ++i) {
+            const auto wordA = reinterpret_cast<uintptr_t>(texts[i / 3]),
+                       wordB = reinterpret_cast<uintptr_t>(texts[i % 3]);
+            memcpy(a, &wordA, sizeof(wordA));
+            memcpy(b, &wordB, sizeof(wordB));
+            const int order = strcmp(texts[i / 3], texts[i % 3]), anyCase = i / 3 - i % 3;
+            EXPECT_EQ(TAV_KEY_RBT_Compare_String(a, b) < 0, order < 0) << i;
+            EXPECT_EQ(TAV_KEY_RBT_Compare_String(a, b) > 0, order > 0) << i;
+            EXPECT_EQ(TAV_KEY_RBT_Compare_IString(a, b) < 0, anyCase < 0) << i;
+            EXPECT_EQ(TAV_KEY_RBT_Compare_IString(a, b) > 0, anyCase > 0) << i;
+            memcpy(a, &i, sizeof(i));
+            EXPECT_EQ(TAV_KEY_RBT_Compare_UINT32(a, bytes[0].data() + offset), 0);
+        }
+    }
+}
+
 }  // namespace
