@@ -9,6 +9,8 @@
  * salted digest form in base 93. Whatever a function copies or decrypts for itself is wiped before it returns. Only
  * TAV_CRYPT_IsCipher logs. Nothing is locked: threads that look an entry point up at the same time find the same one.
  *
+ * docs/passwords.md helps to choose among forms and contexts; some choices let whoever reads a record log in.
+ *
  * Strings end with a zero byte, and all memory is the caller's. Pointers must not be null unless a description says
  * what happens then.
  */
@@ -222,6 +224,11 @@ TAV_API uint32_t TAV_VerifySystemPassword(const char *entered, const char *store
  * | 4 | up to 16 characters; a reversible cipher of kind 2 or 4 and 24 characters, or kind 6 and 32; or irreversible |
  * | 6 | up to 128 characters, or a reversible cipher of up to 268, or an irreversible form |
  *
+ * Form 0 is the one to choose: it holds no plain text, so a text that is damaged, or that this platform cannot tell, is
+ * refused. In the forms that may be plain it counts as the password itself. Form 4 is for ciphers of platforms whose
+ * texts have those lengths; the hosted platform's reversible texts are longer, so of its texts form 4 takes the
+ * irreversible ones alone.
+ *
  * @param record  the record
  * @return 0 valid, 1 invalid, TAV_CRYPT_FAILED for a null record
  */
@@ -238,7 +245,8 @@ TAV_API uint32_t TAV_GetPasswordType(const TAV_SYS_PASSWORD_S *record);
 /**
  * Compares a password with the text of a record as the record's form says. Form 0: with what the text decrypts to, when
  * it is a reversible cipher. Forms 1 and 2: with what it decrypts to, or with the text itself when it does not decrypt.
- * Else: with the irreversible form that the text is.
+ * Else: with the irreversible form that the text is. So with form 0 nobody gets in when the text does not decrypt, as
+ * its key is lost, while with forms 1 and 2 whoever knows the stored text does.
  *
  * @param entered     the password, a string
  * @param stored      the text of a record. It must be part of one: the form is read from the byte behind the text
@@ -249,7 +257,9 @@ TAV_API uint32_t TAV_GetPasswordType(const TAV_SYS_PASSWORD_S *record);
 TAV_API uint32_t TAV_VerifySystemPassword_Enh(const char *entered, const char *stored, const char *keyContext);
 
 /**
- * As TAV_VerifySystemPassword_Enh, for a password that may itself be sent as a cipher string.
+ * As TAV_VerifySystemPassword_Enh, for a password that may itself be sent as a cipher string. The two contexts must
+ * differ, and what is under the one must never be encrypted under the other: a reversible text of the record that
+ * decrypts as one that was sent is as good as the password, and whoever can read the record can log in with it.
  *
  * @param entered       the password, or a cipher string of it
  * @param workBuffer    TAV_PWD_BUFFER_SIZE bytes that the caller has to wipe afterwards
@@ -263,9 +273,15 @@ TAV_API uint32_t TAV_DecryptAndVerify_Enh(const char *entered, char *workBuffer,
 
 /**
  * Compares a password, which may be sent as a cipher string, with a record of any kind, by what TAV_GetPasswordType
- * finds in it. A reversible cipher that the platform says it cannot decrypt is taken as a password itself. The record
- * is not changed. Whether a text is the digest-based form is asked without a key context, so in a record it must be
- * made so.
+ * finds in it. The record is not changed. The two contexts must differ, as for TAV_DecryptAndVerify_Enh.
+ *
+ * Whatever the record's form is, a reversible cipher is verified as form 2 or, when the platform says that it cannot
+ * decrypt it, is taken as a password itself. Either way, once its key is lost, whoever knows the stored text gets in:
+ * for the passwords of logins, store irreversible forms.
+ *
+ * Whether a text is the digest-based form is asked without a key context, and it is then verified under `extraContext`.
+ * So a record holds one to any use only when it was made without a context and `extraContext` is empty; with another
+ * `extraContext` no password matches it, and one made under a context counts as plain text where the form allows that.
  *
  * @param entered       the password, or a cipher string of it
  * @param keyContext    key context of `entered`

@@ -248,6 +248,30 @@ TEST(Records, EveryFormOfTheHostedPlatform) {
     }
 }
 
+// What the stored text itself is good for, to one who has read it: refused, unless the contexts are one or the key is
+// lost.
+TEST(Records, WhoKnowsTheStoredText) {
+    char salted[433] = "";
+    EXPECT_EQ(TAV_EncryptSystemPassword(kWord, salted, 433), 0u);
+    const TempFolder folder;
+    setenv("TAV_KEY_FILE", folder.Path("other.key").c_str(), 1);
+    const string ofOtherKey = Encrypt(1, "c");
+    unsetenv("TAV_KEY_FILE");
+    const struct {
+        string text;
+        uint32_t byForm, byKind, withOneContext;
+    } rows[] = {{salted, kFailed, kFailed, kFailed},
+                {Encrypt(1, "c"), kDiffers, kDiffers, 0},
+                {ofOtherKey, kFailed, 0, 0},
+                {"damaged", kFailed, kFailed, kFailed}};
+    for (const auto &[text, byForm, byKind, withOneContext] : rows) {
+        const TAV_SYS_PASSWORD_S record = Stored(text, 0);
+        EXPECT_EQ(TAV_VerifySystemPassword_Enh(text.c_str(), record.text, "c"), byForm) << text;
+        EXPECT_EQ(TAV_VerifyEncryptSystemPassword_Enh(text.c_str(), "in", &record, "c"), byKind) << text;
+        EXPECT_EQ(TAV_VerifyEncryptSystemPassword_Enh(text.c_str(), "c", &record, "c"), withOneContext) << text;
+    }
+}
+
 TEST(Records, ChangedTextsNeitherVerifyNorHarm) {
     const string originals[] = {SaltedDigest(), Encrypt(1, ""), Encrypt(2, "c"), kWord,
                                 "$pbkdf2-sha256$4096$c2FsdA$xeR41ZKIyEGqUw22hFxMjZYok6ABzk4RpJY4c6qYE0o"};
