@@ -16,6 +16,7 @@ using interposer::kPlatformCode;
 
 constexpr uint32_t kLimit = 104857600;
 
+using Files = FolderTest;
 using Reader = uint32_t (*)(uint8_t **, uint32_t *, const char *);
 
 /** Reads a file; expects this code, and a block of this size when it is TAV_OK, else none. */
@@ -40,10 +41,8 @@ void MakeArchive(const std::string &path, const std::vector<std::pair<std::strin
     ASSERT_EQ(zip_close(archive), 0);
 }
 
-TEST(Files, PlainSizeLimits) {
-    TempFolder folder;
+TEST_F(Files, PlainSizeLimits) {
     DebugLog log;
-    const std::string path = folder.Path("a.dat");
     for (uint64_t size : {uint64_t{1}, uint64_t{kLimit}}) {
         MakeSparseFile(path, size);
         ExpectRead(TAV_ReadFileToBuffer, path, TAV_OK, size);
@@ -56,84 +55,74 @@ TEST(Files, PlainSizeLimits) {
     }
 }
 
-TEST(Files, ReadsFailingInTurn) {
-    NothingLeaks leaks;
-    TempFolder folder;
+TEST_F(Files, ReadsFailingInTurn) {
     DebugLog log;
-    const std::string plain = folder.Path("a.dat"), archive = folder.Path("a.zip");
-    WriteFile(plain, Filled(1000, 7));
+    const std::string archive = folder.Path("a.zip");
+    WriteFile(path, Filled(1000, 7));
     MakeArchive(archive, {{"a.zip.dat", Filled(1000, 7)}});
     struct Fault {
         Call call;
         uint32_t code;
         std::string report;
+        bool inArchive = false;
     };
-    const Fault plainFaults[] = {
-        {Call::kStat, TAV_ERR_OPEN, "Get " + plain + " size failed, return 0x4d"},
-        {Call::kOpen, TAV_ERR_OPEN, "Open " + plain + " failed"},
-        {Call::kMalloc, TAV_ERR_NO_MEMORY, "Null pointer, return 0x801611"},
-        {Call::kRead, TAV_ERR_READ, "Read " + plain + " failed, len=1000, return 0x1f4"},
+    const std::string noMemory = "Null pointer, return 0x801611";
+    const Fault faults[] = {
+        {Call::kStat, TAV_ERR_OPEN, "Get " + path + " size failed, return 0x4d"},
+        {Call::kOpen, TAV_ERR_OPEN, "Open " + path + " failed"},
+        {Call::kMalloc, TAV_ERR_NO_MEMORY, noMemory},
+        {Call::kRead, TAV_ERR_READ, "Read " + path + " failed, len=1000, return 0x1f4"},
+        {Call::kStat, kPlatformCode, "Get " + archive + " size failed, return 0x4d", true},
+        {Call::kZipCount, kPlatformCode, "Get file num of " + archive + " failed, return 0x4d", true},
+        {Call::kZipSize, kPlatformCode, "GetUncompressSize of " + archive + " failed, return 0x4d", true},
+        {Call::kMalloc, TAV_ERR_NO_MEMORY, noMemory, true},
+        {Call::kUnzip, TAV_ERR_OPEN, "uncompressed size 1000 in " + archive + " failed, return 0x4d", true},
     };
-    const Fault archiveFaults[] = {
-        {Call::kStat, kPlatformCode, "Get " + archive + " size failed, return 0x4d"},
-        {Call::kZipCount, kPlatformCode, "Get file num of " + archive + " failed, return 0x4d"},
-        {Call::kZipSize, kPlatformCode, "GetUncompressSize of " + archive + " failed, return 0x4d"},
-        {Call::kMalloc, TAV_ERR_NO_MEMORY, "Null pointer, return 0x801611"},
-        {Call::kUnzip, TAV_ERR_OPEN, "uncompressed size 1000 in " + archive + " failed, return 0x4d"},
-    };
-    for (const auto &[call, code, report] : plainFaults) {
+    for (const auto &[call, code, report, inArchive] : faults) {
         interposer::Reset();
         interposer::FailNth(call, 1);
-        ExpectRead(TAV_ReadFileToBuffer, plain, code);
+        ExpectRead(inArchive ? TAV_UnZipExtCfgFileToBuffer : TAV_ReadFileToBuffer, inArchive ? archive : path, code);
         EXPECT_EQ(interposer::Count(Call::kOpen) - (call == Call::kOpen), interposer::Count(Call::kClose));
-        log.Expect({{"TAV_ReadFileToBuffer", report}});
+        log.Expect({{inArchive ? "TAV_UnZipExtCfgFileToBuffer" : "TAV_ReadFileToBuffer", report}});
     }
-    for (const auto &[call, code, report] : archiveFaults) {
-        interposer::FailNth(call, 1);
+}
+
+TEST_F(Files, Archives) {
+    DebugLog log;
+    const std::string archive = folder.Path("a.zip");
+    auto read = [&](uint32_t code, const std::string &report) {
         ExpectRead(TAV_UnZipExtCfgFileToBuffer, archive, code);
         log.Expect({{"TAV_UnZipExtCfgFileToBuffer", report}});
-    }
-    interposer::Reset();
-}
-
-TEST(Files, Archives) {
-    NothingLeaks leaks;
-    TempFolder folder;
-    DebugLog log;
-    const std::string path = folder.Path("a.zip");
-    auto read = [&](uint32_t code, const std::string &report) {
-        ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, code);
-        log.Expect({{"TAV_UnZipExtCfgFileToBuffer", report}});
     };
-    MakeArchive(path, {{"a.zip.dat", Text("content")}});
-    Block content = ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, TAV_OK, 7);
+    MakeArchive(archive, {{"a.zip.dat", Text("content")}});
+    Block content = ExpectRead(TAV_UnZipExtCfgFileToBuffer, archive, TAV_OK, 7);
     EXPECT_EQ(Bytes(content.get(), content.get() + 7), Text("content"));
-    MakeArchive(path, {{"a.zip.dat", Text("x")}, {"b", Text("y")}});
-    read(TAV_ERR_INVALID, "File num of " + path + " must be one, now is 2");
-    MakeArchive(path, {{"a.zip.dat", {}}});
-    read(TAV_ERR_READ, "File " + path + " uncompressed size 0 is invalid");
+    MakeArchive(archive, {{"a.zip.dat", Text("x")}, {"b", Text("y")}});
+    read(TAV_ERR_INVALID, "File num of " + archive + " must be one, now is 2");
+    MakeArchive(archive, {{"a.zip.dat", {}}});
+    read(TAV_ERR_READ, "File " + archive + " uncompressed size 0 is invalid");
     const Bytes zeros(kLimit + 1);
-    ASSERT_EQ(BEX_ZipBuffer(kLimit, zeros.data(), "a.zip.dat", path.c_str(), 0, 1), 0u);
-    ExpectRead(TAV_UnZipExtCfgFileToBuffer, path, TAV_OK, kLimit);
-    ASSERT_EQ(BEX_ZipBuffer(kLimit + 1, zeros.data(), "a.zip.dat", path.c_str(), 0, 1), 0u);
+    ASSERT_EQ(BEX_ZipBuffer(kLimit, zeros.data(), "a.zip.dat", archive.c_str(), 0, 1), 0u);
+    ExpectRead(TAV_UnZipExtCfgFileToBuffer, archive, TAV_OK, kLimit);
+    ASSERT_EQ(BEX_ZipBuffer(kLimit + 1, zeros.data(), "a.zip.dat", archive.c_str(), 0, 1), 0u);
     log.Take();
-    read(TAV_ERR_READ, "File " + path + " uncompressed size 104857601 is invalid");
-    MakeSparseFile(path, kLimit + 1);
-    read(TAV_ERR_READ, "File " + path + " too large, size=104857601");
-    WriteFile(path, Join({Text("PK\5\6"), Filled(18, 0)}));  // just the end of an archive
-    read(TAV_ERR_INVALID, "File num of " + path + " must be one, now is 0");
+    read(TAV_ERR_READ, "File " + archive + " uncompressed size 104857601 is invalid");
+    MakeSparseFile(archive, kLimit + 1);
+    read(TAV_ERR_READ, "File " + archive + " too large, size=104857601");
+    WriteFile(archive, Join({Text("PK\5\6"), Filled(18, 0)}));  // just the end of an archive
+    read(TAV_ERR_INVALID, "File num of " + archive + " must be one, now is 0");
 
     // As large as may be, but no archive; a member of another name; no file at all.
-    MakeSparseFile(path, kLimit);
-    EXPECT_FALSE(Open(1, path));
-    log.ExpectAmong({{"TAV_UnZipExtCfgFileToBuffer", "Get file num of " + path + " failed, return 0x13"}});
-    MakeArchive(path, {{"other.dat", Text("x")}});
-    EXPECT_FALSE(Open(1, path));
-    remove(path.c_str());
-    EXPECT_FALSE(Open(1, path));
+    MakeSparseFile(archive, kLimit);
+    EXPECT_FALSE(Open(1, archive));
+    log.ExpectAmong({{"TAV_UnZipExtCfgFileToBuffer", "Get file num of " + archive + " failed, return 0x13"}});
+    MakeArchive(archive, {{"other.dat", Text("x")}});
+    EXPECT_FALSE(Open(1, archive));
+    remove(archive.c_str());
+    EXPECT_FALSE(Open(1, archive));
 }
 
-TEST(Files, Names) {
+TEST_F(Files, Names) {
     DebugLog log;
     const std::pair<const char *, uint32_t> names[] = {{"a.zip", 1}, {"a.ZIP", 0}, {"a.zip.dat", 0},
                                                        {".zip", 0},  {"ip", 0},    {nullptr, 0}};
@@ -153,10 +142,8 @@ TEST(Files, Names) {
                      {"TAV_ZipBufferToExtCfgFile", "Replace suffix of azip failed, return 0x801617"}});
 }
 
-TEST(Files, ChecksumsOfAFile) {
-    NothingLeaks leaks;
-    TempFolder folder;
-    const std::string path = folder.Path("a.dat"), archive = folder.Path("a.zip");
+TEST_F(Files, ChecksumsOfAFile) {
+    const std::string archive = folder.Path("a.zip");
     const Bytes image = Image(VsTlv(0, {})), sum = Slice(image, kChecksumAt, kHeadSize), none;
     const Bytes corrupt = Join({Slice(image, 0, image.size() - 1), {1}});
     const Bytes longSum = ImageWithHead({Tlv(5, Filled(36, 3))}, {});
@@ -198,18 +185,17 @@ TEST(Files, ChecksumsOfAFile) {
 }
 
 /** Paths up to the longest: a backup's name that does not hold the whole path is another file's, or the file's own. */
-TEST(Files, LongPathsAreWrittenOver) {
-    const TempFolder folder;
+TEST_F(Files, LongPathsAreWrittenOver) {
     for (size_t length = 248; length <= 257; ++length) {
         SCOPED_TRACE(length);
         const std::string place = folder.Path(std::to_string(length)) + "/";
         std::filesystem::create_directory(place);
-        const std::string path = place + std::string(length - place.size() - 4, 'p') + ".dat";
+        const std::string longPath = place + std::string(length - place.size() - 4, 'p') + ".dat";
         for (uint16_t value : {uint16_t{1}, uint16_t{2}}) {
-            const Store store = Open(2, path);
+            const Store store = Open(2, longPath);
             ASSERT_EQ(Add(store, 0, Class13(1, value)), TAV_OK);
             EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_OK);
-            const Store read = Open(1, path.substr(0, 255));
+            const Store read = Open(1, longPath.substr(0, 255));
             ASSERT_TRUE(read);
             EXPECT_EQ(ValueOf(TAV_ExtCfgGetRecord(0, Class13(1).get(), read.get()), 15), Host16(value));
         }
@@ -218,22 +204,16 @@ TEST(Files, LongPathsAreWrittenOver) {
 }
 
 /** A seek's code, seen as a number of bytes, may be just the length. */
-TEST(Files, ASeekThatFailsWritesNothing) {
-    const TempFolder folder;
-    const std::string path = folder.Path("a.dat");
+TEST_F(Files, ASeekThatFailsWritesNothing) {
     WriteFile(path, Text("content"));
-    interposer::Reset();
     interposer::FailNth(Call::kSeek, 1);
     EXPECT_EQ(TAV_WriteFileAtOffset("x", UINT32_MAX, path.c_str(), 0), TAV_ERR_REFUSED);
     EXPECT_EQ(interposer::Count(Call::kWrite), 0u);
     EXPECT_EQ(ReadFile(path), Text("content"));
-    interposer::Reset();
 }
 
 /** A store whose file is just as large as it may be, and then one byte larger. */
-TEST(Files, LargestStore) {
-    TempFolder folder;
-    const std::string path = folder.Path("a.dat");
+TEST_F(Files, LargestStore) {
     const uint32_t room = kLimit - kHeadSize - 20 - 8 - 12;  // less head, VS with id, record header, key
     const uint32_t fieldSize = 8 + 0xFFF8, rest = room % fieldSize - 8;
     const Bytes filler(0xFFFF, 0x55);

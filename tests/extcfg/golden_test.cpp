@@ -55,15 +55,16 @@ const std::vector<std::pair<uint32_t, std::vector<Field>>> kRecords = {
     {26, {{14, Host32(9)}, {27, Host32(0x0a0b0c0d)}, {28, Host16(0x1234)}}},
 };
 
-TEST(Golden, PlainFile) {
-    TempFolder folder;
-    Store store = Open(0, folder.Path("a.dat"));
+using Golden = FolderTest;
+
+TEST_F(Golden, PlainFile) {
+    Store store = Open(0, path);
     for (const auto &[cid, fields] : kRecords) {
         ASSERT_EQ(Add(store, 0, MakeRecord(cid, fields)), TAV_OK);
     }
     const std::time_t before = Now();
     ASSERT_EQ(TAV_ExtCfgFlush(store.get()), TAV_OK);
-    const Bytes written = ReadFile(folder.Path("a.dat"));
+    const Bytes written = ReadFile(path);
     ASSERT_EQ(WithoutTime(written), kPlain);
 
     // The moment of writing: big-endian year, month, day, hour, minute, second, week day, big-endian milliseconds.
@@ -77,13 +78,12 @@ TEST(Golden, PlainFile) {
     EXPECT_LT(time[8] << 24 | time[9] << 16 | time[10] << 8 | time[11], 1000);
 }
 
-TEST(Golden, FileThatRefersToAnother) {
-    TempFolder folder;
+TEST_F(Golden, FileThatRefersToAnother) {
     WriteFile(folder.Path("r.dat"), kReferred);
-    Store store = Open(0, folder.Path("a.dat"), folder.Path("r.dat"));
+    Store store = Open(0, path, folder.Path("r.dat"));
     ASSERT_EQ(Add(store, 0xFFFFFFFF, MakeRecord(26, {{14, Host32(0x100)}})), TAV_OK);
     ASSERT_EQ(TAV_ExtCfgFlush(store.get()), TAV_OK);
-    EXPECT_EQ(WithoutTime(ReadFile(folder.Path("a.dat"))), kReferring);
+    EXPECT_EQ(WithoutTime(ReadFile(path)), kReferring);
 
     WriteFile(folder.Path("b.dat"), kReferring);
     EXPECT_TRUE(Open(1, folder.Path("b.dat"), folder.Path("r.dat")));
@@ -96,7 +96,7 @@ TEST(Golden, FileThatRefersToAnother) {
     EXPECT_EQ(checksum, Slice(kReferred, kChecksumAt, kHeadSize));
 }
 
-TEST(Golden, AHeadFillsItsRoomOrIsRefused) {
+TEST_F(Golden, AHeadFillsItsRoomOrIsRefused) {
     const Bytes body = Slice(kPlain, kHeadSize, kPlain.size());
     const std::pair<uint32_t, uint32_t> rooms[] = {
         {0, TAV_ERR_NO_ROOM}, {79, TAV_ERR_NO_ROOM}, {80, TAV_OK}, {81, TAV_ERR_INVALID}};

@@ -21,6 +21,8 @@ const Bytes kVersion = Tlv(3, Be32(0x08070001));
 const Bytes kTime = Tlv(4, Filled(12, 0));
 const Bytes kSum = Tlv(5, Sha256(kBody));
 
+using Malformed = FolderTest;
+
 Store EmptyStore() {
     return Store(TAV_ExtCfgLocalCreate(2, "/nowhere/a.dat", nullptr));
 }
@@ -60,10 +62,9 @@ Bytes WithSum(const Bytes &sum) {
     return ImageWithHead({kVersion, kTime, Tlv(5, sum)}, kBody);
 }
 
-TEST(Malformed, EveryChangedByte) {
+TEST_F(Malformed, EveryChangedByte) {
     const Bytes image = Image(kBody);
     ASSERT_EQ(Parse(image), TAV_OK);
-    NothingLeaks leaks;
     for (size_t at = 0; at < image.size(); ++at) {
         // The version's lower bytes and the modify time mean nothing to a reader; all else is covered.
         bool tolerated = (at > kVersionAt && at < kVersionAt + 4) || (at >= kTimeAt && at < kTimeAt + 12);
@@ -75,9 +76,8 @@ TEST(Malformed, EveryChangedByte) {
     }
 }
 
-TEST(Malformed, EveryTruncationAndAppendedBytes) {
+TEST_F(Malformed, EveryTruncationAndAppendedBytes) {
     const Bytes image = Image(kBody);
-    NothingLeaks leaks;
     for (size_t size = 0; size < image.size(); ++size) {
         EXPECT_EQ(Parse(Slice(image, 0, size)), TAV_ERR_INVALID) << size;
         // The same with a digest that fits what is left, so that the walk decides: the cut at the end of a VS is whole.
@@ -94,31 +94,7 @@ TEST(Malformed, EveryTruncationAndAppendedBytes) {
     }
 }
 
-/** A length so large that adding the header's 8 bytes wraps, at every level. */
-TEST(Malformed, LengthsThatWrap) {
-    NothingLeaks leaks;
-    for (uint32_t length = 0xFFFFFFF0; length != 0; ++length) {
-        auto head = [&](uint32_t type) { return Join({Be32(type), Be32(length)}); };
-        const Bytes bodies[] = {Join({head(2), Filled(24, 0)}),
-                                Join({kBody, head(13), Filled(8, 0)}),
-                                VsTlv(0, {head(13), Filled(8, 0)}),
-                                VsTlv(0, {kRecord7, head(13)}),
-                                VsTlv(0, {Tlv(13, {Tlv(15, Be16(1)), head(14), Be32(5)})}),
-                                Tlv(2, {head(6), Be32(0)})};
-        for (const Bytes &body : bodies) {
-            EXPECT_EQ(Parse(Image(body)), TAV_ERR_INVALID) << length;
-            EXPECT_NE(Search(Image(Join({body, kLastVs}))), 1u) << length;
-        }
-        for (const Bytes &image :
-             {Join({head(1), Slice(Image(kBody), 8, kHeadSize), kBody}),
-              ImageWithHead({kVersion, kTime, kSum, head(9)}, kBody), ImageWithHead({head(3), kTime, kSum}, kBody)}) {
-            EXPECT_EQ(Parse(image), TAV_ERR_INVALID) << length;
-        }
-    }
-}
-
-TEST(Malformed, EachNamedFaultWithItsReports) {
-    TempFolder folder;
+TEST_F(Malformed, EachNamedFaultWithItsReports) {
     const std::string refer = folder.Path("r.dat"), chain = folder.Path("chain.dat");
     const Bytes referred = Image(VsTlv(9, {})), referSum = Slice(referred, kChecksumAt, kHeadSize);
     WriteFile(refer, referred);
@@ -171,7 +147,6 @@ TEST(Malformed, EachNamedFaultWithItsReports) {
         {Image(VsTlv(0, {kRecord13, kRecord13})), record, "Add record failed, cid=13, return 0x801617"},
     };
     DebugLog log;
-    NothingLeaks leaks;
     for (const Fault &fault : headFaults) {
         SCOPED_TRACE(fault.message);
         const char *referPath = fault.refer.empty() ? nullptr : fault.refer.c_str();
@@ -198,10 +173,9 @@ TEST(Malformed, EachNamedFaultWithItsReports) {
     log.ExpectAmong({{"TAV_CalcChecksum", "Report error: 0x4d"},
                      {sum, "Error code 0x1, return 0x801613"},
                      {data, "Error code 0x801613, return 0x801617"}});
-    interposer::Reset();
 }
 
-TEST(Malformed, WhatIsTolerated) {
+TEST_F(Malformed, WhatIsTolerated) {
     const Bytes unknown = Tlv(0x7000, Text("from a later version"));
     const std::pair<const char *, Bytes> images[] = {
         {"lowest version", WithVersion(0x08000000)},
@@ -221,9 +195,8 @@ TEST(Malformed, WhatIsTolerated) {
 }
 
 /** A checksum that is stated again is right when the first one was, without being computed again; else it is wrong. */
-TEST(Malformed, ChecksumsStatedAgain) {
+TEST_F(Malformed, ChecksumsStatedAgain) {
     using interposer::Call;
-    TempFolder folder;
     const std::string refer = folder.Path("r.dat");
     const Bytes referred = Image(VsTlv(9, {})), padded = Tlv(5, Join({Sha256(kBody), Filled(4, 7)})),
                 other = Tlv(20, Slice(referred, kChecksumAt, kHeadSize));
@@ -259,9 +232,11 @@ TEST(Malformed, ChecksumsStatedAgain) {
     EXPECT_EQ(check(fields), (Outcome{TAV_OK, 4 + 3, 3, last}));
 }
 
-/** Damages bodies at random: what loads with a right checksum can be written, and then loads again as the same. */
-TEST(Malformed, RandomDamageBehindARightChecksum) {
-    NothingLeaks leaks;
+/**
+ * Damages bodies at random, also by lengths so large that adding a header's 8 bytes wraps: what loads with a right
+ * checksum can be written, and then loads again as the same.
+ */
+TEST_F(Malformed, RandomDamageBehindARightChecksum) {
     Random random(77);
     unsigned loaded = 0;
     const unsigned rounds = 6000;
@@ -269,9 +244,12 @@ TEST(Malformed, RandomDamageBehindARightChecksum) {
         SCOPED_TRACE("round " + std::to_string(round));
         Bytes body = kBody;
         for (unsigned count = random() % 3 + 1; count > 0; --count) {
-            const size_t at = random() % body.size();
-            if (random() % 3 == 0) {
+            const size_t at = random() % (body.size() - 4);
+            const unsigned damage = random() % 8;
+            if (damage < 2) {
                 body.erase(body.begin() + static_cast<std::ptrdiff_t>(at));
+            } else if (damage < 4) {
+                std::ranges::copy(Be32(0xFFFFFFF0 + random() % 16), body.begin() + static_cast<std::ptrdiff_t>(at));
             } else {
                 body[at & ~size_t{3}] = static_cast<uint8_t>(random() % 30);
                 body[at] = static_cast<uint8_t>(random());

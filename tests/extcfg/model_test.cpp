@@ -15,11 +15,13 @@ namespace {
 
 using interposer::Call;
 
+using Model = FolderTest;
+
 int Sign(int32_t order) {
     return (order > 0) - (order < 0);
 }
 
-TEST(Model, RecordOrderVerifyAndMatch) {
+TEST_F(Model, RecordOrderVerifyAndMatch) {
     auto compare = [](const Record &a, const Record &b) {
         return Sign(TAV_ExtCfgRecordCompare(FieldsOf(a.get()), FieldsOf(b.get())));
     };
@@ -64,8 +66,7 @@ TEST(Model, RecordOrderVerifyAndMatch) {
     EXPECT_EQ(matches({{16, Host16(1)}}), 0u);
 }
 
-TEST(Model, ReadingAddingAndDeletingFields) {
-    NothingLeaks leaks;
+TEST_F(Model, ReadingAddingAndDeletingFields) {
     DebugLog log;
     Record record = MakeRecord(13, {{14, Host32(5)}, {12, Text("first")}, {12, Text("second")}});
     const Bytes before = Encode(record.get());
@@ -104,8 +105,7 @@ TEST(Model, ReadingAddingAndDeletingFields) {
     EXPECT_EQ(Encode(record.get()), Tlv(13, {Tlv(15, Be16(7))})) << "an emptied list can be filled again";
 }
 
-TEST(Model, FieldsThatAreNotTheRecordsOwn) {
-    const NothingLeaks leaks;
+TEST_F(Model, FieldsThatAreNotTheRecordsOwn) {
     const Record record = Class13(5, 1), other = Class13(6);
     const std::unique_ptr<TAV_ExtCfgFieldNode, decltype(&TAV_ExtCfgFieldNodeFree)> loose(
         TAV_ExtCfgFieldNodeCreate(1000, 300), TAV_ExtCfgFieldNodeFree);
@@ -116,7 +116,7 @@ TEST(Model, FieldsThatAreNotTheRecordsOwn) {
     EXPECT_EQ(Encode(other.get()), Tlv(13, Tlv(14, Be32(6))));
 }
 
-TEST(Model, ANewFieldIsZero) {
+TEST_F(Model, ANewFieldIsZero) {
     const Record record = MakeRecord(13, {});
     for (uint32_t size : {0u, 1u, 4u, 300u, 0xFFFFu}) {
         MakeRecord(13, {{1000, Filled(size, 0xEE)}});  // leaves its block to the next who asks for this size
@@ -126,7 +126,7 @@ TEST(Model, ANewFieldIsZero) {
 }
 
 /** Lengths for which there is hardly any memory: the sum stops at the greatest number, and comes back from it. */
-TEST(Model, RecordLengthsDoNotWrap) {
+TEST_F(Model, RecordLengthsDoNotWrap) {
     const Record record = Class13(5, 1);  // 22 bytes
     for (uint32_t length : {0xFFFFFFE0u, 0xFFFFFFE1u, 0xFFFFFFE2u, 0xFFFFFFF7u, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
         TAV_ExtCfgFieldNode *huge = TAV_ExtCfgFieldNodeCreate(1000, 4);
@@ -138,8 +138,7 @@ TEST(Model, RecordLengthsDoNotWrap) {
     }
 }
 
-TEST(Model, Overwriting) {
-    NothingLeaks leaks;
+TEST_F(Model, Overwriting) {
     const std::vector<Field> stored = {{14, Host32(5)}, {12, Text("old")}, {15, Host16(1)}, {8, Text("n")}};
     const Bytes key = Tlv(14, Be32(5)), text = Tlv(12, Text("old")), number = Tlv(15, Be16(1)),
                 name = Tlv(8, Text("n"));
@@ -170,7 +169,6 @@ TEST(Model, Overwriting) {
         interposer::FailNth(Call::kMemCopy, nth);
         EXPECT_EQ(TAV_ExtCfgRecordNodeSet(target.get(), source.get()), 0xFFFFFFFF) << nth;
     }
-    interposer::Reset();
 }
 
 /** The functions of virtual systems in a store, or of classes in a VS. */
@@ -226,8 +224,7 @@ std::vector<Node *> WorkOnList(const Kind<Node, Owner> &kind, Owner *owner, SLL_
     return kept;
 }
 
-TEST(Model, ListsThatOthersWorkOn) {
-    NothingLeaks leaks;
+TEST_F(Model, ListsThatOthersWorkOn) {
     const Kind<TAV_ExtCfgVsNode, CfgLocal> systems = {TAV_ExtCfgVsNodeCreate, TAV_ExtCfgVsNodeFree,
                                                       TAV_ExtCfgVsNodeFind, TAV_ExtCfgVsNodeGetInstance,
                                                       &TAV_ExtCfgVsNode::vsId};
@@ -247,8 +244,7 @@ TEST(Model, ListsThatOthersWorkOn) {
     }
 }
 
-TEST(Model, CreatingAStore) {
-    NothingLeaks leaks;
+TEST_F(Model, CreatingAStore) {
     DebugLog log;
     const std::string here = std::filesystem::current_path().string();
     CfgLocal *local = TAV_ExtCfgLocalCreate(2, "cfg/x.dat", "/r.dat");
@@ -273,12 +269,12 @@ TEST(Model, CreatingAStore) {
     }
     EXPECT_STREQ(out, "");
     for (size_t length = 1; length < 300; ++length) {
-        std::string path(length, 'p');
-        EXPECT_EQ(TAV_GetAbsPath(path.c_str(), out, sizeof(out)), TAV_OK);
-        EXPECT_EQ(out, (here + "/" + path).substr(0, 255));
-        path[0] = '/';
-        EXPECT_EQ(TAV_GetAbsPath(path.c_str(), out, sizeof(out)), TAV_OK);
-        EXPECT_EQ(out, path.substr(0, 255));
+        std::string name(length, 'p');
+        EXPECT_EQ(TAV_GetAbsPath(name.c_str(), out, sizeof(out)), TAV_OK);
+        EXPECT_EQ(out, (here + "/" + name).substr(0, 255));
+        name[0] = '/';
+        EXPECT_EQ(TAV_GetAbsPath(name.c_str(), out, sizeof(out)), TAV_OK);
+        EXPECT_EQ(out, name.substr(0, 255));
     }
 }
 

@@ -21,26 +21,18 @@ const Bytes kHalf = Image(VsTlv(0, {Tlv(13, Tlv(14, Be32(3))), Tlv(13, Tlv(14, B
 /** Passes its check and fails before anything is added. */
 const Bytes kNoVs = Image(Tlv(2, Tlv(13, Tlv(14, Be32(3)))));
 
-/** A test with a folder, where a.dat holds kGood. The log is off: with it on, searches take no short cut. */
-class Stores : public testing::Test {
-  protected:
-    Stores() { WriteFile(path_, kGood); }
-    ~Stores() override { interposer::Reset(); }
+/** A test with a file that holds kGood. The log is off: with it on, searches take no short cut. */
+struct Stores : FolderTest {
+    Stores() { WriteFile(path, kGood); }
 
     /** Queries the records of class 13 in a VS and expects just these keys, in this order. */
     static void ExpectKeys(const Store &store, uint32_t vsId, const std::vector<uint32_t> &keys) {
-        Record condition = Class13(2, 22);
-        ASSERT_EQ(TAV_ExtCfgStartQuery(vsId, condition.get(), store.get()), TAV_OK);
-        condition.reset();  // the store has its own copy, whose fields are not matched
+        ASSERT_EQ(TAV_ExtCfgStartQuery(vsId, Class13(2, 22).get(), store.get()), TAV_OK);  // which takes a copy
         for (uint32_t key : keys) {
             ASSERT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(key));
         }
         ASSERT_EQ(TAV_ExtCfgGetNextRecord(store.get()), nullptr);
     }
-
-    NothingLeaks leaks_;
-    TempFolder folder_;
-    const std::string path_ = folder_.Path("a.dat");
 };
 using Opening = Stores;
 using Query = Stores;
@@ -65,22 +57,22 @@ TEST_F(Opening, EachModeWithEachKindOfFile) {
     for (const Case &test : cases) {
         for (uint32_t mode : {0u, 1u, 2u, 3u, 256u, 257u, 258u}) {
             SCOPED_TRACE(std::string(test.name) + " in mode " + std::to_string(mode));
-            remove(path_.c_str());
+            remove(path.c_str());
             if (test.content) {
-                WriteFile(path_, *test.content);
+                WriteFile(path, *test.content);
             }
             log.Take();
             interposer::Reset();
-            Store store = Open(mode, path_);
+            Store store = Open(mode, path);
             const bool fails = mode != 2 && test.loadCode != nullptr, readOnly = mode == 1;
             EXPECT_EQ(interposer::Listed().empty(), mode == 2) << "mode 2 does not touch the file";
             ASSERT_EQ(store != nullptr, !fails || (!readOnly && test.opensReadWrite));
-            EXPECT_EQ(FileExists(path_), test.content.has_value());
+            EXPECT_EQ(FileExists(path), test.content.has_value());
             if (fails) {
                 log.ExpectAmong(
-                    {{"TAV_LoadExtCfgFile", "Load " + path_ + " start"},
-                     {"TAV_LoadExtCfgFile", "Load " + path_ + " end"},
-                     {"TAV_ExtCfgOpen", "Load file " + path_ + " failed, return " + std::string(test.loadCode)}});
+                    {{"TAV_LoadExtCfgFile", "Load " + path + " start"},
+                     {"TAV_LoadExtCfgFile", "Load " + path + " end"},
+                     {"TAV_ExtCfgOpen", "Load file " + path + " failed, return " + std::string(test.loadCode)}});
             }
             if (store == nullptr) {
                 continue;
@@ -90,12 +82,21 @@ TEST_F(Opening, EachModeWithEachKindOfFile) {
             }
             EXPECT_EQ(Add(store, 8, Class13(77)), readOnly ? TAV_ERR_REFUSED : TAV_OK);
         }
+        log.Take();
+        const Store queried(TAV_ExtCfgOpenAndQuery(0, Class13(0).get(), path.c_str(), nullptr));
+        if (test.loadCode == nullptr) {
+            EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(queried.get()), 14), Host32(1));
+            EXPECT_EQ(Add(queried, 0, Class13(9)), TAV_ERR_REFUSED) << "it is read-only";
+        } else {
+            EXPECT_EQ(queried, nullptr);
+            log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Null pointer, return 0x0"}});
+        }
     }
 }
 
 TEST_F(Query, Life) {
     DebugLog log;
-    Store store = Open(0, folder_.Path("new.dat")), writeOnly = Open(2, path_);
+    Store store = Open(0, folder.Path("new.dat")), writeOnly = Open(2, path);
     CfgLocal *local = store.get();
     auto expectNone = [&](const std::string &report) {
         log.Take();
@@ -120,6 +121,9 @@ TEST_F(Query, Life) {
     interposer::FailNth(Call::kMalloc, 1);
     EXPECT_EQ(TAV_ExtCfgStartQuery(5, class26.get(), local), TAV_ERR_NO_MEMORY);
     expectNone("CfgLocal query not started");
+    interposer::FailNth(Call::kMalloc, 7);  // behind store, image, VS, class and two records
+    EXPECT_EQ(TAV_ExtCfgOpenAndQuery(0, class26.get(), path.c_str(), nullptr), nullptr);
+    log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Start query return 0x801611, VS 0 filename " + path}});
     ExpectKeys(store, 5, {1, 2, 3, 9});
     EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
     expectNone("CfgLocal query not started");
@@ -160,29 +164,9 @@ TEST_F(Query, GoesOnBehindItsCursorWhateverIsDeleted) {
     }
 }
 
-TEST_F(Query, OpenAndQuery) {
-    DebugLog log;
-    Record any = MakeRecord(13, {});
-    auto open = [&](const char *name) {
-        log.Take();
-        return Store(TAV_ExtCfgOpenAndQuery(0, any.get(), folder_.Path(name).c_str(), nullptr));
-    };
-    interposer::Reset();
-    Store store = open("a.dat");
-    const uint32_t blocks = interposer::Count(Call::kMalloc);
-    ASSERT_TRUE(store);
-    EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(1));
-    EXPECT_EQ(Add(store, 0, Class13(9)), TAV_ERR_REFUSED) << "it is read-only";
-    EXPECT_FALSE(open("missing.dat"));
-    log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Null pointer, return 0x0"}});
-    interposer::FailNth(Call::kMalloc, blocks);  // the copy of the condition
-    EXPECT_FALSE(open("a.dat"));
-    log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Start query return 0x801611, VS 0 filename " + path_}});
-}
-
 TEST_F(Edit, RefusalsAndMisses) {
     DebugLog log;
-    Store store = Open(0, folder_.Path("new.dat"));
+    Store store = Open(0, folder.Path("new.dat"));
     CfgLocal *local = store.get();
     Record keyless = MakeRecord(7, {{9, Host16(1)}});
     EXPECT_EQ(TAV_ExtCfgAddRecord(1, keyless.get(), local), TAV_ERR_INVALID);
@@ -224,7 +208,7 @@ TEST_F(Edit, RefusalsAndMisses) {
 
 TEST_F(Edit, RefusedStores) {
     DebugLog log;
-    Store store = Open(1, path_);
+    Store store = Open(1, path);
     Record record = Class13(3, 1);
     log.Take();
     const std::pair<const char *, std::function<uint32_t(CfgLocal *)>> edits[] = {
@@ -242,35 +226,17 @@ TEST_F(Edit, RefusedStores) {
     EXPECT_EQ(TAV_ExtCfgStartQuery(0, record.get(), nullptr), TAV_ERR_INVALID);
     EXPECT_EQ(TAV_ExtCfgGetNextRecord(nullptr), nullptr);
     EXPECT_EQ(TAV_ExtCfgClose(nullptr), TAV_ERR_INVALID);
-    EXPECT_EQ(ReadFile(path_), kGood);
+    EXPECT_EQ(ReadFile(path), kGood);
     EXPECT_EQ(ValueOf(TAV_ExtCfgGetRecord(0, record.get(), store.get()), 15), Host16(33)) << "only the key counts";
-}
-
-TEST_F(Opening, EachAllocationFailingInTurn) {
-    // The store, the buffer, and a block for each VS, class, and record with its fields. Without the store there is
-    // nothing; a read-write open that fails before its first VS starts empty.
-    const uint32_t needed = 1 + 1 + 1 + 1 + 2;
-    for (uint32_t mode : {0u, 1u}) {
-        for (uint32_t nth = 1; nth <= needed + 1; ++nth) {
-            NothingLeaks leaks;
-            interposer::FailNth(Call::kMalloc, nth);
-            Store store = Open(mode, path_);
-            const bool startsEmpty = mode == 0 && (nth == 2 || nth == 3);
-            ASSERT_EQ(store != nullptr, nth > needed || startsEmpty) << "mode " << mode << " block " << nth;
-            if (store) {
-                EXPECT_EQ(TAV_CalcExtCfgFileBodySize(store.get()), startsEmpty ? 0u : kGood.size() - kHeadSize);
-            }
-        }
-    }
 }
 
 TEST_F(Opening, LoadingLeavesNoPointersIntoTheImage) {
     const Record condition = Class13(3);
     for (const Bytes &content : {kGood, kBroken, kNoVs}) {
-        WriteFile(path_, content);
+        WriteFile(path, content);
         TAV_ExtCfgFileContext context = {};
         context.recordCond = condition.get();
-        EXPECT_EQ(TAV_LoadExtCfgFile(path_.c_str(), &context), content == kGood ? 1u : TAV_ERR_INVALID);
+        EXPECT_EQ(TAV_LoadExtCfgFile(path.c_str(), &context), content == kGood ? 1u : TAV_ERR_INVALID);
         EXPECT_EQ(context.image, nullptr);
         EXPECT_EQ(context.foundValue, nullptr);
         EXPECT_EQ(context.storedChecksum, nullptr);
@@ -278,7 +244,7 @@ TEST_F(Opening, LoadingLeavesNoPointersIntoTheImage) {
 }
 
 TEST_F(Edit, ARecordIsItsCallersUntilItIsAdded) {
-    Store store = Open(2, path_);
+    Store store = Open(2, path);
     Record record = Class13(3);
     for (uint32_t nth = 1; nth <= 2; ++nth) {  // adding takes a VS node and a class node
         interposer::FailNth(Call::kMalloc, nth);
@@ -287,7 +253,7 @@ TEST_F(Edit, ARecordIsItsCallersUntilItIsAdded) {
     }
     TAV_ExtCfgRecordNode *added = record.get();
     ASSERT_EQ(Add(store, 0, std::move(record)), TAV_OK);
-    const Store other = Open(2, path_);
+    const Store other = Open(2, path);
     DebugLog log;
     for (const auto &[vsId, local] : {std::pair{0u, store.get()}, {7u, store.get()}, {0u, other.get()}}) {
         EXPECT_EQ(TAV_ExtCfgAddRecord(vsId, added, local), TAV_ERR_INVALID) << "it is in a store already";
@@ -301,27 +267,15 @@ TEST_F(Edit, ARecordIsItsCallersUntilItIsAdded) {
 
 TEST_F(Edit, AKeyGivenTwiceChangesNothing) {
     const Bytes image = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(3)), Tlv(15, Be16(33))})}));
-    WriteFile(path_, image);
-    const Store store = Open(0, path_);
+    WriteFile(path, image);
+    const Store store = Open(0, path);
     const Record twice = MakeRecord(13, {{15, Host16(9)}, {14, Host32(3)}, {14, Host32(1)}});
     EXPECT_EQ(TAV_ExtCfgSetRecord(0, twice.get(), store.get()), TAV_ERR_INVALID);
     EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_UNCHANGED);
     EXPECT_EQ(TAV_ExtCfgSetRecord(1, twice.get(), store.get()), TAV_ERR_NOT_FOUND) << "the look-up comes first";
-    EXPECT_EQ(TAV_ExtCfgSetRecordToFile(0, twice.get(), path_.c_str(), nullptr), TAV_ERR_INVALID);
-    EXPECT_EQ(ReadFile(path_), image);
+    EXPECT_EQ(TAV_ExtCfgSetRecordToFile(0, twice.get(), path.c_str(), nullptr), TAV_ERR_INVALID);
+    EXPECT_EQ(ReadFile(path), image);
     EXPECT_EQ(Encode(twice.get()), Tlv(13, {Tlv(15, Be16(9)), Tlv(14, Be32(3)), Tlv(14, Be32(1))})) << "none consumed";
-}
-
-/** A record that was added with the log on stands behind the greatest one, as later adds must know. */
-TEST_F(Edit, AddsWithTheLogOnAndOff) {
-    const Store store = Open(0, folder_.Path("new.dat"));
-    EXPECT_EQ(Add(store, 0, Class13(1)), TAV_OK);
-    {
-        const DebugLog log;
-        EXPECT_EQ(Add(store, 0, Class13(2)), TAV_OK);
-    }
-    EXPECT_EQ(Add(store, 0, Class13(2)), TAV_ERR_INVALID);
-    ExpectKeys(store, 0, {1, 2});
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "interposer.h"
 #include "store.h"
+#include "tav_common.h"
 #include "tav_extcfg_nodes.h"
 
 namespace {
@@ -16,11 +17,14 @@ class Twins {
   public:
     Twins(uint32_t seed, uint32_t keys) : random_(seed), keys_(keys) {}
 
+    /** Adds, now and then with the log on, when the tree is searched without short cuts. */
     void Add() {
         const uint32_t key = random_() % keys_;
+        g_ucTavDebugFlag = random_() % 4 == 0 ? 1 : 0;
         Record record = Class13(key, static_cast<uint16_t>(random_()));
         const TAV_ExtCfgRecordNode *node = record.get();
         ASSERT_EQ(::Add(store_, 0, std::move(record)), map_.emplace(key, node).second ? TAV_OK : TAV_ERR_INVALID);
+        g_ucTavDebugFlag = 0;
     }
     void Set() {
         const uint32_t key = random_() % keys_;

@@ -117,26 +117,26 @@ class RandomStore {
     ById<ById<std::map<std::pair<size_t, Bytes>, Fields>>> content_;
 };
 
-TEST(RoundTrip, RandomStores) {
-    TempFolder folder;
-    NothingLeaks leaks;
-    const std::string plain = folder.Path("a.dat"), archive = folder.Path("a.zip"), copy = folder.Path("b.dat");
+using RoundTrip = FolderTest;
+
+TEST_F(RoundTrip, RandomStores) {
+    const std::string archive = folder.Path("a.zip"), copy = folder.Path("b.dat");
     for (uint32_t seed = 1; seed <= 60; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         RandomStore expected(seed);
-        Store store = Open(2, plain);
+        Store store = Open(2, path);
         expected.Fill(store);
         const Bytes image = Image(expected.Body());
         ASSERT_EQ(TAV_ExtCfgFlush(store.get()), TAV_OK);
-        ASSERT_EQ(WithoutTime(ReadFile(plain)), image);
+        ASSERT_EQ(WithoutTime(ReadFile(path)), image);
         ASSERT_EQ(TAV_WriteExtCfgFile(archive.c_str(), store.get()), TAV_OK);
         ASSERT_EQ(TAV_WriteExtCfgFile(archive.c_str(), store.get()), TAV_ERR_UNCHANGED);
         Bytes member(image.size());
         ASSERT_EQ(BEX_UnzipToBuffer(static_cast<uint32_t>(image.size()), member.data(), "a.zip.dat", archive.c_str()),
                   0u);
         ASSERT_EQ(WithoutTime(member), image);
-        for (const std::string &path : {plain, archive}) {
-            store = Open(0, path);
+        for (const std::string &each : {path, archive}) {
+            store = Open(0, each);
             ASSERT_TRUE(store);
             expected.ExpectIn(store);
             ASSERT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_UNCHANGED);

@@ -37,7 +37,7 @@ const TypeGroup kTypeGroups[] = {
 };
 
 /** Starts with the table as it is shipped; puts the completed one back at the end. */
-struct StartUp : testing::Test {
+struct StartUp : FolderTest {
     StartUp() { std::copy(ShippedTypeTable().begin(), ShippedTypeTable().end(), g_astExtTlvDataTypeTbl); }
     ~StartUp() override {
         std::copy(ShippedTypeTable().begin(), ShippedTypeTable().end(), g_astExtTlvDataTypeTbl);
@@ -91,14 +91,12 @@ TEST_F(StartUp, TakesWhatThePlatformSays) {
 }
 
 TEST_F(StartUp, BeforeItNothingIsWrittenAndKeysAreAllEqual) {
-    TempFolder folder;
-    NothingLeaks leaks;
-    Store store = Open(2, folder.Path("a.dat"));
+    Store store = Open(2, path);
     EXPECT_EQ(Add(store, 0, Class13(1)), TAV_OK);
     EXPECT_EQ(Add(store, 0, Class13(2)), TAV_ERR_INVALID);
     EXPECT_EQ(TAV_CalcExtCfgFileHeadSize(store.get()), 0u);
     EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_COPY);
-    EXPECT_FALSE(FileExists(folder.Path("a.dat")));
+    EXPECT_FALSE(FileExists(path));
 }
 
 TEST(Types, UnknownTypesAreReported) {

@@ -1,5 +1,6 @@
 #include "store.h"
 
+#include "interposer.h"
 #include "tav_extcfg_nodes.h"
 
 Record MakeRecord(uint32_t cid, const std::vector<Field> &fields) {
@@ -68,4 +69,8 @@ NothingLeaks::~NothingLeaks() {
     TAV_Posix_MemTotal(&after);
     EXPECT_EQ(after.blocks, before_.blocks) << "blocks left over or returned twice";
     EXPECT_EQ(after.bytes, before_.bytes);
+}
+
+FolderTest::~FolderTest() {
+    interposer::Reset();
 }

@@ -59,6 +59,15 @@ class NothingLeaks {
     TAV_Posix_MemAccount before_;
 };
 
+/** A test with a folder and the path of a file in it. It leaves no block behind, and no call failing. */
+struct FolderTest : testing::Test {
+    FolderTest() = default;
+    ~FolderTest() override;
+    NothingLeaks leaks;
+    TempFolder folder;
+    const std::string path = folder.Path("a.dat");
+};
+
 /** The type table as the library ships it, before start-up completed it. */
 const std::vector<TAV_ExtTlvDataTypeRow> &ShippedTypeTable();
 

@@ -47,8 +47,7 @@ constexpr NFTPCI_MemBufBlock kData = {4, 5, 6, "data"};
 const Bytes kBody = VsTlv(0, {Tlv(13, {Tlv(14, Be32(1)), Tlv(15, Be16(5))}), Tlv(13, {Tlv(14, Be32(2))})});
 const Bytes kRefer = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(50)), Tlv(15, Be16(9))})})), kImage = Image(kBody);
 constexpr uint32_t kBodySize = 70;
-// Bodies of stores that had no memory for all of the file: nothing, no record, the record without its second field.
-constexpr uint32_t kNoBody = 0, kBodyOfVs = 20, kBodyOfOneRecord = 50;
+constexpr uint32_t kNoBody = 0;  // of a store that had no memory for the file
 
 const auto Size = [](const auto &bytes) { return static_cast<uint32_t>(std::size(bytes)); };
 const auto Result = [](int32_t result) { return static_cast<uint32_t>(result); };
@@ -304,7 +303,7 @@ uint32_t UseVector() {
 
 std::vector<Operation> StoreOperations() {
     const Codes flush = {kNoMemory, kCopy, kRefused, TAV_ERR_OPEN, TAV_ERR_NOT_FOUND, kPlatformCode};
-    const Codes checksum = {kRead, kCopy, kInvalid}, partOfFile = {kNone, kNoBody, kBodyOfVs, kBodyOfOneRecord};
+    const Codes checksum = {kRead, kCopy, kInvalid}, startsEmpty = {kNone, kNoBody};
     std::vector<Operation> all = {
         {"query", 0, {kNoMemory}, [](World &w) { return TAV_ExtCfgStartQuery(0, w.key.get(), w.At("a.dat")); }},
         {"open and query", kBodySize, {kNone}, [](World &w) { return OpenAndQuery(w); }},
@@ -319,7 +318,7 @@ std::vector<Operation> StoreOperations() {
     for (const string name : {"a.dat", "a.zip", "refers.dat"}) {
         const auto open = [name](uint32_t mode) { return [=](World &w) { return BodySize(w.OpenAs(mode, name)); }; };
         all.push_back({"open read-only " + name, kBodySize, {kNone}, open(TAV_EXT_MODE_READ_ONLY)});
-        all.push_back({"open read-write " + name, kBodySize, partOfFile, open(TAV_EXT_MODE_READ_WRITE)});
+        all.push_back({"open read-write " + name, kBodySize, startsEmpty, open(TAV_EXT_MODE_READ_WRITE)});
         all.push_back({"open write-only " + name, kNoBody, {kNone}, open(TAV_EXT_MODE_WRITE_ONLY)});
         all.push_back({"flush " + name, 0, flush, [=](World &w) { return TAV_ExtCfgFlush(w.At(name)); }});
     }
