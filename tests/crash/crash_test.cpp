@@ -29,10 +29,7 @@ Record NewRecord() {
 }
 
 Body BodyOf(const std::string &path) {
-    const Store store = Open(TAV_EXT_MODE_READ_ONLY, path);
-    Bytes body(store ? TAV_CalcExtCfgFileBodySize(store.get()) : 0);
-    const auto size = static_cast<uint32_t>(body.size());
-    return store && TAV_BuildExtCfgFileBody(store.get(), body.data(), size) == TAV_OK ? Body(body) : std::nullopt;
+    return ::BodyOf(Open(TAV_EXT_MODE_READ_ONLY, path));
 }
 
 /** Becomes the tool, after a command of the shell. */

@@ -1,8 +1,10 @@
 /*
  * The nodes of a store, walked from C: tav_extcfg_nodes.h against the library.
  */
-#include "nodes_walk.h"
 #include "store.h"
+
+/** Writes a line for each virtual system, class, record and field; a field's value in hexadecimal, in host order. */
+extern "C" void PrintNodes(FILE *out, const CfgLocal *local);
 
 namespace {
 

@@ -1,4 +1,7 @@
-#include "nodes_walk.h"
+/*
+ * A walk over the nodes of a store, written in C.
+ */
+#include <stdio.h>
 
 #include "tav_extcfg_nodes.h"
 
