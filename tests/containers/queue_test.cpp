@@ -56,7 +56,7 @@ TEST(CircularQueue, AgreesWithADeque) {
 
 TEST(CircularQueue, IsNotMadeWhenMemoryIsShortOrTheSizeWraps) {
     NothingLeaks leaks;
-    for (const uint32_t slots : {UINT32_MAX, 1u << 30}) {
+    for (const uint32_t slots : {UINT32_MAX, 1u << 30, static_cast<uint32_t>(UINT32_MAX / sizeof(uintptr_t))}) {
         EXPECT_EQ(TAV_CIRCLEQ_Alloc(g_pTavCommHandle, slots), nullptr) << slots;
     }
     for (const auto call : {interposer::Call::kMalloc, interposer::Call::kMemFill}) {

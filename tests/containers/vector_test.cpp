@@ -25,6 +25,8 @@ void ExpectSlots(const VEC_Vector *vector, const Slots &slots) {
         EXPECT_EQ(Slots(each->slots, each->slots + each->allocated), slots);
         EXPECT_EQ(VEC_VectorCount(each), std::ranges::count_if(slots, std::identity()));
     }
+    const auto firstEmpty = std::find(slots.begin(), slots.begin() + copy->active, 0) - slots.begin();
+    EXPECT_EQ(VEC_VectorEmptySlot(copy), firstEmpty);
     VEC_VectorFree_F(copy);
 }
 
@@ -120,7 +122,9 @@ TEST(Vector, StaysAsItWasWhenMemoryIsShortOrASizeWraps) {
     }
     interposer::FailNth(Call::kMalloc, 1);
     EXPECT_EQ(VEC_VectorSetNoDel(vector, 6), -1);
-    EXPECT_EQ(VEC_VectorSetIndex(vector, UINT32_MAX, 6), -1);
+    for (const size_t index : {UINT32_MAX / sizeof(uintptr_t), size_t{UINT32_MAX}}) {
+        EXPECT_EQ(VEC_VectorSetIndex(vector, static_cast<uint32_t>(index), 6), -1) << index;
+    }
     ExpectSlots(vector, {5});
     VEC_VectorFree_F(vector);
 }

@@ -58,6 +58,8 @@ const std::vector<std::pair<uint32_t, std::vector<Field>>> kRecords = {
 using Golden = FolderTest;
 
 TEST_F(Golden, PlainFile) {
+    setenv("TZ", "XYZ-9:30", 1);  // times are GMT all the same
+    tzset();
     Store store = Open(0, path);
     for (const auto &[cid, fields] : kRecords) {
         ASSERT_EQ(Add(store, 0, MakeRecord(cid, fields)), TAV_OK);
