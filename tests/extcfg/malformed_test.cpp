@@ -112,7 +112,7 @@ TEST_F(Malformed, EachNamedFaultWithItsReports) {
         std::string function, message;
         std::string refer = {};
     };
-    const Fault headFaults[] = {
+    const std::vector<Fault> headFaults = {
         {{}, data, "First TLV is invalid"},
         {Join({kBody, whole}), data, "First TLV must be HDR TLV, now is 2"},
         {Join({whole, {0}}), data, "File size 210, TLV total len is 209"},
@@ -135,7 +135,7 @@ TEST_F(Malformed, EachNamedFaultWithItsReports) {
         {Image(kBody, Filled(36, 0)), sum2, "Invalid size 36", refer},
         {Image(kBody, digest), sum2, "Error code 0x801617, return 0x801617", chain},
     };
-    const Fault bodyFaults[] = {
+    const std::vector<Fault> bodyFaults = {
         {Image({}), "TAV_ExtTlvProcForEach", "First TLV is invalid"},
         {Image(Tlv(2, Bytes{})), vs, "Error code 0x801618, return 0x801617"},
         {Image(Tlv(2, {kRecord13})), vs, "Error code 0x801618, return 0x801617"},
@@ -147,16 +147,13 @@ TEST_F(Malformed, EachNamedFaultWithItsReports) {
         {Image(VsTlv(0, {kRecord13, kRecord13})), record, "Add record failed, cid=13, return 0x801617"},
     };
     DebugLog log;
-    for (const Fault &fault : headFaults) {
-        SCOPED_TRACE(fault.message);
-        const char *referPath = fault.refer.empty() ? nullptr : fault.refer.c_str();
-        EXPECT_EQ(Parse(fault.image, EmptyStore(), referPath), TAV_ERR_INVALID);
-        log.ExpectAmong({{fault.function, fault.message}, {"TAV_ParseExtCfgFileData", "File data is invalid"}});
-    }
-    for (const Fault &fault : bodyFaults) {
-        SCOPED_TRACE(fault.message);
-        EXPECT_EQ(Parse(fault.image), TAV_ERR_INVALID);
-        log.ExpectAmong({{fault.function, fault.message}, {"TAV_ParseExtCfgFileData", "Report error: 0x801617"}});
+    for (const auto &[faults, lastReport] :
+         {std::pair(headFaults, "File data is invalid"), {bodyFaults, "Report error: 0x801617"}}) {
+        for (const auto &[image, function, message, referPath] : faults) {
+            SCOPED_TRACE(message);
+            EXPECT_EQ(Parse(image, EmptyStore(), referPath.empty() ? nullptr : referPath.c_str()), TAV_ERR_INVALID);
+            log.ExpectAmong({{function, message}, {"TAV_ParseExtCfgFileData", lastReport}});
+        }
     }
     EXPECT_EQ(Parse(Image(VsTlv(0, {Tlv(7, {Tlv(8, Filled(255, 'x'))})}))), TAV_ERR_NO_MEMORY) << "over its limit";
     log.ExpectAmong({{"TAV_ExtCfgFieldNodeCreate", "Too large for fid 8, len=255"},

@@ -81,6 +81,7 @@ TEST_F(Nulls, Store) {
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetRecord, 0, record.get(), store.get());
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgVsNodeFind, store.get(), 0);
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgOpenAndQuery, 0, record.get(), text, nullptr);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetNextRecord, store.get());
     EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgEndQuery, store.get());
     EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgClose, store.get());
     EXPECT_OF_NULLS(kNull, TAV_ExtCfgRecordNodeSet, record.get(), record.get());

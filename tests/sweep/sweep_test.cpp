@@ -25,7 +25,7 @@ namespace {
 
 using std::string;
 using Codes = std::set<uint32_t>;
-using Contents = std::map<string, string>;  // what is seen of each thing: a hash, or a text
+using Contents = std::map<string, Bytes>;  // what is seen of each thing
 
 // What operations answer beside codes: no object; less than wanted, where there is no code for it.
 constexpr uint32_t kNone = 0xA000, kPart = 0xA001;
@@ -59,16 +59,6 @@ uint32_t Register(ARU_Detect_Handle *handle, uint32_t type) {
 
 uint32_t BodySize(const Store &store) {
     return store ? TAV_CalcExtCfgFileBodySize(store.get()) : kNone;
-}
-
-string Hash(const Bytes &bytes) {
-    return std::to_string(std::hash<string>()(string(bytes.begin(), bytes.end())));
-}
-
-string HashOfBody(const Store &store) {
-    Bytes body(BodySize(store));
-    EXPECT_EQ(TAV_BuildExtCfgFileBody(store.get(), body.data(), Size(body)), TAV_OK);
-    return Hash(body);
 }
 
 /** What operations work on: files, stores that were changed and not written, records, and a detecting process. */
@@ -138,32 +128,32 @@ struct World {
         Receive();
     }
 
-    /** Takes the messages that the subscriber got. Returns their lengths, each with a blank behind it. */
-    string Receive() const {
-        string lengths;
+    /** Takes the messages that the subscriber got. Returns their lengths. */
+    Bytes Receive() const {
+        Bytes received;
         void *message = nullptr;
         for (uint32_t length = 0; TAV_Posix_BusReceive(port, 0, &message, &length) == 0;) {
-            lengths += std::to_string(length) + " ";
+            received = Join({received, Host32(length)});
             DMS_MsgFree(kSubscriber, message);
         }
-        return lengths;
+        return received;
     }
 
     /** What can be seen from outside: bodies of stores and of files that load, other files as they are. */
     Contents Look() const {
-        Contents all = {{"received", Receive()}, {"items", std::to_string(VEC_VectorCount(vector))}};
-        all["code of an event"] = std::to_string(ARU_Detect_Filter(kVs, handle, kEvent, 0));
+        Contents all = {{"received", Receive()}, {"items", HostBytes(VEC_VectorCount(vector))}};
+        all["code of an event"] = Host32(ARU_Detect_Filter(kVs, handle, kEvent, 0));
         all["told of an event"] = Receive();
         for (const auto &entry : std::filesystem::recursive_directory_iterator(Path())) {
             const string name = entry.path().string().substr(Path().size() + 1);
             if (const Store store = OpenAs(TAV_EXT_MODE_READ_ONLY, name)) {
-                all[name] = HashOfBody(store);
+                all[name] = *BodyOf(store);
             } else if (name != "tmp/tmpunzippath") {
-                all[name] = entry.is_regular_file() && !name.ends_with(".zip") ? Hash(ReadFile(entry.path())) : "";
+                all[name] = entry.is_regular_file() && !name.ends_with(".zip") ? ReadFile(entry.path()) : Bytes();
             }
         }
         for (const auto &[name, store] : stores) {
-            all["store of " + name] = HashOfBody(store);
+            all["store of " + name] = *BodyOf(store);
         }
         return all;
     }
