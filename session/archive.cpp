@@ -57,7 +57,7 @@ Block Unpack(const Block &archive, const std::string &member, const std::string 
     if (zip_stat_index(opened.get(), 0, ZIP_FL_ENC_RAW, &status) != 0) {
         refuse("the archive's member is damaged");
     }
-    if (LastComponent(status.name) != member) {
+    if (!member.empty() && LastComponent(status.name) != member) {
         refuse(fmt::format("the archive's member is named {}, not {}: was the archive renamed?",
                            LastComponent(status.name), member));
     }

@@ -10,7 +10,8 @@
 
 namespace session {
 
-/** Unpacks the only member of an archive. Throws Error (TAV_ERR_INVALID) that says what is wrong. */
+/** Unpacks the only member of an archive, which must have this name unless that is empty. Throws Error
+ * (TAV_ERR_INVALID) that says what is wrong. */
 Block Unpack(const Block &archive, const std::string &member, const std::string &place);
 
 }  // namespace session

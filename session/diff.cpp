@@ -46,14 +46,14 @@ class Comparison {
             const std::optional<VsView> match = after.FindVs(vs.Id());
             if (Wants(scope_.vsId, vs.Id())) {
                 CompareVs(vs.Id(), vs, match);
-                if (!match && visitor_.vsGone) {
+                if (!match && !scope_.cid && visitor_.vsGone) {
                     visitor_.vsGone(vs.Id());
                 }
             }
         }
         for (const VsView vs : after) {
             if (Wants(scope_.vsId, vs.Id()) && !before.FindVs(vs.Id())) {
-                if (visitor_.vsNew) {
+                if (!scope_.cid && visitor_.vsNew) {
                     visitor_.vsNew(vs.Id());
                 }
                 CompareVs(vs.Id(), {}, vs);
@@ -255,6 +255,16 @@ Changes Diff(const Store &before, const Store &after, const DiffScope &scope) {
     };
     Compare(before, after, scope, visitor);
     return changes;
+}
+
+ChangeCounts CountDifferences(const Store &before, const Store &after, const DiffScope &scope) {
+    ChangeCounts counts;
+    DiffVisitor visitor;
+    visitor.gone = [&](uint32_t, RecordView) { ++counts.deleted; };
+    visitor.added = [&](uint32_t, RecordView) { ++counts.added; };
+    visitor.changed = [&](uint32_t, RecordView, RecordView) { ++counts.changed; };
+    Compare(before, after, scope, visitor);
+    return counts;
 }
 
 Changes Merge(const Store &from, const Store &into) {

@@ -146,9 +146,7 @@ void JsonWriter::Add(RecordView record) {
         text_ += recordCount_ == 0 ? "\n{" : ",\n{";
         Writer(&text_, names_).AppendRecord(record);
     } else {
-        text_ += fmt::format("{{\"vs\":{},", vsId_);
-        Writer(&text_, names_).AppendRecord(record);
-        text_ += '\n';
+        text_ += RecordToJson(vsId_, record, names_) + '\n';
     }
     ++recordCount_;
     if (text_.size() >= kPieceSize) {
@@ -177,6 +175,18 @@ void WriteJson(const Store &store, JsonForm form, const TextSink &sink, const Na
         }
     }
     writer.End();
+}
+
+std::string ValueToJson(FieldView field) {
+    std::string text;
+    AppendValue(&text, field.Id(), field.Text());
+    return text;
+}
+
+std::string RecordToJson(uint32_t vsId, RecordView record, const Names &names) {
+    std::string text = fmt::format("{{\"vs\":{},", vsId);
+    Writer(&text, names).AppendRecord(record);
+    return text;
 }
 
 std::string ChangeToJson(const Change &change, const Names &names) {

@@ -268,7 +268,7 @@ class Reader : public session::JsonEvents {
     }
 
     /** Throws Problem unless the object that ends has had a member. */
-    void Require(Member member) const {
+    void Require(Member member) {
         if ((seen_ & member) == 0) {
             if (member == kSystems || member == kHex) {
                 RefuseShape();
@@ -279,7 +279,12 @@ class Reader : public session::JsonEvents {
     }
 
     /** Throws Problem that says what must stand where the reader is. */
-    [[noreturn]] void RefuseShape() const { throw Problem(WhatIsWrong()); }
+    [[noreturn]] void RefuseShape() {
+        if (in_ == In::kSystems || in_ == In::kRecords || in_ == In::kFields) {
+            Step(in_ == In::kSystems ? &system_ : in_ == In::kRecords ? &record_ : &field_);  // to what is wrong
+        }
+        throw Problem(WhatIsWrong());
+    }
 
     const char *WhatIsWrong() const {
         switch (in_) {
@@ -311,7 +316,7 @@ class Reader : public session::JsonEvents {
         return R"(an object must be {"hex":"..."})";
     }
 
-    uint32_t IdOf(const Scalar &scalar) const {
+    uint32_t IdOf(const Scalar &scalar) {
         if (scalar.type != Scalar::Type::kNumber || scalar.number > UINT32_MAX) {
             RefuseShape();
         }

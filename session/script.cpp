@@ -138,22 +138,6 @@ bool ParseLine(std::string_view line, const Names &names, Change *change) {
     return true;
 }
 
-/** Appends a word that reads as it is, in quotes where it must be. */
-void AppendQuoted(std::string *line, const std::string &text) {
-    if (!text.empty() && text.find_first_of(" \"") == std::string::npos) {
-        *line += text;
-        return;
-    }
-    *line += '"';
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            *line += '\\';
-        }
-        *line += c;
-    }
-    *line += '"';
-}
-
 }  // namespace
 
 Changes ParseScript(std::string_view text, const Names &names) {
@@ -173,14 +157,27 @@ Changes ParseScript(std::string_view text, const Names &names) {
     return changes;
 }
 
+std::string Quoted(const std::string &text) {
+    if (!text.empty() && text.find_first_of(" \"") == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            quoted += '\\';
+        }
+        quoted += c;
+    }
+    return quoted + '"';
+}
+
 std::string WriteChange(const Change &change, const Names &names) {
     std::string line(kVerbs[static_cast<size_t>(change.verb)].second);
     line += fmt::format(" {}", change.vsId);
     if (change.cid) {
         line += ' ' + names.ClassText(*change.cid);
         for (const auto &[fid, value] : change.fields) {
-            line += fmt::format(" {}=", names.FieldText(*change.cid, fid));
-            AppendQuoted(&line, FormatValue(fid, value));
+            line += fmt::format(" {}={}", names.FieldText(*change.cid, fid), Quoted(FormatValue(fid, value)));
         }
         for (const uint32_t fid : change.unset) {
             line += ' ' + names.FieldText(*change.cid, fid);

@@ -139,6 +139,14 @@ std::string ParseValue(uint32_t fid, std::string_view text) {
     }
 }
 
+uint32_t ParseId(std::string_view text) {
+    try {
+        return static_cast<uint32_t>(session::ParseNumber(text, UINT32_MAX));
+    } catch (const session::Problem &problem) {
+        throw Error(TAV_ERR_INVALID, "", problem.what());
+    }
+}
+
 int CompareValues(uint32_t fid, std::string_view a, std::string_view b) {
     // The big-endian bytes of numbers, addresses and times have the order of what they mean.
     const Kind kind = KindOf(fid);

@@ -18,7 +18,7 @@ namespace tav {
 /** What of two stores is compared. */
 struct DiffScope {
     std::optional<uint32_t> vsId;    /**< one virtual system; all without it */
-    std::optional<uint32_t> cid;     /**< one class; all without it */
+    std::optional<uint32_t> cid;     /**< one class; all without it, and then virtual systems as such, too */
     std::set<uint32_t> ignored = {}; /**< fields that make no difference, other than key fields */
 };
 
@@ -52,6 +52,9 @@ TAV_VISIBLE void Compare(const Store &before, const Store &after, const DiffScop
  * @return the changes, which own copies of everything
  */
 TAV_VISIBLE Changes Diff(const Store &before, const Store &after, const DiffScope &scope = {});
+
+/** Counts the records that only one of two stores has, and those whose fields differ. */
+TAV_VISIBLE ChangeCounts CountDifferences(const Store &before, const Store &after, const DiffScope &scope = {});
 
 /**
  * The changes that bring all virtual systems and records of one store into another: records that are there already are

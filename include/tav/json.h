@@ -74,6 +74,12 @@ TAV_VISIBLE void WriteJson(const Store &store, JsonForm form, const TextSink &si
  */
 TAV_VISIBLE size_t ReadJson(std::string_view text, JsonForm form, Store *store, const Names &names = {});
 
+/** The JSON form of a value. */
+TAV_VISIBLE std::string ValueToJson(FieldView field);
+
+/** A record as one line of the form of lines, without a line feed. */
+TAV_VISIBLE std::string RecordToJson(uint32_t vsId, RecordView record, const Names &names = {});
+
 /**
  * Writes a change as one line of JSON, without a line feed:
  * {"verb":"unset","vs":0,"class":13,"fields":[[14,5]],"unset":[18]}; without a class for a virtual system.

@@ -37,6 +37,9 @@ TAV_VISIBLE Changes ParseScript(std::string_view text, const Names &names = {});
 /** Writes a change as a line of a script, without a line feed. ParseScript gives back the same change. */
 TAV_VISIBLE std::string WriteChange(const Change &change, const Names &names = {});
 
+/** A value, as FormatValue shows it, for a script: in double quotes where it must be. */
+TAV_VISIBLE std::string Quoted(const std::string &text);
+
 }  // namespace tav
 
 #endif

@@ -50,6 +50,9 @@ TAV_VISIBLE std::string DescribeRecord(uint32_t vsId, RecordView record);
  */
 TAV_VISIBLE std::string ParseValue(uint32_t fid, std::string_view text);
 
+/** Parses a number of 32 bits, decimal or with 0x in front. Throws Error, without a place. */
+TAV_VISIBLE uint32_t ParseId(std::string_view text);
+
 /**
  * Orders two values of a field: numbers by their size, addresses by family and address, times by the calendar, texts
  * and bytes byte by byte. A value that does not have the length of its type sorts behind those that have.

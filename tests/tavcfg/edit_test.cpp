@@ -1,6 +1,9 @@
 /*
  * get, show, add, set, del, patch: records and values.
  */
+#include <cstdlib>
+
+#include "tav/session.h"
 #include "tool.h"
 
 using EditTest = ToolTest;
@@ -93,7 +96,7 @@ TEST_F(EditTest, MalformedCommandLinesAreUsageErrors) {
     Refused(2, "key field 14 of class 13 is given twice", "add" + kIn13 + "14=9 14=8");
     Refused(2, "no key field", "get" + kIn13 + "14=5 15=1");
     Refused(2, "key field 14 of class 13 is missing", "del" + kIn13 + "15=1");
-    EXPECT_THAT(Out("add --help"), HasSubstr("FID=VALUE"));
+    EXPECT_THAT(Out("add --help"), HasSubstr("FIELD=VALUE"));
 }
 
 TEST_F(EditTest, ShowPrintsAlignedTables) {
@@ -133,22 +136,79 @@ TEST_F(EditTest, PatchWritesInPlaceOrNotAtAll) {
     Refused(1, "malformed at offset 138", "patch y.dat --vs 0 --class 13 14=7 15=1");
 }
 
-/**
- * Neither a broken file, nor one beside a backup: the library would replace the backup, and delete it in the end; after
- * a crash it may be all that is left.
- */
-TEST_F(EditTest, BrokenFilesAndFilesWithABackupAreNotWritten) {
+/** Nor a missing file beside a backup, which may be all that is left; beside one that loads, it stays as it is. */
+TEST_F(EditTest, BrokenFilesAndMissingOnesWithABackupAreNotWritten) {
     Put("bad.dat", Damaged(SmallImage(), kChecksumAt));
     Put("x.dat.bak", "precious");
     Put("gone.dat.bak", "precious");
+    Put("x.json", R"({"vs":[{"id":0,"records":[]}]})");
     const std::string record = " --vs 0 --class 13 14=5";
     for (const std::string command : {"add", "set", "del", "patch"}) {
         Refused(1, "checksum mismatch", command + " bad.dat" + record);
-        Refused(1, "tavcfg recover", command + " x.dat" + record);
     }
-    for (const char *arguments :
-         {"add gone.dat --vs 0 --class 13 14=5", "import x.dat x.json", "import --merge gone.dat x.json",
-          "convert x.dat gone.dat", "convert --rewrite x.dat gone.dat"}) {
+    for (const std::string &arguments :
+         {"patch x.dat" + record, "add gone.dat" + record, std::string("import gone.dat x.json"),
+          std::string("import --merge gone.dat x.json"), std::string("convert x.dat gone.dat"),
+          std::string("convert --rewrite x.dat gone.dat")}) {
         Refused(1, "tavcfg recover", arguments);
     }
+    Out("set x.dat" + record + " 15=9");
+    EXPECT_EQ(Content("x.dat.bak"), Text("precious"));
+}
+
+TEST_F(EditTest, ManyRecordsAreChangedAtOnce) {
+    Out("add" + kIn13 + "14=9 15=1 16=3 12='a b'");
+    EXPECT_EQ(Out("set" + kIn13 + "--where 15=1 16=8 19=7"), "set 2 records in x.dat\n");
+    EXPECT_EQ(Out("show x.dat --class 13 --format csv --fields 14,16,19"),
+              "vs,class,14,16,19\n0,13,5,8,7\n0,13,7,,\n0,13,9,8,7\n");
+    EXPECT_EQ(Out("unset" + kIn13 + "--all 12 19"), "unset fields of 2 records in x.dat\n");
+    EXPECT_EQ(Out("unset" + kIn13 + "14=5 16"), "unset fields of VS 0 class 13 14=5 in x.dat\n");
+    EXPECT_EQ(Out("set" + kIn13 + "--where 14\\>99 16=1"), "nothing to write: no record of x.dat matches\n");
+    Put("before.dat", Content("x.dat"));
+    EXPECT_EQ(Out("del" + kIn13 + "--where 15!=2 --where 16=8 --dry-run"), "del 0 13 14=9\n");
+    EXPECT_EQ(Content("x.dat"), Content("before.dat"));
+    EXPECT_EQ(Out("del" + kIn13 + "--where '14>5'"), "deleted 2 records in x.dat\n");
+    EXPECT_EQ(Out("count x.dat --class 13"), "1\n");
+    EXPECT_EQ(Out("count x.dat --where 9=22"), "1\n");
+    EXPECT_EQ(Out("del" + kIn13 + "--all"), "deleted 1 record in x.dat\n");
+    EXPECT_EQ(Out("count x.dat"), "1\n");
+    for (const char *arguments :
+         {"del x.dat --vs 0 --class 13", "del x.dat --vs 0 --class 1", "set x.dat --vs 0 --class 13 --all",
+          "set x.dat --vs 0 --class 13 --where 14=5 14=6", "unset x.dat --vs 0 --class 13 14=5",
+          "del x.dat --vs 0 --class 13 --all 14=5", "count x.dat --where 15", "show x.dat --sort x"}) {
+        Refused(2, "", arguments);
+    }
+}
+
+TEST_F(EditTest, ScriptsAreAppliedAsAWholeOrNotAtAll) {
+    Put("names.json", R"({"13": {"name": "route", "fields": {"14": "id", "18": "address"}}})");
+    Put("script", "# two changes\nadd 0 route id=9 address=192.0.2.1\ndel 0 13 14=5\nset 0 13 14=7 15=8\n");
+    EXPECT_EQ(Out("apply x.dat script --names names.json --dry-run"),
+              "del 0 route id=5\nset 0 route id=7 15=8\nadd 0 route id=9 address=192.0.2.1\n");
+    setenv("TAV_NAMES", "names.json", 1);
+    EXPECT_EQ(Out("apply x.dat - <script"), "wrote x.dat: records added 1, changed 1, deleted 1\n");
+    unsetenv("TAV_NAMES");
+    EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=9 --json"),
+              "{\"vs\":0,\"class\":13,\"fields\":[[14,9],[18,\"192.0.2.1\"]]}\n");
+    EXPECT_EQ(Out("get x.dat --vs 0 --class route id=9 --names names.json"), "id=9\naddress=192.0.2.1\n");
+    EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=9 --field 14 --raw | od -An -tx1"), " 00 00 00 09\n");
+    Put("x.dat.names.json", Content("names.json"));
+    Refused(1, "script: line 2: VS 0 class 13 14=9: there is a record with this key already", "apply x.dat script");
+    Refused(1, "script: line 2: 'route' is no known class", "apply new.dat script");
+    Put("x", "add 3");
+    Put("x.dat.names.json", "{");
+    Refused(1, "x.dat.names.json: parse error at line 1, column 2", "count x.dat");
+    EXPECT_EQ(Out("apply new.dat - <x"), "wrote new.dat: records added 0, changed 0, deleted 0\n");
+}
+
+TEST_F(EditTest, ALockedFileIsReadAndNotWritten) {
+    Put("script", "add 0 13 14=9");
+    Out("export x.dat --output x.json");
+    const tav::Lock lock(Path("x.dat"));
+    for (const std::string &arguments :
+         {"set --wait 0.1" + kIn13 + "14=5 15=3", std::string("apply --wait 0 x.dat script"),
+          std::string("import --merge --wait 0 x.dat x.json")}) {
+        Refused(3, "is changing it", arguments);
+    }
+    EXPECT_EQ(Out("count x.dat"), "3\n");
 }

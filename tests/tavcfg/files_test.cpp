@@ -10,15 +10,57 @@ using FilesTest = ToolTest;
 TEST_F(FilesTest, ConvertKeepsEveryByte) {
     EXPECT_EQ(Out("convert x.dat x.zip"), "converted x.dat to x.zip\n");
     Put("y.dat", "what was there before");
-    Out("convert x.zip y.dat");
+    Refused(1, "no configuration file", "convert --force x.zip y.dat");
+    Put("y.dat", Image(VsTlv(0, {Rec13(1, 1)})));
+    Refused(1, "y.dat is there and holds something else: --force", "convert x.zip y.dat");
+    Refused(1, "y.dat is there and holds something else: --force", "convert --rewrite x.zip y.dat");
+    Out("convert --force x.zip y.dat");
     EXPECT_EQ(Content("y.dat"), SmallImage());
     EXPECT_FALSE(Has("y.dat.bak"));
     EXPECT_EQ(Out("convert --rewrite x.dat y.dat"), "nothing to write: y.dat holds the same already\n");
     std::filesystem::create_hard_link(Path("x.dat"), Path("same.dat"));
     Refused(1, "they are the same file", "convert x.dat same.dat");
-    Refused(1, "cannot write no/y.dat", "convert x.dat no/y.dat");
+    Refused(1, "no/y.dat: its folder no cannot be used: No such file", "convert x.dat no/y.dat");
     std::filesystem::create_directory(Path("dir.dat"));
-    Refused(1, "not a regular file", "convert x.dat dir.dat");
+    Refused(1, "it is a folder", "convert x.dat dir.dat");
+    std::filesystem::rename(Path("x.zip"), Path("renamed.zip"));
+    Refused(1, "not named renamed.zip.dat", "convert renamed.zip z.dat");
+    Out("convert --any-member renamed.zip z.dat");
+    EXPECT_EQ(Content("z.dat"), SmallImage());
+}
+
+/** Whatever is changed or cut off: what is still whole comes out, and nothing that was not there. */
+TEST_F(FilesTest, SalvageTakesWhatCanBeRead) {
+    const auto salvaged = [this](const Bytes &image) {
+        Put("bad.dat", image);
+        const std::string said = Out("convert --salvage --force bad.dat y.dat");
+        return said.substr(0, said.find(" of bad.dat")) + "|" + Out("export --format jsonl y.dat");
+    };
+    const std::string r5 = "{\"vs\":0,\"class\":13,\"fields\":[[14,5],[15,1]]}\n";
+    const std::string r7 = "{\"vs\":0,\"class\":13,\"fields\":[[14,7],[15,2]]}\n";
+    const std::string ssh = "{\"vs\":0,\"class\":7,\"fields\":[[8,\"ssh\"],[9,22]]}\n", vs3 = "{\"vs\":3}\n";
+    const Bytes good = SmallImage();
+    EXPECT_EQ(salvaged(Damaged(good, kChecksumAt)), "salvaged 3 records|" + r5 + r7 + ssh + vs3);
+    const Bytes cut = Slice(good, 0, good.size() - 25);  // VS 3, and the end of the last record
+    EXPECT_EQ(salvaged(cut),
+              "lost: VS 0 class 7 8=ssh: a record that is cut off at offset 160\n"
+              "lost: VS 0: the end, which was cut off, of what stands at offset 80\n"
+              "salvaged 2 records|" +
+                  r5 + r7);
+    EXPECT_EQ(
+        salvaged(Image(VsTlv(0, {Rec13(5, 1), Tlv(13, {Tlv(15, Be16(1))}), Tlv(99, Text("x")), Rec13(5, 2)}))),
+        "lost: VS 0 class 13: VS 0 class 13: it cannot be added: a key field is missing, or there is a record with"
+        " this key already at offset 130\n"
+        "lost: VS 0: what is of type 99 and no record at offset 148\n"
+        "lost: VS 0 class 13: VS 0 class 13 14=5: it cannot be added: a key field is missing, or there is a record"
+        " with this key already at offset 157\nsalvaged 1 record|" +
+            r5);
+    Put("bad.dat", Text("nothing of the kind, nothing at all"));
+    Refused(1, "no record in it can be read", "convert --salvage bad.dat z.dat");
+    for (size_t i = 0; i < good.size(); ++i) {
+        Put("bad.dat", i % 2 == 0 ? Damaged(good, i) : Slice(good, 0, i));
+        EXPECT_LE(Run("convert --salvage --force bad.dat y.dat").code, 1) << i;
+    }
 }
 
 /** A limit on the size of files stands for a full disk; the message gets past it through a pipe. */
@@ -27,10 +69,10 @@ TEST_F(FilesTest, AFailedWriteLeavesTheOldFile) {
     Out("convert y.dat y.zip");
     Out("export x.dat >x.json");
     for (const std::string file : {"y.dat", "y.zip", "new.dat", "new.zip"}) {
-        for (const std::string &arguments :
-             {"convert x.dat " + file, "import " + file + " x.json", "add " + file + " --vs 0 --class 13 14=9"}) {
+        for (const std::string &arguments : {"convert --force x.dat " + file, "import --force " + file + " x.json",
+                                             "add " + file + " --vs 0 --class 13 14=9"}) {
             const std::string limited = "(trap '' 25; ulimit -f 0; exec '" TAVCFG_PROGRAM "' " + arguments + " 2>&1)";
-            Refused(1, "cannot write " + file + ": ", "verify x.dat; " + limited + " | cat >&2; false");
+            Refused(1, file + ": cannot be written: File too large", "verify x.dat; " + limited + " | cat >&2; false");
         }
     }
 }
@@ -58,6 +100,10 @@ TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
         Refused(1, "cannot write", command + " >/dev/full");
         Refused(1, "cannot write", command + " >&-");
     }
+    Refused(1, "x.dat was written, but standard output cannot be",
+            "verify x.dat; cp x.dat x; '" TAVCFG_PROGRAM
+            "' set x.dat --vs 0 --class 13 14=5 15=6 >/dev/full || (mv x x.dat; false)");
+    EXPECT_EQ(Out("show x.dat | head -1"), "VS 0, class 13: 2 records\n");
     // No file that is opened may take the place of a closed stream: the message would end up in it.
     EXPECT_EQ(Run("set x.dat --vs 0 --class 13 14=5 15=7 <&- >&-").code, 1);
     EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=5 --field 15"), "7\n");

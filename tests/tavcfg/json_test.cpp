@@ -13,9 +13,9 @@ class JsonTest : public ToolTest {
     void ExpectRoundTrip(const Bytes &image) {
         Put("a.dat", image);
         Put("a.json", Out("export a.dat"));
-        Out("import b.dat a.json");
+        Out("import --force b.dat a.json");
         EXPECT_EQ(WithoutTime(Content("b.dat")), WithoutTime(image));
-        Out("import c.zip - <a.json");
+        Out("import --force c.zip - <a.json");
         EXPECT_EQ(Out("export c.zip"), Out("export a.dat"));
         EXPECT_EQ(Out("import a.dat a.json"), "nothing to write: a.dat holds the same already\n");
         EXPECT_EQ(Content("a.dat"), image);
@@ -69,17 +69,19 @@ TEST_F(JsonTest, ImportOfAnExportGivesTheSameBody) {
     }
 }
 
-TEST_F(JsonTest, ExportRefusesWhatAnImportCouldNotGiveBack) {
+TEST_F(JsonTest, ExportSaysWhenAnImportWouldNotGiveTheSameBytes) {
     const Bytes r5 = Rec13(5, 1), r7 = Rec13(7, 1), other = Tlv(26, {Tlv(14, Be32(1))}), foreign = Tlv(99, Text("x"));
     for (const Bytes &body :
          {foreign, Join({VsTlv(0, {r5}), foreign}), VsTlv(0, {r5, Tlv(15, Be16(1))}), VsTlv(0, {r7, r5}),
           VsTlv(0, {r5, other, r7}), Join({VsTlv(0, {r5}), VsTlv(0, {r7})}), Tlv(2, {r5, Tlv(6, Be32(0))})}) {
         Put("x.dat", Image(body));
         Out("verify x.dat");
-        Refused(1, "tavcfg convert --rewrite x.dat OUT", "export x.dat");
+        Refused(1, "tavcfg convert --rewrite x.dat OUT", "export --strict x.dat");
+        EXPECT_THAT(Out("export --output x.json x.dat 2>&1"), HasSubstr("but not the same bytes"));
         if (body != foreign) {
-            Out("convert --rewrite x.dat y.dat");
+            Out("convert --rewrite --force x.dat y.dat");
             ExpectRoundTrip(Content("y.dat"));
+            EXPECT_EQ(Out("import y.dat x.json"), "nothing to write: y.dat holds the same already\n");
         }
     }
 }
@@ -95,8 +97,8 @@ TEST_F(JsonTest, MalformedJsonIsRefusedWithItsPlace) {
     const std::pair<std::string, std::string> rows[] = {
         {"", "parse error at line 1, column 1"},
         {"{\"vs\":[\n}", "parse error at line 2, column 1"},
-        {R"({"vs":[],"x":1})", "one member \"vs\""},
-        {R"({"vs":[],"vs":[]})", "holds \"vs\" twice"},
+        {R"({"x":1})", "one member \"vs\""},
+        {R"({"vs":[{"id":0,"records":[]}],"vs":[]})", "holds \"vs\" twice"},
         {R"({"vs":{}})", "\"vs\" is no array"},
         {vs(""), "there is no VS"},
         {vs(R"({"id":0})"), "vs[0]: \"records\" is missing"},
@@ -119,7 +121,7 @@ TEST_F(JsonTest, MalformedJsonIsRefusedWithItsPlace) {
     };
     for (const auto &[text, why] : rows) {
         Put("bad.json", text);
-        for (const std::string command : {"import x.dat ", "import new.zip ", "import --merge x.dat "}) {
+        for (const std::string command : {"import --force x.dat ", "import new.zip ", "import --merge x.dat "}) {
             Refused(1, why, command + "bad.json");
         }
     }
@@ -131,26 +133,37 @@ TEST_F(JsonTest, MergeAddsAndOverwritesAsDiffTells) {
     Put("m.json", R"({"vs":[{"id":0,"records":[{"class":13,"fields":[[14,5],[15,4],[12,""]]},
         {"class":13,"fields":[[14,6],[15,3],[15,4]]}, {"class":13,"fields":[[15,2],[14,7]]}]}, {"id":9,"records":[]}]})");
     Put("old.dat", SmallImage());
-    EXPECT_EQ(Out("import --merge x.dat m.json"), "wrote x.dat: records added 1, overwritten 2\n");
+    EXPECT_EQ(Out("import --merge x.dat m.json"), "wrote x.dat: records added 1, changed 1, deleted 0\n");
     const std::string changes =
         "~ VS 0 class 13 14=5: 15: 1 -> 4\n"
         "~ VS 0 class 13 14=5: 12: (none) -> \"\"\n";
     EXPECT_EQ(Run("diff old.dat x.dat").out, changes + "+ VS 0 class 13: 14=6 15=3 15=4\n+ VS 9\n");
-    Refused(1, "vs[0].records[1]: VS 0 class 13 14=6: field 15 is given twice", "import --merge x.dat m.json");
+    Refused(1, "VS 0 class 13 14=6: field 15 is given twice", "import --merge x.dat m.json");
     Put("x.dat", Damaged(Content("x.dat"), kChecksumAt));
     Refused(1, "checksum mismatch", "import --merge x.dat m.json");
-    Out("import x.dat m.json");  // makes the file anew, whatever it was
+    Refused(1, "checksum mismatch", "import --force x.dat m.json");
+    Put("x.dat", SmallImage());
+    Refused(1, "x.dat is there and holds something else", "import x.dat m.json");
+    const std::string script = Out("import --force --dry-run x.dat m.json");
+    Out("import --force x.dat m.json");
     Out("import --merge new.zip m.json");
     EXPECT_EQ(Out("diff x.dat new.zip"), "");
+    EXPECT_EQ(Run("diff --script old.dat x.dat").out, script);
+    Put("script", script);
+    Put("copy.dat", SmallImage());
+    Out("apply copy.dat script");
+    EXPECT_EQ(Out("diff x.dat copy.dat --exclude 16"), "");
+    EXPECT_EQ(Run("diff --json --vs 3 old.dat x.dat").out, "{\"verb\":\"del\",\"vs\":3}\n");
+    EXPECT_EQ(Out("diff --class 7 --vs 3 old.dat copy.dat"), "");
     const Result result = Run("diff old.dat x.dat");
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.out, changes +
-                              "~ VS 0 class 13 14=7: the order of the fields\n"
+                              "~ VS 0 class 13 14=7: the order of the fields: 14 15 -> 15 14\n"
                               "- VS 0 class 7: 8=ssh 9=22\n"
                               "+ VS 0 class 13: 14=6 15=3 15=4\n"
                               "- VS 3\n"
                               "+ VS 9\n");
     Put("x.dat", Image(Join({SmallBody(), Tlv(99, Text("foreign"))})));
-    EXPECT_EQ(Run("diff old.dat x.dat").out, "~ the order of records, or what is no record\n");
-    Refused(2, "No such file", "diff x.dat none.dat");
+    EXPECT_THAT(Run("diff old.dat x.dat").out, StartsWith("~ the order of records, or what is no record: checksum "));
+    Refused(2, "none.dat: there is no such file", "diff x.dat none.dat");
 }

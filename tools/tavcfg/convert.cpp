@@ -3,54 +3,94 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <utility>
 
 #include "errors.h"
-#include "store.h"
+#include "salvage.h"
+#include "tav/copy.h"
 
 namespace tavcfg {
 
 namespace {
 
-/** Writes an image as a whole new file, keeping what was there under its backup's name until the new one stands. */
-void ReplaceFile(const File &file, const Image &image) {
-    RequireWritable(file);
-    const File backup = BackupOf(file);
-    const bool wasThere = Exists(file);
-    if (wasThere) {
-        MoveFile(file, backup);
+int SayUnchanged(const File &out) {
+    fmt::print("nothing to write: {} holds the same already\n", out.given);
+    return 0;
+}
+
+/** Throws Failure when OUT holds something else and may not lose it. */
+void RequireConsent(bool holdsElse, const ConvertOptions &options) {
+    if (holdsElse && !options.replaces) {
+        throw Failure(fmt::format("{} is there and holds something else: --force replaces it", options.out.given));
     }
-    const uint32_t code = file.IsArchive() ? TAV_ZipBufferToExtCfgFile(image.data.get(), image.size, file.path.c_str())
-                                           : TAV_WriteBufferToFile(image.data.get(), image.size, file.path.c_str());
-    if (code == TAV_OK) {
-        if (wasThere) {
-            DeleteFile(backup);
+}
+
+/** Writes a store to OUT as a session does. */
+int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &options) {
+    WriteOptions write;
+    write.file = options.in;
+    write.file.target.file = options.out;
+    tav::Session session = OpenToWrite(write, true);
+    RequireConsent(!session.IsNew() && Differ(session.Store(), store), options);
+    session.Store() = std::move(store);
+    return Commit(&session, write, done);
+}
+
+int CopyBytes(const ConvertOptions &options) {
+    const FileOptions &in = options.in;
+    try {
+        const tav::CopyOptions copy{
+            {.refer = in.target.refer ? in.target.refer->path : "", .ignoreRefer = in.ignoresRefer, .wait = in.wait},
+            options.replaces,
+            options.anyMember};
+        if (!tav::Copy(in.target.file.given, options.out.given, copy)) {
+            return SayUnchanged(options.out);
         }
-        return;
+    } catch (const tav::Error &error) {
+        if (error.Code() == TAV_ERR_REFUSED) {
+            RequireConsent(true, options);
+        }
+        if (error.Code() == TAV_ERR_INVALID && error.Place() == in.target.file.given) {
+            Read(in);  // says precisely what is wrong
+        }
+        if (error.Code() == TAV_ERR_BACKUP) {
+            throw Failure(fmt::format("{}: tavcfg recover {}", error.what(), error.Place()));
+        }
+        throw;
     }
-    if (wasThere) {
-        MoveFile(backup, file);
-    } else if (Exists(file)) {
-        DeleteFile(file);
+    PrintDone(options.out, fmt::format("converted {} to {}", in.target.file.given, options.out.given));
+    return 0;
+}
+
+int Salvage(const ConvertOptions &options) {
+    const File &in = options.in.target.file;
+    Salvaged salvaged = SalvageFrom(in);
+    for (const std::string &loss : salvaged.losses) {
+        fmt::print("lost: {}\n", loss);
     }
-    throw Failure(fmt::format("cannot write {}: {}", file.given, Explain(code)));
+    return WriteAnew(std::move(salvaged.store),
+                     fmt::format("salvaged {} record{} of {} to {}, {} loss{}", salvaged.recordCount,
+                                 salvaged.recordCount == 1 ? "" : "s", in.given, options.out.given,
+                                 salvaged.losses.size(), salvaged.losses.size() == 1 ? "" : "es"),
+                     options);
 }
 
 }  // namespace
 
 int RunConvert(const ConvertOptions &options) {
-    const auto &[in, out, rewrites] = options;
-    if (SameFile(in.file, out)) {
-        throw Failure(fmt::format("cannot convert {} to {}: they are the same file", in.file.given, out.given));
+    if (SameFile(options.in.target.file, options.out)) {
+        throw Failure(fmt::format("cannot convert {} to {}: they are the same file", options.in.target.file.given,
+                                  options.out.given));
     }
-    LoadedFile loaded = Load(in);
-    if (!rewrites) {
-        ReplaceFile(out, loaded.image);
-    } else if (!loaded.store.WriteTo(out)) {
-        fmt::print("nothing to write: {} holds the same already\n", out.given);
-        return 0;
+    if (options.salvages) {
+        return Salvage(options);
     }
-    fmt::print("converted {} to {}\n", in.file.given, out.given);
-    return 0;
+    if (!options.rewrites) {
+        return CopyBytes(options);
+    }
+    tav::Snapshot snapshot = Read(options.in);
+    return WriteAnew(std::move(snapshot.Store()),
+                     fmt::format("converted {} to {}", options.in.target.file.given, options.out.given), options);
 }
 
 }  // namespace tavcfg

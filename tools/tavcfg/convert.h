@@ -1,20 +1,23 @@
 /*
- * convert: plain to archive and back.
+ * convert: plain to archive and back, and what can be read of a damaged file.
  */
 #ifndef TAVCFG_CONVERT_H
 #define TAVCFG_CONVERT_H
 
-#include "file.h"
+#include "open.h"
 
 namespace tavcfg {
 
 struct ConvertOptions {
-    Target in;
+    FileOptions in;
     File out;
-    bool rewrites;  // writes the records anew instead of copying every byte
+    bool rewrites;   // writes the records anew instead of copying every byte
+    bool salvages;   // takes what can be read of a damaged file
+    bool anyMember;  // of an archive, whatever its member is called
+    bool replaces;   // what OUT holds already
 };
 
-/** Copies a file. Throws Failure. */
+/** Copies a file. Throws Failure and tav::Error. */
 int RunConvert(const ConvertOptions &options);
 
 }  // namespace tavcfg

@@ -6,7 +6,7 @@
 
 #include "body.h"
 #include "errors.h"
-#include "value_forms.h"
+#include "value.h"
 
 namespace tavcfg {
 

@@ -4,135 +4,182 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <unordered_map>
 
+#include "errors.h"
 #include "store.h"
-#include "value.h"
+#include "tav/json.h"
+#include "tav/script.h"
+#include "tav/values.h"
 
 namespace tavcfg {
 
 namespace {
 
-/** The fields of a record for one line: "14=5 15=1". */
-std::string FieldsText(const Record &record) {
-    std::string text;
-    for (const auto &[fid, value] : record.fields) {
-        text += fmt::format("{}{}={}", text.empty() ? "" : " ", fid, FormatValue(fid, value));
+constexpr const char *kNone = "(none)";
+
+/** A value so that no two read alike, nor like none. */
+std::string ValueText(tav::FieldView field) {
+    const std::string text = tav::FormatValue(field);
+    return text == kNone ? fmt::format("\"{}\"", text) : tav::Quoted(text);
+}
+
+/** Prints what tells two files apart, a line each: removed (-), changed (~) and added (+). */
+class TextDiff {
+  public:
+    TextDiff(const tav::DiffScope &scope, const tav::Names &names) : scope_(scope), names_(names) {}
+
+    /** Returns whether anything was printed. */
+    bool Print(const tav::Store &before, const tav::Store &after) {
+        after_ = &after;
+        tav::DiffVisitor visitor;
+        visitor.vsGone = [this](uint32_t vsId) { Enter(vsId); };
+        visitor.vsNew = [this](uint32_t vsId) { PrintNow(vsId, fmt::format("+ VS {}\n", vsId)); };
+        visitor.gone = [this](uint32_t vsId, tav::RecordView record) { PrintNow(vsId, RecordLine('-', vsId, record)); };
+        visitor.added = [this](uint32_t vsId, tav::RecordView record) {
+            Enter(vsId);
+            added_ += RecordLine('+', vsId, record);
+        };
+        visitor.changed = [this](uint32_t vsId, tav::RecordView from, tav::RecordView to) {
+            PrintChange(vsId, from, to);
+        };
+        tav::Compare(before, after, scope_, visitor);
+        Flush();
+        return isPrinted_;
     }
-    return text;
-}
 
-void PrintRecord(char sign, uint32_t vsId, const Record &record) {
-    fmt::print("{} VS {} class {}: {}\n", sign, vsId, record.cid, FieldsText(record));
-}
-
-/** The values of a field in a record, in order. */
-std::vector<std::string> ValuesOf(const Record &record, uint32_t fid) {
-    std::vector<std::string> values;
-    for (const Field &field : record.fields) {
-        if (field.fid == fid) {
-            values.push_back(FormatValue(fid, field.value));
+  private:
+    std::string RecordLine(char sign, uint32_t vsId, tav::RecordView record) const {
+        std::string line = fmt::format("{} VS {} class {}:", sign, vsId, names_.ClassText(record.Cid()));
+        for (const tav::FieldView field : record) {
+            line += fmt::format(" {}={}", names_.FieldText(record.Cid(), field.Id()), ValueText(field));
         }
+        return line + '\n';
     }
-    return values;
-}
 
-/** Prints how a record changed, field by field. */
-void PrintChange(uint32_t vsId, const Record &before, const Record &after) {
-    std::vector<uint32_t> fids;
-    for (const Record *record : {&before, &after}) {
-        for (const Field &field : record->fields) {
-            if (std::find(fids.begin(), fids.end(), field.fid) == fids.end()) {
-                fids.push_back(field.fid);
+    std::string NameOf(uint32_t vsId, tav::RecordView record) const {
+        std::string name = fmt::format("VS {} class {}", vsId, names_.ClassText(record.Cid()));
+        for (const uint32_t fid : tav::KeyFields(record.Cid())) {
+            name += fmt::format(" {}={}", names_.FieldText(record.Cid(), fid), ValueText(*record.Find(fid)));
+        }
+        return name;
+    }
+
+    /** The values of a field in a record, in order. */
+    static std::vector<std::string> ValuesOf(tav::RecordView record, uint32_t fid) {
+        std::vector<std::string> values;
+        for (const tav::FieldView field : record) {
+            if (field.Id() == fid) {
+                values.push_back(ValueText(field));
+            }
+        }
+        return values;
+    }
+
+    std::string OrderOf(tav::RecordView record) const {
+        std::string order;
+        for (const tav::FieldView field : record) {
+            order += ' ' + names_.FieldText(record.Cid(), field.Id());
+        }
+        return order;
+    }
+
+    /** Prints how a record changed, field by field. */
+    void PrintChange(uint32_t vsId, tav::RecordView before, tav::RecordView after) {
+        std::vector<uint32_t> fids;
+        for (const tav::RecordView record : {before, after}) {
+            for (const tav::FieldView field : record) {
+                if (!scope_.ignored.contains(field.Id()) && std::ranges::find(fids, field.Id()) == fids.end()) {
+                    fids.push_back(field.Id());
+                }
+            }
+        }
+        const std::string name = NameOf(vsId, after);
+        std::string lines;
+        for (const uint32_t fid : fids) {
+            const std::vector<std::string> from = ValuesOf(before, fid), to = ValuesOf(after, fid);
+            for (size_t i = 0; i < std::max(from.size(), to.size()); ++i) {
+                if (i >= from.size() || i >= to.size() || from[i] != to[i]) {
+                    lines += fmt::format("~ {}: {}: {} -> {}\n", name, names_.FieldText(after.Cid(), fid),
+                                         i < from.size() ? from[i] : kNone, i < to.size() ? to[i] : kNone);
+                }
+            }
+        }
+        const std::string orderBefore = OrderOf(before), orderAfter = OrderOf(after);
+        PrintNow(vsId, !lines.empty()
+                           ? lines
+                           : fmt::format("~ {}: the order of the fields:{} ->{}\n", name, orderBefore, orderAfter));
+    }
+
+    void PrintNow(uint32_t vsId, const std::string &lines) {
+        Enter(vsId);
+        fmt::print("{}", lines);
+    }
+
+    /** Comes to a VS, which may be gone as a whole. */
+    void Enter(uint32_t vsId) {
+        isPrinted_ = true;
+        if (vsId_ != vsId) {
+            Flush();
+            vsId_ = vsId;
+            if (!after_->FindVs(vsId)) {
+                fmt::print("- VS {}\n", vsId);
             }
         }
     }
-    const std::string name = Describe(vsId, after);
-    const auto text = [](const std::vector<std::string> &values, size_t i) {
-        return i < values.size() ? (values[i].empty() ? "\"\"" : values[i]) : "(none)";
-    };
-    bool isPrinted = false;
-    for (const uint32_t fid : fids) {
-        const std::vector<std::string> from = ValuesOf(before, fid);
-        const std::vector<std::string> to = ValuesOf(after, fid);
-        for (size_t i = 0; i < std::max(from.size(), to.size()); ++i) {
-            if (i >= from.size() || i >= to.size() || from[i] != to[i]) {
-                fmt::print("~ {}: {}: {} -> {}\n", name, fid, text(from, i), text(to, i));
-                isPrinted = true;
-            }
-        }
+
+    void Flush() {
+        fmt::print("{}", added_);
+        added_.clear();
     }
-    if (!isPrinted) {
-        fmt::print("~ {}: the order of the fields\n", name);
+
+    const tav::DiffScope &scope_;
+    const tav::Names &names_;
+    const tav::Store *after_ = nullptr;
+    std::optional<uint32_t> vsId_;  // where the walk is
+    std::string added_;             // lines of the VS, to be printed behind what is gone and changed
+    bool isPrinted_ = false;
+};
+
+/** Reads a file that may refer to another or not: uses the refer file only if it does. */
+tav::Snapshot ReadWithReferIfAny(FileOptions options, const File &file) {
+    options.target.file = file;
+    if (options.target.refer && !CarriesReferChecksum(file)) {
+        options.target.refer.reset();
     }
+    return Read(options);
 }
 
-using Index = std::unordered_map<Bytes, const Record *>;
-
-Index IndexOf(const Vs &vs) {
-    Index index;
-    for (const Record &record : vs.records) {
-        index.emplace(KeyOf(record), &record);
-    }
-    return index;
-}
-
-/** Prints what tells two states of a VS apart. Returns whether anything does. */
-bool DiffVs(const Vs &before, const Vs &after) {
-    const Index indexBefore = IndexOf(before);
-    const Index indexAfter = IndexOf(after);
-    bool differs = false;
-    for (const Record &record : before.records) {
-        const auto match = indexAfter.find(KeyOf(record));
-        if (match == indexAfter.end()) {
-            PrintRecord('-', before.id, record);
-        } else if (match->second->fields != record.fields) {
-            PrintChange(before.id, record, *match->second);
-        } else {
-            continue;
-        }
-        differs = true;
-    }
-    for (const Record &record : after.records) {
-        if (!indexBefore.contains(KeyOf(record))) {
-            PrintRecord('+', after.id, record);
-            differs = true;
-        }
-    }
-    return differs;
-}
-
-/** Prints what tells two contents apart. Returns whether anything does. */
-bool DiffModels(const Model &before, const Model &after) {
-    bool differs = false;
-    for (const Vs &vs : before) {
-        const Vs *match = FindVs(after, vs.id);
-        if (match == nullptr) {
-            fmt::print("- VS {}\n", vs.id);
-            differs = true;
-        }
-        differs |= DiffVs(vs, match == nullptr ? Vs{vs.id, {}} : *match);
-    }
-    for (const Vs &vs : after) {
-        if (FindVs(before, vs.id) == nullptr) {
-            fmt::print("+ VS {}\n", vs.id);
-            differs = true;
-            DiffVs({vs.id, {}}, vs);
-        }
-    }
-    return differs;
+/** Returns whether two files differ in what no record shows. */
+bool DiffersBeyond(const DiffOptions &options, const tav::Snapshot &before, const tav::Snapshot &after) {
+    const bool isWhole = !options.scope.vsId && !options.scope.cid && options.scope.ignored.empty();
+    return isWhole && before.Checksum() != after.Checksum();
 }
 
 }  // namespace
 
 int RunDiff(const DiffOptions &options) {
-    const LoadedFile before = LoadWithReferIfAny(options.before.file, options.before.refer);
-    const LoadedFile after = LoadWithReferIfAny(options.after, options.before.refer);
-    if (BodyChecksum(before.image, before.frame) == BodyChecksum(after.image, after.frame)) {
-        return 0;
+    const tav::Snapshot before = ReadWithReferIfAny(options.before, options.before.target.file);
+    const tav::Snapshot after = ReadWithReferIfAny(options.before, options.after);
+    const tav::Names &names = options.before.shown;
+    bool differs = false;
+    if (options.format == DiffFormat::kText) {
+        differs = TextDiff(options.scope, names).Print(before.Store(), after.Store());
+    } else {
+        const tav::Changes changes = tav::Diff(before.Store(), after.Store(), options.scope);
+        for (const tav::Change &change : changes) {
+            fmt::print("{}\n", options.format == DiffFormat::kScript ? tav::WriteChange(change, names)
+                                                                     : tav::ChangeToJson(change, names));
+        }
+        differs = !changes.empty();
     }
-    if (!DiffModels(before.Content(), after.Content())) {
-        fmt::print("~ the order of records, or what is no record\n");
+    if (differs || !DiffersBeyond(options, before, after)) {
+        return differs ? 1 : 0;
+    }
+    if (options.format == DiffFormat::kJsonLines) {
+        fmt::print("{{\"checksum\":[\"{}\",\"{}\"]}}\n", before.Checksum(), after.Checksum());
+    } else {
+        fmt::print("{} the order of records, or what is no record: checksum {} -> {}\n",
+                   options.format == DiffFormat::kText ? '~' : '#', before.Checksum(), after.Checksum());
     }
     return 1;
 }

@@ -1,26 +1,40 @@
 /*
- * add, set, del: edits through a store.
+ * add, set, unset, del, apply: changes of a file's records.
  */
 #ifndef TAVCFG_EDIT_H
 #define TAVCFG_EDIT_H
 
-#include <cstdint>
+#include <string>
 
-#include "file.h"
-#include "model.h"
+#include "open.h"
+#include "records.h"
 
 namespace tavcfg {
 
 struct EditOptions {
-    Target target;
-    uint32_t vsId;
-    Record record;  // the record to add; class, key fields and new values; or class and key fields
+    WriteOptions write;
+    tav::Change change;  // of one record
 };
 
-/** Each edits a record and flushes the file. Throws Failure. */
-int RunAdd(const EditOptions &options);
-int RunSet(const EditOptions &options);
-int RunDel(const EditOptions &options);
+/** Makes one change. Throws Failure and tav::Error. */
+int RunEdit(const EditOptions &options);
+
+struct EditManyOptions {
+    WriteOptions write;
+    Selection selection;  // of one class in one VS
+    tav::Change change;   // without a key
+};
+
+/** Makes one change of many records. Throws as RunEdit. */
+int RunEditMany(const EditManyOptions &options);
+
+struct ApplyOptions {
+    WriteOptions write;
+    std::string script;  // a text file, or "-" for standard input
+};
+
+/** Makes the changes of a script, all or none. Throws Failure that names the script and the line. */
+int RunApply(const ApplyOptions &options);
 
 }  // namespace tavcfg
 

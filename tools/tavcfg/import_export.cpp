@@ -1,112 +1,156 @@
 #include "import_export.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
-#include <nlohmann/json.hpp>
-#include <set>
+#include <memory>
+#include <system_error>
+#include <utility>
 
 #include "errors.h"
-#include "json_form.h"
-#include "store.h"
+#include "tav/diff.h"
 
 namespace tavcfg {
 
 namespace {
 
-/** Shows on a terminal how far a long import is. */
-class Progress {
+/** Reads a text into a new store. */
+tav::Store ReadStore(const ImportOptions &options) {
+    const FileOptions &file = options.write.file;
+    tav::Store store = tav::Store::New(file.target.file.path);
+    try {
+        tav::ReadJson(ReadText(options.json), options.form, &store, file.names);
+    } catch (const tav::Error &error) {
+        throw Failure(
+            fmt::format("cannot import {}: {}", options.json == "-" ? "standard input" : options.json, error.what()));
+    }
+    return store;
+}
+
+/** Brings what a store holds into a file. */
+int MergeInto(tav::Session *session, const tav::Store &store, const ImportOptions &options) {
+    try {
+        return ApplyAndCommit(
+            session, tav::Merge(store, session->Store()), options.write, [&](const tav::ChangeCounts &counts) {
+                return fmt::format("wrote {}: {}", options.write.file.target.file.given, CountsText(counts));
+            });
+    } catch (const tav::Error &error) {
+        if (!error.Place().starts_with("change ")) {
+            throw;  // the commit has failed
+        }
+        throw Failure(fmt::format("cannot import {}: {}", options.json, error.what()));
+    }
+}
+
+/** Puts a store in the place of what a file holds. */
+int Replace(tav::Session *session, tav::Store store, const ImportOptions &options) {
+    const std::string &name = options.write.file.target.file.given;
+    if (!session->IsNew() && !options.replaces && Differ(session->Store(), store)) {
+        throw Failure(
+            fmt::format("{} is there and holds something else: --merge adds to it, --force replaces it", name));
+    }
+    if (options.write.isDryRun) {
+        PrintScript(tav::Diff(session->Store(), store), options.write.file.shown);
+        return 0;
+    }
+    const tav::ChangeCounts counts = tav::CountDifferences(session->Store(), store);
+    session->Store() = std::move(store);
+    return Commit(session, options.write, fmt::format("wrote {}: {}", name, CountsText(counts)));
+}
+
+/** The standard output, or a file of text that is closed with it. */
+class TextOutput {
   public:
-    explicit Progress(size_t total) : total_(total), isShown_(total >= kStep && isatty(STDERR_FILENO) == 1) {}
-
-    Progress(const Progress &) = delete;
-    Progress &operator=(const Progress &) = delete;
-
-    ~Progress() {
-        if (isShown_) {
-            fputs("\r\033[K", stderr);
+    explicit TextOutput(const std::string &name)
+        : name_(name), file_(name == "-" ? nullptr : fopen(name.c_str(), "wb")) {
+        if (name != "-" && file_ == nullptr) {
+            Fail();
         }
     }
 
-    void Step() {
-        if (++done_ % kStep == 0 && isShown_) {
-            fprintf(stderr, "\rrecord %zu of %zu", done_, total_);
+    void Write(std::string_view text) {
+        if (file_ == nullptr) {
+            PrintPiece(text);
+        } else if (fwrite(text.data(), 1, text.size(), file_.get()) != text.size()) {
+            Fail();
+        }
+    }
+
+    /** Brings a file to its end. The standard output is seen to at last. */
+    void Close() {
+        if (file_ != nullptr && fclose(file_.release()) != 0) {
+            Fail();
         }
     }
 
   private:
-    static constexpr size_t kStep = 10000;
-    size_t total_;
-    size_t done_ = 0;
-    bool isShown_;
+    struct CloseFile {
+        void operator()(std::FILE *file) const { fclose(file); }
+    };
+
+    [[noreturn]] void Fail() const {
+        throw Failure(fmt::format("cannot write {}: {}", name_, std::generic_category().message(errno)));
+    }
+
+    std::string name_;
+    std::unique_ptr<std::FILE, CloseFile> file_;
 };
 
-/** How many records an import added to a file, and how many it overwrote. */
-struct Counts {
-    size_t added = 0;
-    size_t overwritten = 0;
-};
+/** The checksum of the body that a store would be written as, in hexadecimal. */
+std::string BodyChecksum(const tav::Store &store) {
+    const uint32_t size = TAV_CalcExtCfgFileBodySize(store.Get());
+    const auto body = std::make_unique_for_overwrite<uint8_t[]>(size);
+    std::array<uint8_t, TAV_EXT_CHECKSUM_SIZE> checksum{};
+    uint32_t code = TAV_BuildExtCfgFileBody(store.Get(), body.get(), size);
+    if (code == TAV_OK) {
+        code = TAV_CalcChecksum(body.get(), size, checksum.data(), TAV_EXT_CHECKSUM_SIZE);
+    }
+    if (code != TAV_OK) {
+        throw Failure("the body cannot be built: " + Explain(code));
+    }
+    return fmt::format("{:02x}", fmt::join(checksum, ""));
+}
 
-/** Takes everything that a JSON form holds over into a store. Throws Problem. */
-Counts TakeInto(Store &store, const nlohmann::json &form) {
-    Counts counts;
-    RecordCheck check;
-    std::set<uint32_t> vsIds;
-    Progress progress(CountRecords(form));
-    const auto takeVs = [&](uint32_t vsId) {
-        if (!vsIds.insert(vsId).second) {
-            throw Problem(fmt::format("VS {} came before", vsId));
-        }
-        store.AddVs(vsId);
-    };
-    const auto takeRecord = [&](uint32_t vsId, const Record &record) {
-        try {
-            check.Pass(vsId, record);
-            (store.AddOrSet(vsId, record) == Merge::kAdded ? counts.added : counts.overwritten)++;
-        } catch (const Problem &problem) {
-            throw Problem(fmt::format("{}: {}", Describe(vsId, record), problem.what()));
-        }
-        progress.Step();
-    };
-    TakeJson(form, {takeVs, takeRecord});
-    return counts;
+void RequireAsWritten(const tav::Snapshot &snapshot, const ExportOptions &options) {
+    if (BodyChecksum(snapshot.Store()) == snapshot.Checksum()) {
+        return;
+    }
+    const std::string &name = options.file.target.file.given;
+    const std::string what = fmt::format(
+        "{} is not as this library writes files, so an import gives the same records, but not the same bytes", name);
+    if (options.isStrict) {
+        throw Failure(
+            fmt::format("cannot export: {}; to have it written anew: tavcfg convert --rewrite {} OUT", what, name));
+    }
+    fmt::print(stderr, "tavcfg: {}\n", what);
 }
 
 }  // namespace
 
 int RunImport(const ImportOptions &options) {
-    const auto &[target, source, merges] = options;
-    RequireWritable(target.file);
-    Store store = merges ? LoadOrNew(target) : Store::New(target);
-    Counts counts;
-    try {
-        counts = TakeInto(store, ParseJson(ReadText(source)));
-    } catch (const Problem &problem) {
-        throw Failure(fmt::format("cannot import {}: {}", source == "-" ? "standard input" : source, problem.what()));
-    }
-    if (store.Flush()) {
-        fmt::print("wrote {}: records added {}, overwritten {}\n", target.file.given, counts.added, counts.overwritten);
-    } else {
-        fmt::print("nothing to write: {} holds the same already\n", target.file.given);
-    }
-    return 0;
+    tav::Store store = ReadStore(options);
+    tav::Session session = OpenToWrite(options.write, true);
+    return options.merges ? MergeInto(&session, store, options) : Replace(&session, std::move(store), options);
 }
 
-int RunExport(const Target &target) {
-    LoadedFile loaded = Load(target);
-    const std::vector<uint8_t> rebuilt = loaded.store.Body();
-    const uint8_t *body = loaded.image.data.get() + loaded.frame.headSize;
-    const uint8_t *end = loaded.image.data.get() + loaded.image.size;
-    if (!std::equal(body, end, rebuilt.begin(), rebuilt.end())) {
-        // Foreign TLVs, records that are not in the order of their keys, a VS that comes twice: JSON has no room.
-        throw Failure(
-            fmt::format("cannot export {}: it is not as this library writes files, so an import could not give the "
-                        "same; to have it written anew: tavcfg convert --rewrite {} OUT",
-                        target.file.given, target.file.given));
+int RunExport(const ExportOptions &options) {
+    const tav::Snapshot snapshot = Read(options.file);
+    RequireAsWritten(snapshot, options);
+    TextOutput output(options.output);
+    tav::JsonWriter writer(
+        options.form, [&](std::string_view piece) { output.Write(piece); }, options.file.shown);
+    for (const VsRecords &vs : Select(snapshot.Store(), options.selection, options.file)) {
+        writer.BeginVs(vs.vsId);
+        for (const ClassRecords &chosen : vs.classes) {
+            for (const tav::RecordView record : chosen.records) {
+                writer.Add(record);
+            }
+        }
     }
-    PrintJson(loaded.Content());
+    writer.End();
+    output.Close();
     return 0;
 }
 

@@ -11,7 +11,6 @@
 #include "errors.h"
 #include "store.h"
 #include "value.h"
-#include "value_forms.h"
 
 using nlohmann::json;
 

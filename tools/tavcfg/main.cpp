@@ -15,9 +15,11 @@
 #include "command_line.h"
 #include "errors.h"
 #include "platform/bex_vfs.h"
+#include "tav/error.h"
 #include "tav_common.h"
 #include "tav_extcfg.h"
 #include "tav_posix.h"
+#include "tav_session.h"
 
 namespace tavcfg {
 
@@ -59,10 +61,13 @@ void PrintError(const std::string &message) {
     fprintf(stderr, "tavcfg: %s\n", line.c_str());
 }
 
-/** Throws Failure when something that was printed did not arrive: a full disk, a closed pipe. */
+/** Throws Failure when something that was printed did not arrive, unless whoever reads has seen enough. */
 void FinishOutput() {
     errno = 0;
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {
+        if (errno == EPIPE) {
+            return;
+        }
         throw Failure("cannot write to standard output: " + std::generic_category().message(errno != 0 ? errno : EIO));
     }
 }
@@ -84,9 +89,17 @@ int Run(int argc, const char *const *argv) {
     } catch (const UsageError &error) {
         PrintError(error.what());
         return 2;
+    } catch (const tav::Error &error) {
+        PrintError(error.what());
+        if (error.Code() == TAV_ERR_LOCKED) {
+            return 3;
+        }
     } catch (const std::bad_alloc &) {
         PrintError("memory is short");
     } catch (const std::system_error &error) {
+        if (error.code() == std::errc::broken_pipe) {
+            return 0;  // whoever reads has seen enough
+        }
         PrintError(fmt::format("cannot go on: {}", error.what()));
     } catch (const std::exception &error) {
         PrintError(error.what());

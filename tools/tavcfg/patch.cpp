@@ -15,6 +15,7 @@
 #include "diagnose.h"
 #include "errors.h"
 #include "store.h"
+#include "tav/session.h"
 
 namespace tavcfg {
 
@@ -130,16 +131,17 @@ void PatchCopy(const Target &target, const Image &image, uint32_t vsId, const Re
 }  // namespace
 
 int RunPatch(const PatchOptions &options) {
-    const auto &[target, vsId, change] = options.edit;
+    const auto &[target, vsId, change, isSafe] = options;
     const std::string name = Describe(vsId, change);
     try {
         if (TAV_CheckFileSuffix(target.file.path.c_str(), ".dat") != 1) {
             throw Problem("only a plain file whose name ends in .dat can be patched");
         }
         RequireWritable(target.file);
+        const tav::Lock lock(target.file.given);
         const Image image = ReadImage(target.file);
         RequireFits(FindStored(target, image, vsId, change), change);
-        if (options.isSafe) {
+        if (isSafe) {
             PatchCopy(target, image, vsId, change);
         } else if (const uint32_t code = WriteInPlace(target, vsId, change); code != TAV_OK) {
             throw Problem(Explain(code) + "; look at the file with: tavcfg verify " + target.file.given);

@@ -7,12 +7,15 @@
 #ifndef TAVCFG_PATCH_H
 #define TAVCFG_PATCH_H
 
-#include "edit.h"
+#include "file.h"
+#include "model.h"
 
 namespace tavcfg {
 
 struct PatchOptions {
-    EditOptions edit;  // the record has class, key fields and new values
+    Target target;
+    uint32_t vsId;
+    Record record;  // class, key fields and new values
     bool isSafe;
 };
 

@@ -1,5 +1,5 @@
 /*
- * show, get: the records of a file.
+ * show, count, get: the records of a file.
  */
 #ifndef TAVCFG_SHOW_H
 #define TAVCFG_SHOW_H
@@ -7,29 +7,41 @@
 #include <cstdint>
 #include <optional>
 
-#include "file.h"
-#include "model.h"
+#include "open.h"
+#include "records.h"
 
 namespace tavcfg {
 
+/** How records are printed. */
+enum class Format { kTable, kCsv, kJson, kJsonLines };
+
 struct ShowOptions {
-    Target target;
-    std::optional<uint32_t> vsId;  // of the records to show; all without it, likewise below
-    std::optional<uint32_t> cid;
-    bool asJson;
+    FileOptions file;
+    Selection selection;
+    std::vector<std::string> fields;  // to show, in this order; all without any
+    Format format;
 };
 
-/** Prints records, as tables or as JSON. Throws Failure. */
+/** Prints records. Throws Failure, UsageError and tav::Error. */
 int RunShow(const ShowOptions &options);
 
-struct GetOptions {
-    Target target;
-    uint32_t vsId;
-    Record key;                   // class and key fields
-    std::optional<uint32_t> fid;  // of the only field to print
+struct CountOptions {
+    FileOptions file;
+    Selection selection;
 };
 
-/** Prints one record, or one field of it. Throws Failure when it is not there. */
+/** Prints the number of records. Throws as RunShow. */
+int RunCount(const CountOptions &options);
+
+struct GetOptions {
+    FileOptions file;
+    tav::Change key;              // VS, class and key fields
+    std::optional<uint32_t> fid;  // of the only field to print
+    bool asJson;
+    bool isRaw;  // print the value's bytes as they stand in the file
+};
+
+/** Prints one record, or one field of it. Throws Failure when it is not there, and tav::Error. */
 int RunGet(const GetOptions &options);
 
 }  // namespace tavcfg

@@ -1,0 +1,125 @@
+#include "open.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "diagnose.h"
+#include "errors.h"
+#include "store.h"
+#include "tav/diff.h"
+#include "tav/script.h"
+
+namespace tavcfg {
+
+namespace {
+
+/** Throws Failure that says more precisely what a session has complained of, and the way out. */
+void Diagnose(const tav::Error &error, const FileOptions &options) {
+    if (error.Code() == TAV_ERR_INVALID && !options.ignoresRefer) {
+        Load(options.target);
+    }
+    if (error.Code() == TAV_ERR_BACKUP) {
+        throw Failure(fmt::format("{}: tavcfg recover {}", error.what(), options.target.file.given));
+    }
+}
+
+std::string ReferOf(const FileOptions &options) {
+    return options.target.refer ? options.target.refer->path : "";
+}
+
+}  // namespace
+
+tav::Names FindNames(const std::string &given, const std::string &file) {
+    if (!given.empty()) {
+        return tav::Names::Load(given);
+    }
+    const char *byUser = getenv("TAV_NAMES");
+    if (byUser != nullptr && *byUser != '\0') {
+        return tav::Names::Load(byUser);
+    }
+    const std::string beside = file + ".names.json";
+    std::error_code error;
+    return std::filesystem::exists(beside, error) ? tav::Names::Load(beside) : tav::Names();
+}
+
+tav::Snapshot Read(const FileOptions &options) {
+    try {
+        return tav::Snapshot(options.target.file.given,
+                             {.refer = ReferOf(options), .ignoreRefer = options.ignoresRefer, .wait = options.wait});
+    } catch (const tav::Error &error) {
+        Diagnose(error, options);
+        throw;
+    }
+}
+
+tav::Session OpenToWrite(const WriteOptions &options, bool create) {
+    RequireRefer(options.file.target);
+    try {
+        return tav::Session(options.file.target.file.given, {.refer = ReferOf(options.file),
+                                                             .ignoreRefer = options.file.ignoresRefer,
+                                                             .wait = options.file.wait,
+                                                             .create = create});
+    } catch (const tav::Error &error) {
+        Diagnose(error, options.file);
+        throw;
+    }
+}
+
+void PrintPiece(std::string_view text) {
+    if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+    }
+}
+
+void PrintDone(const File &file, const std::string &line) {
+    if (fputs((line + '\n').c_str(), stdout) == EOF || fflush(stdout) != 0) {
+        throw Failure(fmt::format("{} was written, but standard output cannot be: {}", file.given,
+                                  std::generic_category().message(errno)));
+    }
+}
+
+bool Differ(const tav::Store &a, const tav::Store &b) {
+    bool differ = false;
+    const auto note = [&](auto...) { differ = true; };
+    tav::Compare(a, b, {}, {note, note, note, note, note});
+    return differ;
+}
+
+int Commit(tav::Session *session, const WriteOptions &options, const std::string &done) {
+    const File &file = options.file.target.file;
+    if (session->Commit(options.comment)) {
+        PrintDone(file, done);
+    } else {
+        fmt::print("nothing to write: {} holds the same already\n", file.given);
+    }
+    return 0;
+}
+
+int ApplyAndCommit(tav::Session *session, const tav::Changes &changes, const WriteOptions &options,
+                   const DoneText &done) {
+    const tav::Changes inverse = tav::Apply(changes, &session->Store());
+    if (options.isDryRun) {
+        // The inverse of the inverse is what the changes come to.
+        PrintScript(tav::Apply(inverse, &session->Store()), options.file.shown);
+        return 0;
+    }
+    const tav::ChangeCounts back = tav::CountChanges(inverse);
+    return Commit(session, options, done({back.deleted, back.changed, back.added}));
+}
+
+std::string CountsText(const tav::ChangeCounts &counts) {
+    return fmt::format("records added {}, changed {}, deleted {}", counts.added, counts.changed, counts.deleted);
+}
+
+void PrintScript(const tav::Changes &changes, const tav::Names &names) {
+    for (const tav::Change &change : changes) {
+        fmt::print("{}\n", tav::WriteChange(change, names));
+    }
+}
+
+}  // namespace tavcfg
