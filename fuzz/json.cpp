@@ -1,31 +1,31 @@
-// JSON texts for the tool's import. What is imported can be exported, and the export gives the same file.
-#include <unistd.h>
-
+// JSON texts, as a tree and as lines. What is read can be written, and gives the same store again, in either form.
+#include "tav/json.h"
 #include "support.h"
-#include "tools/tavcfg/errors.h"
-#include "tools/tavcfg/import_export.h"
 
-/** Imports a text into a new file. Returns the file; nothing, and there is none, when the text is refused. */
-static Bytes Import(const tavcfg::ImportOptions &options, const Bytes &text) {
-    const std::string &path = options.target.file.path;
-    WriteFile(options.json, text);
-    std::filesystem::remove(path);
+/** Reads a text into a new store; nothing when the text is refused. */
+static std::optional<tav::Store> Read(const std::string &text, tav::JsonForm form) {
+    tav::Store store = tav::Store::New(Scratch("json.dat"));
     try {
-        tavcfg::RunImport(options);
-        return WithoutTime(ReadFile(path));
-    } catch (const tavcfg::Failure &) {
-        assert(!FileExists(path));
+        tav::ReadJson(text, form, &store);
+        return store;
+    } catch (const tav::Error &) {
         return {};
     }
 }
 
+static std::string Write(const tav::Store &store, tav::JsonForm form) {
+    std::string text;
+    tav::WriteJson(store, form, [&](std::string_view piece) { text += piece; });
+    return text;
+}
+
 void Fuzz(FuzzedDataProvider *input) {
-    static FILE *const output = freopen(Scratch("output").c_str(), "a", stdout);
-    const tavcfg::ImportOptions options{{tavcfg::NamedFile(Scratch("json.dat")), {}}, Scratch("text.json"), false};
-    const Bytes image = Import(options, input->ConsumeRemainingBytes<uint8_t>());
-    if (!image.empty()) {
-        assert(fflush(output) == 0 && ftruncate(STDOUT_FILENO, 0) == 0);
-        assert(tavcfg::RunExport(options.target) == 0 && fflush(output) == 0);
-        assert(Import(options, ReadFile(Scratch("output"))) == image);
+    const auto form = input->ConsumeBool() ? tav::JsonForm::kLines : tav::JsonForm::kTree;
+    const std::optional<tav::Store> store = Read(input->ConsumeRemainingBytesAsString(), form);
+    if (!store || store->begin() == store->end()) {
+        return;
     }
+    const std::string lines = Write(*store, tav::JsonForm::kLines);
+    const std::optional<tav::Store> again = Read(Write(*store, tav::JsonForm::kTree), tav::JsonForm::kTree);
+    assert(again && Write(*again, tav::JsonForm::kLines) == lines);
 }
