@@ -53,7 +53,7 @@ typedef struct TAV_SessionLockHolder TAV_SessionLockHolder;
  * @return TAV_OK; TAV_ERR_NULL for a null path or session; TAV_ERR_LOCKED; TAV_ERR_BACKUP; TAV_ERR_MISSING for a file
  *         that is not there and may not be created; TAV_ERR_INVALID when the file does not load, or is no regular file;
  *         TAV_ERR_OPEN when the folder, the lock file or the file cannot be opened or may not be written;
- *         TAV_ERR_NO_MEMORY
+ *         TAV_ERR_NOT_SAVED when what a session that died has left cannot be removed; TAV_ERR_NO_MEMORY
  */
 TAV_API uint32_t TAV_SessionOpen(const char *path, const char *refer, uint32_t waitMs, uint32_t flags,
                                  TAV_Session **session);
@@ -72,8 +72,9 @@ TAV_API CfgLocal *TAV_SessionStore(TAV_Session *session);
  * @param comment  what the history keeps about it, UTF-8; null or empty for nothing
  * @return TAV_OK; TAV_ERR_UNCHANGED when the file holds the same already and was not touched; TAV_ERR_NULL for a null
  *         session; TAV_ERR_INVALID when the store holds what could not be read back; TAV_ERR_CHANGED;
- * TAV_ERR_NOT_SAVED; TAV_ERR_REFUSED when it would be larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives
- * no checksum; TAV_ERR_NO_MEMORY. After a failure the file is as it was, unless the text says otherwise
+ *         TAV_ERR_NOT_SAVED; TAV_ERR_OPEN when the file that is there cannot be looked at; TAV_ERR_REFUSED when it
+ *         would be larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum; TAV_ERR_NO_MEMORY;
+ *         else what building gave. After a failure the file is as it was, unless the text says otherwise
  */
 TAV_API uint32_t TAV_SessionCommit(TAV_Session *session, const char *comment);
 
@@ -119,13 +120,14 @@ TAV_API void TAV_SessionUnlock(TAV_SessionLockHolder *holder);
  * @param waitMs  how long to wait at most, in milliseconds
  * @return TAV_OK; TAV_ERR_UNCHANGED when the file loads and no ".bak" lies beside it; TAV_ERR_NULL for a null path;
  *         TAV_ERR_MISSING when there is neither; TAV_ERR_INVALID when neither loads; TAV_ERR_LOCKED, also when
- * something goes on changing; TAV_ERR_OPEN; TAV_ERR_NOT_SAVED when a file cannot be moved; TAV_ERR_NO_MEMORY
+ *         something goes on changing; TAV_ERR_OPEN; TAV_ERR_NOT_SAVED when a file cannot be moved; TAV_ERR_NO_MEMORY
  */
 TAV_API uint32_t TAV_SessionRecover(const char *path, const char *refer, uint32_t waitMs);
 
 /**
- * Returns why the last of these functions that failed in this thread did so, or what the last recovery has done: one
- * line, with the file, the cause and the way out. Valid until the thread's next call of these functions; never null.
+ * Returns why this thread's last call of a function above that returns a code has failed, or what it has recovered: one
+ * line, with the file, the cause and the way out. Empty after any other success. Valid until the thread's next such
+ * call; never null.
  */
 TAV_API const char *TAV_SessionErrorText(void);
 

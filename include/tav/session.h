@@ -87,7 +87,8 @@ class TAV_VISIBLE Session {
      * Takes the lock and loads the file. Links are resolved first: the session is on the real file. Throws Error:
      * TAV_ERR_LOCKED, naming the process that holds the lock; TAV_ERR_BACKUP; TAV_ERR_MISSING for a file that is not
      * there and may not be created; TAV_ERR_INVALID when the file does not load (and is not to be replaced) or is no
-     * regular file; TAV_ERR_OPEN when folder, lock file or file cannot be opened or may not be written.
+     * regular file; TAV_ERR_OPEN when folder, lock file or file cannot be opened or may not be written;
+     * TAV_ERR_NOT_SAVED when what a session that died has left cannot be removed.
      *
      * @param path  the file; an archive when its real name ends in ".zip"
      */
@@ -112,8 +113,9 @@ class TAV_VISIBLE Session {
      * Brings the store to the file, which holds the whole old or the whole new content at every moment. A store without
      * any VS deletes the file. The session goes on and may be changed and committed again. Throws Error:
      * TAV_ERR_INVALID when the store holds what could not be read back; TAV_ERR_CHANGED; TAV_ERR_NOT_SAVED;
-     * TAV_ERR_REFUSED when it would be larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum.
-     * After a failure the file is as it was, unless the text says otherwise.
+     * TAV_ERR_OPEN when the file that is there cannot be looked at; TAV_ERR_REFUSED when it would be larger than 100
+     * MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum. After a failure the file is as it was, unless the
+     * text says otherwise.
      *
      * @param comment  what the history keeps about it, UTF-8
      * @return false when the file holds the same already: it is not touched, and the history neither
