@@ -13,6 +13,7 @@
 #include "session/load.h"
 #include "session/lock.h"
 #include "session/place.h"
+#include "session/recorder.h"
 #include "session/start.h"
 
 namespace tav {
@@ -35,14 +36,19 @@ std::optional<Block> ReadOnce(const Place &place, bool anyMember) {
     return read ? std::optional(std::move(read->image)) : std::nullopt;
 }
 
-/** Reads the image of a file that loads. */
-Block ReadSound(const Place &place, const CopyOptions &options, Clock::time_point until) {
+/** A file that loads: its bytes and what they hold. */
+struct Source {
+    Block image;
+    session::Content content;
+};
+
+Source ReadSource(const Place &place, const CopyOptions &options, Clock::time_point until) {
     const Refer refer = session::ReferOf(options.read.refer, options.read.ignoreRefer);
     for (;;) {
         try {
             if (std::optional<Block> image = ReadOnce(place, options.anyMember)) {
-                session::ParseImage(*image, place.Path(), refer, place.given);
-                return std::move(*image);
+                session::Content content = session::ParseImage(*image, place.Path(), refer, place.given);
+                return {std::move(*image), std::move(content)};
             }
         } catch (const Error &error) {
             if (error.Code() != TAV_ERR_INVALID || options.anyMember) {
@@ -55,26 +61,44 @@ Block ReadSound(const Place &place, const CopyOptions &options, Clock::time_poin
     }
 }
 
-/** Throws Error when the target may not be replaced. Returns whether it holds an image already. */
-bool HoldsAlready(const Place &target, const Block &image, const CopyOptions &options) {
-    std::optional<Block> old;
+/** Reads the target as it is. Nothing when there is none. Throws Error when it is no configuration file. */
+std::optional<Source> ReadTarget(const Place &target) {
     try {
-        old = ReadOnce(target, true);
-        if (old) {
-            session::ParseImage(*old, target.Path(), {"", true}, target.given);
+        std::optional<Block> image = ReadOnce(target, true);
+        if (!image && session::Exists(target.Backup())) {
+            throw Error(TAV_ERR_BACKUP, target.given,
+                        "it is missing, but a backup lies beside it, " + target.Backup() + ": recover the file");
         }
+        if (!image) {
+            return {};
+        }
+        session::Content content = session::ParseImage(*image, target.Path(), {"", true}, target.given);
+        return Source{std::move(*image), std::move(content)};
     } catch (const Error &error) {
+        if (error.Code() != TAV_ERR_INVALID) {
+            throw;
+        }
         throw Error(
             error.Code(), target.given,
             std::string("it is there and no configuration file that loads, and is not replaced: ") + error.what());
     }
-    if (!old || std::ranges::equal(old->View(), image.View())) {
-        return old.has_value();
+}
+
+/** Brings an image to the target and into its history. The lock must be held. */
+void Replace(const Place &target, const Source &source, const std::optional<Source> &old, const std::string &comment) {
+    const session::Identity identity = session::IdentityOf(session::StatusOf(target.Path()));
+    session::Index index =
+        session::HistoryFolder(target).Settle(old ? session::ToHex(old->content.checksums.body) : "");
+    session::Draft draft(target, source.image.View());
+    session::Recorder recorder(target, &index);
+    recorder.Prepare(source.content.store, session::ToHex(source.content.checksums.body), comment, draft.Status());
+    if (session::IdentityOf(session::StatusOf(target.Path())) != identity) {
+        throw Error(TAV_ERR_CHANGED, target.given, "a program that writes without a session has changed it meanwhile");
     }
-    if (!options.replaces) {
-        throw Error(TAV_ERR_REFUSED, target.given, "it is there and holds something else");
-    }
-    return false;
+    draft.TakePlace();
+    recorder.ComeTrue();
+    session::SyncFolder(target.folder);
+    recorder.Confirm();
 }
 
 }  // namespace
@@ -87,19 +111,17 @@ bool Copy(const std::string &from, const std::string &to, const CopyOptions &opt
                                               session::IdentityOf(session::StatusOf(target.Path()))) {
         throw Error(TAV_ERR_INVALID, to, "it is the same file as " + from);
     }
-    const Block image = ReadSound(source, options, until);
+    const Source read = ReadSource(source, options, until);
     const session::HeldLock lock(target, until);
     session::Draft::RemoveLeftover(target);
-    if (HoldsAlready(target, image, options)) {
+    const std::optional<Source> old = ReadTarget(target);
+    if (old && std::ranges::equal(old->image.View(), read.image.View())) {
         return false;
     }
-    if (!session::Exists(target.Path()) && session::Exists(target.Backup())) {
-        throw Error(TAV_ERR_BACKUP, target.given,
-                    "it is missing, but a backup lies beside it, " + target.Backup() + ": recover the file");
+    if (old && !options.replaces) {
+        throw Error(TAV_ERR_REFUSED, target.given, "it is there and holds something else");
     }
-    session::Draft draft(target, image.View());
-    draft.TakePlace();
-    session::SyncFolder(target.folder);
+    Replace(target, read, old, options.comment);
     return true;
 }
 

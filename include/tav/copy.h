@@ -13,9 +13,10 @@ namespace tav {
 
 /** How a file is copied. */
 struct CopyOptions {
-    ReadOptions read = {};  /**< how the file is read; how long to wait for the target's lock, too */
-    bool replaces = false;  /**< whether a target that is there loses what it holds */
-    bool anyMember = false; /**< read an archive whose only member has another name, as that of a renamed one has */
+    ReadOptions read = {};    /**< how the file is read; how long to wait for the target's lock, too */
+    bool replaces = false;    /**< whether a target that is there loses what it holds */
+    std::string comment = {}; /**< what the target's history keeps about it, UTF-8 */
+    bool anyMember = false;   /**< read an archive whose only member has another name, as that of a renamed one has */
 };
 
 /**

@@ -30,6 +30,7 @@ int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &o
     WriteOptions write;
     write.file = options.in;
     write.file.target.file = options.out;
+    write.comment = options.comment;
     tav::Session session = OpenToWrite(write, true);
     RequireConsent(!session.IsNew() && Differ(session.Store(), store), options);
     session.Store() = std::move(store);
@@ -39,10 +40,12 @@ int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &o
 int CopyBytes(const ConvertOptions &options) {
     const FileOptions &in = options.in;
     try {
-        const tav::CopyOptions copy{
-            {.refer = in.target.refer ? in.target.refer->path : "", .ignoreRefer = in.ignoresRefer, .wait = in.wait},
-            options.replaces,
-            options.anyMember};
+        const tav::CopyOptions copy{.read = {.refer = in.target.refer ? in.target.refer->path : "",
+                                             .ignoreRefer = in.ignoresRefer,
+                                             .wait = in.wait},
+                                    .replaces = options.replaces,
+                                    .comment = options.comment,
+                                    .anyMember = options.anyMember};
         if (!tav::Copy(in.target.file.given, options.out.given, copy)) {
             return SayUnchanged(options.out);
         }

@@ -4,6 +4,8 @@
 #ifndef TAVCFG_CONVERT_H
 #define TAVCFG_CONVERT_H
 
+#include <string>
+
 #include "open.h"
 
 namespace tavcfg {
@@ -15,6 +17,7 @@ struct ConvertOptions {
     bool salvages;   // takes what can be read of a damaged file
     bool anyMember;  // of an archive, whatever its member is called
     bool replaces;   // what OUT holds already
+    std::string comment;
 };
 
 /** Copies a file. Throws Failure and tav::Error. */

@@ -123,8 +123,8 @@ int Convert(const FileWords &words) {
     if (words.salvage && (words.rewrite || words.anyMember)) {
         throw UsageError("convert: --salvage stands alone");
     }
-    return RunConvert(
-        {FileOf(words), NamedFile(words.other), words.rewrite, words.salvage, words.anyMember, words.force});
+    return RunConvert({FileOf(words), NamedFile(words.other), words.rewrite, words.salvage, words.anyMember,
+                       words.force, words.comment});
 }
 
 int Diff(const FileWords &words) {
@@ -310,6 +310,7 @@ void FileCommands::AddConvert() {
     convert->add_flag("--salvage", words_.salvage, "take what can be read of a damaged file, and say what is lost");
     convert->add_flag("--any-member", words_.anyMember, "read an archive that has been renamed");
     convert->add_flag("--force", words_.force, "replace what is in OUT");
+    convert->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
 }
 
 void FileCommands::AddDiff() {
