@@ -440,6 +440,8 @@ TEST_F(Detecting, SingleCalls) {
     EXPECT_EQ(debugAfter([&] { ARU_Detect_FreeCond(loose); }), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_DestroyCond(ARU_Detect_NewCond(1, nullptr, 0)); }), 1u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_ProcMsg_Ex(kVs, instance, nullptr); }), 1u);
+    interposer::FailNth(Call::kMalloc, 1);
+    EXPECT_EQ(Register(200, kMatch), 3u);
     for (const auto &[kind, code] : {std::pair(Call::kMemCopy, 5u), std::pair(Call::kMalloc, 3u)}) {
         interposer::FailNth(kind, 1);
         EXPECT_EQ(ARU_Detect_BookMsgParse(instance, bookInfo, Letter(kSubscribe, {Part(102, {})}).data()), code);

@@ -74,7 +74,7 @@ TEST(Requests, ArriveWholeOrNotAtAll) {
         refused(Put(mode, 1u, "a", "b"), Put(1u, mode, "a", "b"), PutMem(1u, mode, "a"));
     }
     for (const auto &[send, message] : rows) {
-        for (Call call : {Call::kMalloc, Call::kMsgAlloc, Call::kMemCopy, Call::kSend}) {
+        for (Call call : {Call::kMalloc, Call::kMsgAlloc, Call::kMemCopy, Call::kSend, Call::kAny}) {
             EXPECT_EQ(send(nullptr), kFailed);
             EXPECT_EQ(Take(), Bytes());
             const NothingLeaks nothingLeaks;
@@ -86,6 +86,7 @@ TEST(Requests, ArriveWholeOrNotAtAll) {
             EXPECT_EQ(Take(), message);
         }
     }
+    interposer::Reset();
 }
 
 TEST(Requests, AreBuiltAndSearchedTlvByTlv) {

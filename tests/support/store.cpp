@@ -64,11 +64,19 @@ std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {
     return block;
 }
 
+NothingLeaks::NothingLeaks() {
+    TAV_Posix_MemTotal(&before_);
+    TAV_Posix_BusAccount(&messagesBefore_);
+}
+
 NothingLeaks::~NothingLeaks() {
     TAV_Posix_MemAccount after;
     TAV_Posix_MemTotal(&after);
     EXPECT_EQ(after.blocks, before_.blocks) << "blocks left over or returned twice";
     EXPECT_EQ(after.bytes, before_.bytes);
+    TAV_Posix_BusCounts messages;
+    TAV_Posix_BusAccount(&messages);
+    EXPECT_EQ(messages.alive, messagesBefore_.alive);
 }
 
 FolderTest::~FolderTest() {

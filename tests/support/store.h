@@ -14,6 +14,7 @@
 #include "bytes.h"
 #include "owned.h"
 #include "tav_posix.h"
+#include "tav_posix_bus.h"
 
 /** One field of a record, its value in host order. */
 struct Field {
@@ -47,16 +48,17 @@ const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record);
 /** Copies bytes into a heap block of just their size, so that a read beyond them is seen. */
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
 
-/** Fails the test when, as it goes, blocks of the platform's allocator are left over or missing. */
+/** Fails the test when, as it goes, blocks of the platform's allocator or messages are left over or missing. */
 class NothingLeaks {
   public:
-    NothingLeaks() { TAV_Posix_MemTotal(&before_); }
+    NothingLeaks();
     ~NothingLeaks();
     NothingLeaks(const NothingLeaks &) = delete;
     NothingLeaks &operator=(const NothingLeaks &) = delete;
 
   private:
     TAV_Posix_MemAccount before_;
+    TAV_Posix_BusCounts messagesBefore_;
 };
 
 /** A test with a folder and the path of a file in it. It leaves no block behind, and no call failing. */

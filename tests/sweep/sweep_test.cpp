@@ -10,14 +10,10 @@
 #include <iostream>
 #include <map>
 
-#include "aru_detect.h"
 #include "debug_log.h"
 #include "interposer.h"
-#include "letter.h"
 #include "store.h"
 #include "tav_crypt.h"
-#include "tav_ftpci.h"
-#include "tav_posix_bus.h"
 #include "tav_queue.h"
 #include "tav_vector.h"
 
@@ -33,16 +29,11 @@ constexpr uint32_t kAnyCode = 0xA002;  // stands for every code but 0 where fail
 constexpr uint32_t kFailed = UINT32_MAX, kPlatformCode = interposer::kPlatformCode;
 constexpr uint32_t kNoMemory = TAV_ERR_NO_MEMORY, kCopy = TAV_ERR_COPY, kRead = TAV_ERR_READ;
 constexpr uint32_t kInvalid = TAV_ERR_INVALID, kRefused = TAV_ERR_REFUSED;
-constexpr uint32_t kBadArgument = ARU_DETECT_BAD_ARG, kUnheld = ARU_DETECT_NO_MEMORY, kUnsent = ARU_DETECT_SEND_FAILED;
-constexpr uint32_t kDetector = 7, kSubscriber = 9, kSubscriberKind = 180, kVs = 3, kVr = 2, kEvent = 0;
-constexpr uint16_t kConditionType = 100, kOtherType = 101;
 constexpr uint32_t kRotateAt = 32u << 20;  // bytes of a log
 // What a record holds: see TAV_GetPasswordType.
 constexpr uint32_t kPlain = 0, kReversible = 1, kIrreversible = 2, kBadRecord = 0xFF;
 constexpr uint32_t kSent = 1, kDigestBased = 2;  // modes of encryption
 constexpr char kWord[] = "Corr3ct Horse;Stap", kWrong[] = "Corr3ct Horse;Stab";
-constexpr NFTPCI_CommHandle kEnds = {71, kSubscriber};
-constexpr NFTPCI_MemBufBlock kData = {4, 5, 6, "data"};
 
 const Bytes kBody = VsTlv(0, {Tlv(13, {Tlv(14, Be32(1)), Tlv(15, Be16(5))}), Tlv(13, {Tlv(14, Be32(2))})});
 const Bytes kRefer = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(50)), Tlv(15, Be16(9))})})), kImage = Image(kBody);
@@ -52,26 +43,18 @@ constexpr uint32_t kNoBody = 0;  // of a store that had no memory for the file
 const auto Size = [](const auto &bytes) { return static_cast<uint32_t>(std::size(bytes)); };
 const auto Result = [](int32_t result) { return static_cast<uint32_t>(result); };
 
-uint32_t Register(ARU_Detect_Handle *handle, uint32_t type) {
-    const auto match = [](auto, auto, auto, auto, auto) { return 1u; };
-    return ARU_Detect_RegisterCond(kVs, handle, type, nullptr, match, nullptr, nullptr, nullptr);
-}
-
 uint32_t BodySize(const Store &store) {
     return store ? TAV_CalcExtCfgFileBodySize(store.get()) : kNone;
 }
 
-/** What operations work on: files, stores that were changed and not written, records, and a detecting process. */
+/** What operations work on: files, stores that were changed and not written, and records. */
 struct World {
     NothingLeaks nothingLeaks;
     TempFolder folder;
     std::map<string, Store> stores;
     Record key = Class13(1), wider = MakeRecord(13, {{14, Host32(1)}, {15, Host16(88)}, {12, Text("more")}});
     Record spare[2] = {Class13(50, uint16_t{6}), Class13(50, uint16_t{6})};  // to be given away
-    TAV_Posix_BusPort *port = nullptr;
-    ARU_Detect_Handle *handle = nullptr;
     VEC_Vector *const vector = VEC_VectorInit_F(0, 1, "tests", 1), *copies[2] = {};
-    std::shared_ptr<void> subscribe, unsubscribe;
     const string plainName = Path("a.dat"), zipName = Path("a.zip");
     const char *const plain = plainName.c_str(), *const zip = zipName.c_str();
     TAV_ZipCb block = {};
@@ -84,19 +67,13 @@ struct World {
     Store OpenAs(uint32_t mode, const string &name) const {
         return Open(mode, Path(name), name[0] == 'r' ? Path("old.dat") : "");
     }
-    ARU_Detect_Instance *Instance() const { return ARU_Detect_VS_LIST_NodeSeek(handle->vsList, kVs)->instance; }
     Record Take() { return std::move(spare[spare[0] ? 0 : 1]); }
 
     World() {
-        setenv("TAV_BUS_PATH", Path().c_str(), 1);
-        setenv("TAV_ENV_5", std::to_string(kVr).c_str(), 1);
         setenv("TAV_TMPFS_PATH", Path("tmp").c_str(), 1);
         MakeStores();
-        MakeDetector();
     }
     ~World() {
-        ARU_Detect_UnInit(handle);
-        TAV_Posix_BusUnbind(port);
         for (VEC_Vector *const each : {vector, copies[0], copies[1]}) {
             VEC_VectorFree_F(each);
         }
@@ -114,36 +91,9 @@ struct World {
         }
     }
 
-    void MakeDetector() {
-        const auto letter = [](Request request, uint32_t bookKey) {
-            return Letter(kSubscriber, kDetector, request, bookKey, kConditionType);
-        };
-        EXPECT_EQ(TAV_Posix_BusBind(kSubscriber, &port), 0u);
-        EXPECT_EQ(TAV_Posix_BusServe(port, kSubscriberKind, kVr, kVs), 0u);
-        handle = ARU_Detect_Init(1, kDetector, kVs, nullptr, nullptr, 0);
-        EXPECT_EQ(Register(handle, kConditionType), ARU_DETECT_OK);
-        EXPECT_EQ(ARU_Detect_ProcMsg(kVs, handle, letter(Request::kSubscribe, 1).get()), ARU_DETECT_OK);
-        subscribe = letter(Request::kSubscribe, 2);
-        unsubscribe = letter(Request::kUnsubscribe, 1);
-        Receive();
-    }
-
-    /** Takes the messages that the subscriber got. Returns their lengths. */
-    Bytes Receive() const {
-        Bytes received;
-        void *message = nullptr;
-        for (uint32_t length = 0; TAV_Posix_BusReceive(port, 0, &message, &length) == 0;) {
-            received = Join({received, Host32(length)});
-            DMS_MsgFree(kSubscriber, message);
-        }
-        return received;
-    }
-
     /** What can be seen from outside: bodies of stores and of files that load, other files as they are. */
     Contents Look() const {
-        Contents all = {{"received", Receive()}, {"items", HostBytes(VEC_VectorCount(vector))}};
-        all["code of an event"] = Host32(ARU_Detect_Filter(kVs, handle, kEvent, 0));
-        all["told of an event"] = Receive();
+        Contents all = {{"items", HostBytes(VEC_VectorCount(vector))}};
         for (const auto &entry : std::filesystem::recursive_directory_iterator(Path())) {
             const string name = entry.path().string().substr(Path().size() + 1);
             if (const Store store = OpenAs(TAV_EXT_MODE_READ_ONLY, name)) {
@@ -179,22 +129,14 @@ auto CountOpenFiles() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-uint32_t CountMessages() {
-    TAV_Posix_BusCounts counts;
-    TAV_Posix_BusAccount(&counts);
-    return counts.alive;
-}
-
-/** Runs an operation once with a platform call failing, or none, and expects that files and messages are returned. */
+/** Runs an operation once with a platform call failing, or none, and expects that its files are closed. */
 uint32_t RunOnce(const Operation &operation, World &world, uint32_t failing = 0) {
     const auto filesBefore = CountOpenFiles();
-    const uint32_t messagesBefore = CountMessages();
     interposer::Reset();
     interposer::FailNth(interposer::Call::kAny, failing);
     const uint32_t code = operation.run(world);
     interposer::FailNth(interposer::Call::kAny, 0);
     EXPECT_EQ(CountOpenFiles(), filesBefore);
-    EXPECT_EQ(CountMessages(), messagesBefore);
     return code;
 }
 
@@ -235,14 +177,6 @@ string FailOne(const Operation &operation, uint32_t nth, const Usual &usual) {
 uint32_t SetInPlace(World &world) {
     WriteFile(world.Path("old.dat"), kRefer);  // a failure before may have torn it
     return TAV_ExtCfgSetRecordToFile(0, world.Take().get(), world.Path("old.dat").c_str(), nullptr);
-}
-
-uint32_t Detect(const World &world) {
-    ARU_Detect_Handle *const handle = ARU_Detect_Init(1, kDetector, kVs, nullptr, nullptr, 0);
-    const uint32_t code = handle == nullptr ? kNone : Register(handle, kConditionType);
-    const uint32_t subscribed = ARU_Detect_ProcMsg(kVs, handle, world.subscribe.get());
-    ARU_Detect_UnInit(handle);
-    return code != 0 ? code : subscribed;
 }
 
 uint32_t ReadStream(const char *path) {
@@ -317,19 +251,16 @@ std::vector<Operation> StoreOperations() {
 
 /** The operations that may leave something between the old and the new when a call fails. */
 std::vector<Operation> TearingOperations() {
-    const Codes memory = {kNoMemory}, detect = {kNone, ARU_DETECT_IGNORED, kBadArgument, kUnheld, kUnsent};
+    const Codes memory = {kNoMemory};
     const Codes write = {kNoMemory, kCopy, kRefused, TAV_ERR_OPEN, TAV_ERR_NOT_FOUND, kPlatformCode};
     const Codes inPlace = {kNoMemory, kCopy, kRefused, TAV_ERR_OPEN, TAV_ERR_NOT_FOUND, kRead};
-    const Codes build = {kNoMemory, kInvalid, TAV_ERR_NULL}, subscribe = {kBadArgument, kUnheld, kUnsent};
+    const Codes build = {kNoMemory, kInvalid, TAV_ERR_NULL};
     const Codes stream = {kFailed, kPlatformCode, ENOENT}, set = {kNoMemory, kFailed};
     std::vector<Operation> all = {
         {"add to a new VS", 0, memory, [](World &w) { return Add(w.stores["a.dat"], 8, w.Take()); }},
         {"build and add", 0, build, [](World &w) { return Add(w.stores["a.dat"], 0, Class13(9, 4)); }},
         {"set", 0, set, [](World &w) { return TAV_ExtCfgSetRecord(0, w.wider.get(), w.At("a.zip")); }},
         {"set in place", 0, inPlace, [](World &w) { return SetInPlace(w); }},
-        {"detect", 0, detect, [](World &w) { return Detect(w); }},
-        {"subscribe", 0, subscribe, [](World &w) { return ARU_Detect_ProcMsg(kVs, w.handle, w.subscribe.get()); }},
-        {"unsubscribe", 0, {}, [](World &w) { return ARU_Detect_ProcMsg(kVs, w.handle, w.unsubscribe.get()); }},
         {"write a stream", 0, stream, [](World &w) { return WriteStream(&w.block, w.zip); }}};
     for (const string name : {"a.dat", "a.zip", "refers.dat"}) {
         const string copy = name[0] + name;
@@ -343,16 +274,8 @@ std::vector<Operation> TearingOperations() {
 }
 
 std::vector<Operation> OtherOperations() {
-    const Codes filter = {kUnheld, kUnsent}, put = {kFailed}, stream = {kFailed, kPlatformCode, kPart, EINVAL};
-    return {{"register", 0, {kUnheld}, [](World &w) { return Register(w.handle, kOtherType); }},
-            {"filter", 0, filter, [](World &w) { return ARU_Detect_Filter(kVs, w.handle, kEvent, 0); }},
-            {"command", 0, filter, [](World &w) { return ARU_Detect_FilterEx4CliEvent(w.Instance(), kEvent, 0); }},
-            {"put a file", 0, put, [](World &) { return NFTPCI_AsyncPutDiskFile(1, 2, 3, 1, 1, "a", "b", &kEnds); }},
-            {"put memory", 0, put, [](World &) { return NFTPCI_AsyncPutMemBufReq(1, 2, 3, 1, 1, "a", &kEnds); }},
-            {"put a block", 0, put, [](World &) { return NFTPCI_AsyncTransMemBufBlock(1, 2, 3, &kData, &kEnds); }},
-            {"transfer query", 0, put, [](World &) { return NFTPCI_AsyncTransFileQuery(1, 2, 3, &kEnds); }},
-            {"progress", 0, put, [](World &) { return NFTPCI_AsyncTransFileProgress(1, 2, 3, &kEnds); }},
-            {"read a stream", 0, stream, [](World &w) { return ReadStream(w.zip); }},
+    const Codes stream = {kFailed, kPlatformCode, kPart, EINVAL};
+    return {{"read a stream", 0, stream, [](World &w) { return ReadStream(w.zip); }},
             {"log", 0, {kFailed}, [](World &) { return WriteLog(0); }},
             {"rotate the log", 0, {kFailed}, [](World &) { return WriteLog(kRotateAt); }},
             {"queue", 0, {}, [](World &) { return UseQueue(); }},
