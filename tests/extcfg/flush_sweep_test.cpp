@@ -3,7 +3,6 @@
  * turn, looking at the result, at the disk, at what is left allocated, and at whether a second try succeeds.
  */
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 
 #include <algorithm>
 #include <map>
@@ -222,39 +221,6 @@ TEST(Flush, Reports) {
     EXPECT_EQ(flush(), TAV_ERR_UNCHANGED);
     log.ExpectAmong({{"TAV_WriteExtCfgFile", "Checksum is the same, no need write file"},
                      {"TAV_ExtCfgFlush", "Write " + path + " failed, return 0x80161b"}});
-}
-
-/** A disk that is really full: a small memory file system, which takes root to mount. */
-TEST(Flush, FullDisk) {
-    const TempFolder folder;
-    if (mount("tmpfs", folder.Path().c_str(), "tmpfs", 0, "size=64k") != 0) {
-        GTEST_SKIP() << "may not mount a small file system";
-    }
-    struct Unmount {
-        std::string path;
-        ~Unmount() { umount(path.c_str()); }
-    } const unmount{folder.Path()};
-    Random random(1);
-    for (const char *name : {"a.dat", "a.zip"}) {
-        SCOPED_TRACE(name);
-        const std::string path = folder.Path(name);
-        const Store store = Open(TAV_EXT_MODE_WRITE_ONLY, path);
-        const auto grow = [&](uint32_t fromKey, uint32_t toKey) {
-            for (uint32_t key = fromKey; key < toKey; ++key) {
-                Bytes noise(400);
-                std::ranges::generate(noise, std::ref(random));
-                EXPECT_EQ(Add(store, 0, MakeRecord(13, {{14, Host32(key)}, {12, noise}})), TAV_OK);
-            }
-            return TAV_ExtCfgFlush(store.get());
-        };
-        EXPECT_EQ(grow(0, 40), TAV_OK);
-        const Bytes before = ReadFile(path);
-        EXPECT_NE(grow(40, 170), TAV_OK);
-        EXPECT_EQ(ReadFile(path), before);
-        EXPECT_FALSE(FileExists(path + ".bak"));
-        EXPECT_TRUE(Open(TAV_EXT_MODE_READ_ONLY, path));
-        remove(path.c_str());
-    }
 }
 
 }  // namespace
