@@ -48,7 +48,8 @@ class BusPort {
     /** Takes the next message, if one has come. Throws std::system_error. */
     std::optional<BusMessage> Receive();
 
-    /** Sends a message, waiting a moment at most. Throws std::system_error when the receiver is absent or takes no more. */
+    /** Sends a message, waiting a moment at most. Throws std::system_error when the receiver is absent or takes no
+     * more. */
     void Send(uint32_t receiver, Bytes content);
 
   private:
