@@ -2,6 +2,7 @@
  * convert, recover, refer files, the debug log, and output that cannot be written.
  */
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "tool.h"
 
@@ -75,6 +76,48 @@ TEST_F(FilesTest, AFailedWriteLeavesTheOldFile) {
             Refused(1, file + ": cannot be written: File too large", "verify x.dat; " + limited + " | cat >&2; false");
         }
     }
+}
+
+TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
+    const std::string at = " x.dat --vs 0 --class 13 14=5";
+    Out("history start x.dat --keep 3");
+    Out("checkpoint x.dat first --comment 'as it came'");
+    Out("set" + at + " 15=2 --comment two");
+    Out("set" + at + " 15=3");
+    Out("convert --force --comment copied x.dat y.dat");
+    EXPECT_EQ(Out("rollback x.dat 1 --dry-run"), "set 0 13 14=5 15=2\n");
+    EXPECT_EQ(Out("rollback x.dat first"), "rolled x.dat back to first: records added 0, changed 1, deleted 0\n");
+    EXPECT_EQ(Run("diff x.dat@1 x.dat").out, "~ VS 0 class 13 14=5: 15: 3 -> 1\n");
+    EXPECT_EQ(Out("diff x.dat@first x.dat"), "");
+    Out("rollback x.dat 1");  // which takes the rollback back
+    EXPECT_EQ(Out("get" + at + " --field 15"), "3\n");
+    const nlohmann::json history = nlohmann::json::parse(Out("history show x.dat --json"));
+    ASSERT_EQ(history["commits"].size(), 3u);
+    EXPECT_EQ(history["commits"][1]["comment"], "rollback first");
+    EXPECT_EQ(history["commits"][2]["back"], 1);
+    EXPECT_EQ(history["checkpoints"][0]["comment"], "as it came");
+    EXPECT_THAT(Out("history show x.dat"), HasSubstr("rollback first\n"));
+    Out("checkpoint x.dat first --remove");
+    Out("history stop x.dat");
+    for (const char *arguments :
+         {"rollback x.dat first", "rollback x.dat 9", "diff x.dat@9 x.dat", "checkpoint x.dat 5"}) {
+        EXPECT_NE(Run(arguments).code, 0) << arguments;
+    }
+}
+
+TEST_F(FilesTest, WatchPrintsEachCommit) {
+    Put("writer",
+        "sleep 0.3\n"
+        "'" TAVCFG_PROGRAM
+        "' set x.dat --vs 0 --class 13 14=5 15=2 >>said\n"
+        "sleep 0.3\n"
+        "'" TAVCFG_PROGRAM "' del x.dat --vs 0 --class 13 14=7 >>said\n");
+    EXPECT_EQ(Out("verify x.dat; sh writer & '" TAVCFG_PROGRAM "' watch x.dat --limit 2; wait"),
+              "set 0 13 14=5 15=2\n\ndel 0 13 14=7\n\n");
+    Put("writer", "sleep 0.3; '" TAVCFG_PROGRAM "' add x.dat --vs 0 --class 13 14=7 >>said; sleep 0.3; kill $1");
+    EXPECT_EQ(Out("verify x.dat; '" TAVCFG_PROGRAM "' watch x.dat --json --exec 'cat >>seen' & sh writer $!; wait $!"),
+              "");
+    EXPECT_EQ(Content("seen"), Text("{\"verb\":\"add\",\"vs\":0,\"class\":13,\"fields\":[[14,7]]}\n"));
 }
 
 TEST_F(FilesTest, ReferFiles) {

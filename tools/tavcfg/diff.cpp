@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "errors.h"
+#include "history.h"
 #include "store.h"
 #include "tav/json.h"
 #include "tav/script.h"
@@ -140,32 +142,46 @@ class TextDiff {
     bool isPrinted_ = false;
 };
 
-/** Reads a file that may refer to another or not: uses the refer file only if it does. */
-tav::Snapshot ReadWithReferIfAny(FileOptions options, const File &file) {
+/** One side of a comparison. */
+struct Side {
+    tav::Store store;
+    std::string checksum;  // of the body; empty for a former content
+};
+
+/**
+ * Reads a file that may refer to another or not, and uses the refer file only if it does; or, for a name like FILE@2 or
+ * FILE@NAME that is no file's, what the file held two commits back, or at the checkpoint.
+ */
+Side ReadSide(FileOptions options, const File &file) {
+    const size_t at = file.given.rfind('@');
+    if (at != std::string::npos && at > 0 && at + 1 < file.given.size() && !Exists(file)) {
+        return {FormerStore(file.given.substr(0, at), file.given.substr(at + 1)), ""};
+    }
     options.target.file = file;
     if (options.target.refer && !CarriesReferChecksum(file)) {
         options.target.refer.reset();
     }
-    return Read(options);
+    tav::Snapshot snapshot = Read(options);
+    return {std::move(snapshot.Store()), snapshot.Checksum()};
 }
 
 /** Returns whether two files differ in what no record shows. */
-bool DiffersBeyond(const DiffOptions &options, const tav::Snapshot &before, const tav::Snapshot &after) {
+bool DiffersBeyond(const DiffOptions &options, const Side &before, const Side &after) {
     const bool isWhole = !options.scope.vsId && !options.scope.cid && options.scope.ignored.empty();
-    return isWhole && before.Checksum() != after.Checksum();
+    return isWhole && !before.checksum.empty() && !after.checksum.empty() && before.checksum != after.checksum;
 }
 
 }  // namespace
 
 int RunDiff(const DiffOptions &options) {
-    const tav::Snapshot before = ReadWithReferIfAny(options.before, options.before.target.file);
-    const tav::Snapshot after = ReadWithReferIfAny(options.before, options.after);
+    const Side before = ReadSide(options.before, options.before.target.file);
+    const Side after = ReadSide(options.before, options.after);
     const tav::Names &names = options.before.shown;
     bool differs = false;
     if (options.format == DiffFormat::kText) {
-        differs = TextDiff(options.scope, names).Print(before.Store(), after.Store());
+        differs = TextDiff(options.scope, names).Print(before.store, after.store);
     } else {
-        const tav::Changes changes = tav::Diff(before.Store(), after.Store(), options.scope);
+        const tav::Changes changes = tav::Diff(before.store, after.store, options.scope);
         for (const tav::Change &change : changes) {
             fmt::print("{}\n", options.format == DiffFormat::kScript ? tav::WriteChange(change, names)
                                                                      : tav::ChangeToJson(change, names));
@@ -176,10 +192,10 @@ int RunDiff(const DiffOptions &options) {
         return differs ? 1 : 0;
     }
     if (options.format == DiffFormat::kJsonLines) {
-        fmt::print("{{\"checksum\":[\"{}\",\"{}\"]}}\n", before.Checksum(), after.Checksum());
+        fmt::print("{{\"checksum\":[\"{}\",\"{}\"]}}\n", before.checksum, after.checksum);
     } else {
         fmt::print("{} the order of records, or what is no record: checksum {} -> {}\n",
-                   options.format == DiffFormat::kText ? '~' : '#', before.Checksum(), after.Checksum());
+                   options.format == DiffFormat::kText ? '~' : '#', before.checksum, after.checksum);
     }
     return 1;
 }

@@ -7,11 +7,13 @@
 #include "diff.h"
 #include "edit.h"
 #include "errors.h"
+#include "history.h"
 #include "import_export.h"
 #include "info.h"
 #include "patch.h"
 #include "recover.h"
 #include "show.h"
+#include "watch.h"
 
 namespace tavcfg {
 
@@ -107,6 +109,10 @@ int Edit(tav::Verb verb, const FileWords &words) {
         {write, SelectionOf(words, write.file.names), ParseKeyless(verb, place, words.arguments, write.file.names)});
 }
 
+HistoryOptions HistoryOf(const FileWords &words) {
+    return {FileOf(words), words.keep, words.json};
+}
+
 int Import(const FileWords &words) {
     if (words.merge && words.force) {
         throw UsageError("import: --merge and --force exclude each other");
@@ -153,8 +159,8 @@ void AddList(CLI::App *command, const char *name, std::vector<std::string> &valu
 }  // namespace
 
 /** Adds a command that works on a file. */
-CLI::App *FileCommands::AddOnFile(const char *name, const char *fileName, const char *help, Run run) {
-    CLI::App *command = app_->add_subcommand(name, help);
+CLI::App *FileCommands::AddOnFile(const char *name, const char *fileName, const char *help, Run run, CLI::App *parent) {
+    CLI::App *command = (parent != nullptr ? parent : app_)->add_subcommand(name, help);
     command->callback([this, run] { invocation_->run = [words = words_, run] { return run(words); }; });
     command->add_option(fileName, words_.file, "the configuration file")->required();
     command->add_option("--refer", words_.refer, "the file whose checksum FILE carries")->option_text("FILE");
@@ -325,6 +331,52 @@ void FileCommands::AddDiff() {
     diff->preparse_callback([this](size_t) { invocation_->failureCode = 2; });
 }
 
+void FileCommands::AddHistory() {
+    CLI::App *history = app_->add_subcommand("history", "keep what a file held before its last commits");
+    history->require_subcommand(1);
+    CLI::App *start = AddOnFile(
+        "start", "FILE", "keep it from now on",
+        [](const FileWords &words) { return RunHistoryStart(HistoryOf(words)); }, history);
+    start->add_option("--keep", words_.keep, "how many commits stay; 20 unless said")
+        ->option_text("N")
+        ->check(CLI::PositiveNumber);
+    CLI::App *stop = AddOnFile(
+        "stop", "FILE", "keep no more", [](const FileWords &words) { return RunHistoryStop(HistoryOf(words)); },
+        history);
+    CLI::App *show = AddOnFile(
+        "show", "FILE", "print what is kept: commits, and checkpoints",
+        [](const FileWords &words) { return RunHistoryShow(HistoryOf(words)); }, history);
+    show->add_flag("--json", words_.json, "print JSON");
+    CLI::App *checkpoint =
+        AddOnFile("checkpoint", "FILE", "keep what a file holds under a name", [](const FileWords &words) {
+            return RunCheckpoint({WriteOf(words), words.other, words.remove});
+        });
+    checkpoint->add_option("NAME", words_.other, "the name")->required();
+    checkpoint->add_flag("--remove", words_.remove, "keep it no longer");
+    checkpoint->add_option("--comment", words_.comment, "what is kept about it")->option_text("TEXT");
+    for (CLI::App *command : {start, stop, show, checkpoint}) {
+        AddShared(command, &words_);
+    }
+    AddWriter("rollback", "FILE", "bring back what a file held before; a commit like any other",
+              [](const FileWords &words) {
+                  return RunRollback({WriteOf(words), words.other});
+              })
+        ->add_option("STATE", words_.other, "so many commits back, or the name of a checkpoint")
+        ->required();
+}
+
+void FileCommands::AddWatch() {
+    CLI::App *watch =
+        AddOnFile("watch", "FILE", "print the changes of a file as they come", [](const FileWords &words) {
+            return RunWatch({FileOf(words), words.json, words.command, words.limit});
+        });
+    AddShared(watch, &words_);
+    watch->add_flag("--json", words_.json, "print JSON, a change a line");
+    watch->add_option("--exec", words_.command, "run this after each commit, with its changes as the input")
+        ->option_text("COMMAND");
+    watch->add_option("--limit", words_.limit, "end after so many commits")->option_text("N");
+}
+
 void FileCommands::AddTo(CLI::App *app, Invocation *invocation) {
     app_ = app;
     invocation_ = invocation;
@@ -335,6 +387,8 @@ void FileCommands::AddTo(CLI::App *app, Invocation *invocation) {
     AddJson();
     AddConvert();
     AddDiff();
+    AddHistory();
+    AddWatch();
 }
 
 }  // namespace tavcfg

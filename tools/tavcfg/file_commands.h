@@ -24,8 +24,10 @@ struct FileWords {
     std::string format;
     std::string comment;
     std::string output = "-";
+    std::string command;                 // of watch
     double wait = 5;                     // seconds
     size_t limit = 0;                    // 0 for none
+    uint32_t keep = 20;                  // commits
     std::vector<std::string> arguments;  // FIELD=VALUE
     std::vector<std::string> where, fields, sort, excluded;
     bool all = false;
@@ -36,6 +38,7 @@ struct FileWords {
     bool json = false;
     bool merge = false;
     bool raw = false;
+    bool remove = false;
     bool reverse = false;
     bool rewrite = false;
     bool safe = false;
@@ -52,7 +55,7 @@ class FileCommands {
   private:
     using Run = int (*)(const FileWords &);  // complains of one word after the other, in the order of its options
 
-    CLI::App *AddOnFile(const char *name, const char *fileName, const char *help, Run run);
+    CLI::App *AddOnFile(const char *name, const char *fileName, const char *help, Run run, CLI::App *parent = nullptr);
     CLI::App *AddWriter(const char *name, const char *fileName, const char *help, Run run);
     CLI::App *AddEditor(const char *name, const char *arguments, const char *help, Run run);
     void AddWriteOptions(CLI::App *command);
@@ -65,6 +68,8 @@ class FileCommands {
     void AddJson();
     void AddConvert();
     void AddDiff();
+    void AddHistory();
+    void AddWatch();
 
     CLI::App *app_ = nullptr;
     Invocation *invocation_ = nullptr;
