@@ -136,6 +136,12 @@ TEST_F(FilesTest, ReferFiles) {
     EXPECT_EQ(Out("diff x.dat y.zip --refer r.dat"), "");
     Out("add r.dat --vs 0 --class 13 14=99");
     Refused(1, "refer checksum mismatch", "verify y.zip --refer r.dat");
+    Refused(1, "refer checksum mismatch", "set y.zip --refer r.dat --vs 0 --class 13 14=5 15=9");
+    EXPECT_EQ(Out("count y.zip --ignore-refer"), "3\n");
+    EXPECT_EQ(Out("refer rebind y.zip --refer r.dat"), "y.zip refers to r.dat as it is now\n");
+    Out("verify y.zip --refer r.dat");
+    EXPECT_EQ(Out("refer drop y.zip"), "y.zip refers to no file any more\n");
+    EXPECT_EQ(Out("diff x.dat y.zip"), "");
 }
 
 TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
@@ -150,6 +156,15 @@ TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
     // No file that is opened may take the place of a closed stream: the message would end up in it.
     EXPECT_EQ(Run("set x.dat --vs 0 --class 13 14=5 15=7 <&- >&-").code, 1);
     EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=5 --field 15"), "7\n");
+}
+
+TEST_F(FilesTest, SchemaShowsClassesFieldsAndNames) {
+    Put("n.json", R"({"13": {"name": "route", "fields": {"14": "id"}}, "26": {"fields": {"14": "key"}}})");
+    EXPECT_THAT(Out("schema --names n.json"), HasSubstr("\n     13  14          route\n"));
+    EXPECT_THAT(Out("schema --names n.json"), HasSubstr("\n     14  integer              4  route.id 26.key\n"));
+    const nlohmann::json schema = nlohmann::json::parse(Out("schema --json"));
+    EXPECT_EQ(schema["classes"][2], nlohmann::json::parse(R"({"class": 7, "keys": [8]})"));
+    EXPECT_EQ(schema["fields"].size(), 23u);
 }
 
 TEST_F(FilesTest, DebugLog) {

@@ -12,6 +12,7 @@
 #include "info.h"
 #include "patch.h"
 #include "recover.h"
+#include "schema.h"
 #include "show.h"
 #include "watch.h"
 
@@ -148,6 +149,16 @@ int Diff(const FileWords &words) {
                               : words.json ? DiffFormat::kJsonLines
                                            : DiffFormat::kText;
     return RunDiff({file, NamedFile(words.other), scope, format});
+}
+
+/** Writes a file that may carry the checksum of another refer file, or of none any more. */
+int Rebind(const FileWords &words) {
+    WriteOptions write = WriteOf(words);
+    write.file.ignoresRefer = true;
+    tav::Session session = OpenToWrite(write, false);
+    const std::string done = words.refer.empty() ? fmt::format("{} refers to no file any more", words.file)
+                                                 : fmt::format("{} refers to {} as it is now", words.file, words.refer);
+    return Commit(&session, write, done);
 }
 
 /** An option that may be given several times, each time with one value. */
@@ -331,6 +342,28 @@ void FileCommands::AddDiff() {
     diff->preparse_callback([this](size_t) { invocation_->failureCode = 2; });
 }
 
+void FileCommands::AddRefer() {
+    CLI::App *refer = app_->add_subcommand("refer", "bind a file to a refer file anew, or to none");
+    refer->require_subcommand(1);
+    CLI::App *rebind = AddOnFile("rebind", "FILE", "take over the checksum that the refer file has now", Rebind, refer);
+    rebind->get_option("--refer")->required();
+    CLI::App *drop = AddOnFile("drop", "FILE", "refer to no file any more", Rebind, refer);
+    drop->remove_option(drop->get_option("--refer"));
+    for (CLI::App *command : {rebind, drop}) {
+        AddShared(command, &words_);
+        command->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
+    }
+}
+
+void FileCommands::AddSchema() {
+    CLI::App *schema = app_->add_subcommand("schema", "show what classes and fields there are");
+    schema->callback([this] {
+        invocation_->run = [words = words_] { return RunSchema({FindNames(words.names, ""), words.json}); };
+    });
+    schema->add_option("--names", words_.names, "JSON file with names of classes and fields")->option_text("FILE");
+    schema->add_flag("--json", words_.json, "print JSON");
+}
+
 void FileCommands::AddHistory() {
     CLI::App *history = app_->add_subcommand("history", "keep what a file held before its last commits");
     history->require_subcommand(1);
@@ -389,6 +422,8 @@ void FileCommands::AddTo(CLI::App *app, Invocation *invocation) {
     AddDiff();
     AddHistory();
     AddWatch();
+    AddRefer();
+    AddSchema();
 }
 
 }  // namespace tavcfg

@@ -70,6 +70,8 @@ class FileCommands {
     void AddDiff();
     void AddHistory();
     void AddWatch();
+    void AddRefer();
+    void AddSchema();
 
     CLI::App *app_ = nullptr;
     Invocation *invocation_ = nullptr;

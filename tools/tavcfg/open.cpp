@@ -44,7 +44,7 @@ tav::Names FindNames(const std::string &given, const std::string &file) {
     }
     const std::string beside = file + ".names.json";
     std::error_code error;
-    return std::filesystem::exists(beside, error) ? tav::Names::Load(beside) : tav::Names();
+    return !file.empty() && std::filesystem::exists(beside, error) ? tav::Names::Load(beside) : tav::Names();
 }
 
 tav::Snapshot Read(const FileOptions &options) {
