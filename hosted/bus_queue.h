@@ -1,8 +1,10 @@
 /*
  * What a port has taken from the kernel: messages that wait to be received, and whose datagrams were refused.
  *
- * The kernel keeps few datagrams for a socket, and keeps them for everybody alike: whoever sends without pause takes
- * all the room. So they are taken out as soon as possible, and it is here that each sender has room of its own.
+ * The kernel keeps few datagrams for a socket, also such as will be refused: whoever sends without pause takes all the
+ * room. So they are taken out as soon as possible, and those that are refused are dropped before anything waits behind
+ * them. A message that has been sent is never dropped: when as many wait as may, the rest stays with the kernel, and
+ * further senders are told.
  */
 #ifndef HOSTED_BUS_QUEUE_H
 #define HOSTED_BUS_QUEUE_H
@@ -15,9 +17,6 @@
 #include "message.h"
 
 namespace hosted {
-
-inline constexpr uint32_t kMaxWaitingOfSender = TAV_POSIX_BUS_MAX_WAITING;
-inline constexpr uint32_t kMaxWaiting = 4 * kMaxWaitingOfSender;  // of all senders together
 
 /** A message that waits. */
 struct WaitingMessage {
@@ -38,10 +37,7 @@ class MessageQueue {
 
     /** The message that came first; null when none waits. */
     WaitingMessage *First() { return first_; }
-    bool IsFull() const { return count_ >= kMaxWaiting; }
-
-    /** Returns whether a sender has as many messages waiting as it may. */
-    bool HasAllOf(uint32_t sender) const;
+    bool IsFull() const { return count_ >= TAV_POSIX_BUS_MAX_WAITING; }
 
     /** Adds a message. Returns false when memory is short. */
     bool Add(const Envelope &envelope, const void *content, uint32_t length);
@@ -50,23 +46,9 @@ class MessageQueue {
     void DropFirst();
 
   private:
-    /** How many messages of a sender wait; in the table as long as there is one. */
-    struct Sender {
-        Sender *next;
-        uint32_t id;
-        uint32_t waiting;
-    };
-    static constexpr uint32_t kBuckets = 64;
-
-    static uint32_t BucketOf(uint32_t id) { return (id * 2654435761u) >> 26; }  // Fibonacci hashing, to 6 bits
-    Sender *Find(uint32_t id) const;
-    bool CountIn(uint32_t id);
-    void CountOut(uint32_t id);
-
     WaitingMessage *first_ = nullptr;
     WaitingMessage **end_ = &first_;
     uint32_t count_ = 0;
-    Sender *senders_[kBuckets] = {};
 };
 
 /** Datagrams that were refused, by the user who sent them. */

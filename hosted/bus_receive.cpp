@@ -65,7 +65,7 @@ bool Judge(TAV_Posix_BusPort *port, const mmsghdr &datagram, const uint8_t *byte
     Envelope envelope = {};
     memcpy(&envelope, bytes, std::min<size_t>(datagram.msg_len, sizeof(envelope)));
     const ucred sender = SenderOf(datagram.msg_hdr);
-    if (IsAcceptable(port, datagram, envelope, sender) && !port->waiting.HasAllOf(envelope.sender)) {
+    if (IsAcceptable(port, datagram, envelope, sender)) {
         const uint32_t length = datagram.msg_len - uint32_t{sizeof(Envelope)};
         return port->waiting.Add(envelope, bytes + sizeof(Envelope), length);
     }

@@ -22,8 +22,8 @@ extern "C" {
 /** The shortest message in bytes: the header that every message begins with. */
 #define TAV_POSIX_BUS_MIN_MESSAGE 16u
 
-/** Messages of one sender that may wait for a component beyond those that the kernel keeps. */
-#define TAV_POSIX_BUS_MAX_WAITING 256u
+/** Messages that may wait for a component beyond those that the kernel keeps. */
+#define TAV_POSIX_BUS_MAX_WAITING 1024u
 
 /** Stands for a user who is not known, and for all beyond the users that are counted one by one. */
 #define TAV_POSIX_BUS_SEVERAL_USERS 0xFFFFFFFFu
@@ -37,8 +37,7 @@ typedef struct TAV_Posix_BusCounts {
     uint32_t sent;         /**< messages sent */
     uint32_t sendFailures; /**< messages that could not be sent */
     uint32_t received;     /**< messages received */
-    uint32_t refused; /**< datagrams dropped: no whole message for the port, a sender that is not what it claims, or
-                         one that has more messages waiting than it may */
+    uint32_t refused; /**< datagrams dropped: no whole message for the port, or a sender that is not what it claims */
 } TAV_Posix_BusCounts;
 
 /** Datagrams of one user that a port has dropped. */
