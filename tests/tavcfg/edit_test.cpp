@@ -96,6 +96,9 @@ TEST_F(EditTest, MalformedCommandLinesAreUsageErrors) {
     Refused(2, "key field 14 of class 13 is given twice", "add" + kIn13 + "14=9 14=8");
     Refused(2, "no key field", "get" + kIn13 + "14=5 15=1");
     Refused(2, "key field 14 of class 13 is missing", "del" + kIn13 + "15=1");
+    Refused(2, "'shwo' is no command; did you mean show?", "shwo x.dat");
+    Refused(2, "did you mean checkpoint?", "chekcpiont x.dat");
+    EXPECT_THAT(Out("--version"), StartsWith("tavcfg 1."));
     EXPECT_THAT(Out("add --help"), HasSubstr("FIELD=VALUE"));
 }
 

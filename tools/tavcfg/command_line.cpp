@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <numeric>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "errors.h"
@@ -78,6 +81,7 @@ class Commands {
     explicit Commands(Invocation &invocation) : invocation_(invocation) {
         app_.require_subcommand(1);
         app_.footer(kFooter);
+        app_.set_version_flag("--version", "tavcfg " TAVCFG_VERSION);
         files_.AddTo(&app_, &invocation_);
         AddPasswords();
         AddSecrets();
@@ -157,13 +161,51 @@ class Commands {
     RekeyOptions rekey_;
 };
 
+/** How many letters must be put in, taken out or replaced to make one word of another. */
+size_t Distance(const std::string &a, const std::string &b) {
+    std::vector<size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i + 1);
+        for (size_t k = 0; k < b.size(); ++k) {
+            const size_t replaced = diagonal + (a[i] == b[k] ? 0 : 1);
+            diagonal = row[k + 1];
+            row[k + 1] = std::min({replaced, diagonal + 1, row[k] + 1});
+        }
+    }
+    return row.back();
+}
+
+/** Throws UsageError when the first word is none of the commands. */
+void RequireCommand(const CLI::App &app, int argc, const char *const *argv) {
+    if (argc < 2 || argv[1][0] == '-') {
+        return;
+    }
+    std::string nearest;
+    size_t least = SIZE_MAX;
+    for (const CLI::App *command : app.get_subcommands({})) {
+        const size_t distance = Distance(argv[1], command->get_name());
+        if (distance < least) {
+            least = distance;
+            nearest = command->get_name();
+        }
+    }
+    if (least > 0) {
+        throw UsageError(fmt::format("'{}' is no command; did you mean {}? (see tavcfg --help)", argv[1], nearest));
+    }
+}
+
 }  // namespace
 
 std::optional<Invocation> ParseCommandLine(int argc, const char *const *argv) {
     Invocation invocation;
     Commands commands(invocation);
+    RequireCommand(commands.App(), argc, argv);
     try {
         commands.App().parse(argc, argv);
+    } catch (const CLI::CallForVersion &version) {
+        fmt::print("{}\n", version.what());
+        return {};
     } catch (const CLI::Success &) {
         const std::vector<CLI::App *> chosen = commands.App().get_subcommands();
         fmt::print("{}", chosen.empty() ? commands.App().help() : chosen.front()->help("tavcfg"));
