@@ -176,8 +176,10 @@ TEST(Flush, EachCallFailingInTurn) {
             const bool isUsual = steps[at].code == kUsual, isFatal = !isUsual && steps[at].code != TAV_OK;
             EXPECT_EQ(stage.Flush({at}), isUsual ? stage.UsualCode() : steps[at].code);
             const size_t callsMade = isFatal ? interposer::Listed().size() : 0;
-            EXPECT_TRUE(!isFatal || stage.HoldsOld(stage.path));
-            EXPECT_TRUE(!isFatal || !stage.HasBackup());
+            if (isFatal) {
+                EXPECT_TRUE(stage.HoldsOld(stage.path));
+                EXPECT_FALSE(stage.HasBackup());
+            }
             stage.ExpectRetry();
             // A second failure, on the way back for instance: the old content lies under one of its names.
             for (size_t second = at + 1; second < callsMade; ++second) {

@@ -23,7 +23,7 @@ int Sign(int32_t order) {
 
 TEST_F(Model, RecordOrderVerifyAndMatch) {
     auto compare = [](const Record &a, const Record &b) {
-        return Sign(TAV_ExtCfgRecordCompare(FieldsOf(a.get()), FieldsOf(b.get())));
+        return Sign(TAV_ExtCfgRecordCompare(&a->fields, &b->fields));
     };
     auto nameOnly = [](const char *name) { return MakeRecord(7, {{8, Text(name)}}); };
     EXPECT_EQ(compare(Class13(5, 1), Class13(5, 2)), 0);
@@ -49,8 +49,8 @@ TEST_F(Model, RecordOrderVerifyAndMatch) {
     EXPECT_LT(TAV_ExtCfgFieldCompare(nullptr, nullptr), 0);
     log.Expect({{"TAV_ExtCfgFieldCompare", "Null pointer, return 0xffffffff"}});
     const Record two = MakeRecord(13, {{14, Host32(2)}, {15, Host16(1)}});
-    const auto *const a = TAV_ExtCfgFieldNodeFind(FieldsOf(two.get()), 14);
-    const auto *const b = TAV_ExtCfgFieldNodeFind(FieldsOf(two.get()), 15);
+    const auto *const a = TAV_ExtCfgFieldNodeFind(&two->fields, 14);
+    const auto *const b = TAV_ExtCfgFieldNodeFind(&two->fields, 15);
     EXPECT_LT(TAV_ExtCfgFieldCompare(a, b), 0) << "the fid decides first";
     EXPECT_GT(TAV_ExtCfgFieldCompare(b, a), 0);
 
@@ -98,7 +98,7 @@ TEST_F(Model, ReadingAddingAndDeletingFields) {
     }
     EXPECT_EQ(Encode(record.get()), before) << "a value that cannot be added leaves the record as it was";
     for (uint32_t fid : {12u, 14u, 12u}) {
-        TAV_ExtCfgFieldNodeDel(record.get(), TAV_ExtCfgFieldNodeFind(FieldsOf(record.get()), fid));
+        TAV_ExtCfgFieldNodeDel(record.get(), TAV_ExtCfgFieldNodeFind(&record->fields, fid));
     }
     EXPECT_EQ(Encode(record.get()), Tlv(13, Bytes{}));
     TAV_ExtCfgRecordAddFieldValue(record.get(), 15, 2, Host16(7).data());
@@ -109,7 +109,7 @@ TEST_F(Model, FieldsThatAreNotTheRecordsOwn) {
     const Record record = Class13(5, 1), other = Class13(6);
     const std::unique_ptr<TAV_ExtCfgFieldNode, decltype(&TAV_ExtCfgFieldNodeFree)> loose(
         TAV_ExtCfgFieldNodeCreate(1000, 300), TAV_ExtCfgFieldNodeFree);
-    for (TAV_ExtCfgFieldNode *field : {TAV_ExtCfgFieldNodeFind(FieldsOf(other.get()), 14), loose.get()}) {
+    for (TAV_ExtCfgFieldNode *field : {TAV_ExtCfgFieldNodeFind(&other->fields, 14), loose.get()}) {
         TAV_ExtCfgFieldNodeDel(record.get(), field);
     }
     EXPECT_EQ(Encode(record.get()), Tlv(13, {Tlv(14, Be32(5)), Tlv(15, Be16(1))}));

@@ -1,7 +1,6 @@
 #include "store.h"
 
 #include "interposer.h"
-#include "tav_extcfg_nodes.h"
 
 Record MakeRecord(uint32_t cid, const std::vector<Field> &fields) {
     Record record(TAV_ExtCfgRecordNodeCreate(cid));
@@ -52,10 +51,6 @@ Bytes Encode(const TAV_ExtCfgRecordNode *record) {
     uint8_t *cursor = buffer.data();
     EXPECT_EQ(TAV_BuildExtCfgRecordData(record, &cursor, buffer.data() + buffer.size()), TAV_OK);
     return Bytes(buffer.data(), cursor);
-}
-
-const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record) {
-    return &record->fields;
 }
 
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {

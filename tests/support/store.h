@@ -42,9 +42,6 @@ std::optional<Bytes> BodyOf(const Store &store);
 /** The record as a TLV of the file. */
 Bytes Encode(const TAV_ExtCfgRecordNode *record);
 
-/** The part of a record that its tree compares, which begins with its list of fields. */
-const SLL_List *FieldsOf(const TAV_ExtCfgRecordNode *record);
-
 /** Copies bytes into a heap block of just their size, so that a read beyond them is seen. */
 std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
 
