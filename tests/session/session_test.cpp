@@ -373,9 +373,12 @@ TEST_P(SessionTest, RecoversAndDeletesNothing) {
         EXPECT_EQ(files(), each.after);
         EXPECT_EQ(tav::Recover(path).moves.size(), 0u) << "nothing is left to do";
     };
-    std::vector<std::jthread> threads;  // at once: each waits for a second, three times
+    std::vector<pid_t> children;  // at once: each waits for a second, three times
     for (const auto &each : cases) {
-        threads.emplace_back([&] { check(each); });
+        children.push_back(Start([&] { check(each); }));
+    }
+    for (const pid_t child : children) {
+        EXPECT_EQ(Await(child), 0);
     }
 }
 

@@ -54,12 +54,12 @@ TEST_P(WatchTest, WaitsForAFlushWithoutASession) {
     tav::Watch watch(path_, {.wait = kShort});
     fs::rename(path_, path_ + ".bak");
     EXPECT_EQ(ErrorOf([&] { watch.Wait(milliseconds(0)); }).Code(), TAV_ERR_BACKUP) << "not empty, but unknown";
-    std::thread writer([&] {
+    const pid_t writer = Start([&] {
         std::this_thread::sleep_for(kShort);
         MakeFile(path_, {{2, 20}});
     });
     Sees(&watch, {{1, 10}}, {{2, 20}});
-    writer.join();
+    EXPECT_EQ(Await(writer), 0);
 }
 
 TEST(Watch, EndsWithItsFolder) {
