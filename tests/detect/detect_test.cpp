@@ -289,7 +289,9 @@ TEST_F(Detecting, WhatCannotBeParsedIsTriedAgain) {
     Expect(Subscribe(1, kCommandLine, {{kMatch, 4}, {kParsed, 2}}), {.calls = "parse 2", .ack = 0, .errors = 1});
     Expect(Event(4, 1), {.calls = "parse 2, match 4", .told = {1}, .errors = 1});
     // Cannot be saved: the older one stays.
-    Expect(Subscribe(1, kOrdinary, {{kParsed, 1}}, {Call::kMalloc, 2}), {.calls = "parse 1", .ack = 0, .errors = 1});
+    for (const Failure &failure : {Failure(Call::kMalloc, 2), {Call::kMemCopy, 1}}) {
+        Expect(Subscribe(1, kOrdinary, {{kParsed, 1}}, failure), {.calls = "parse 1", .ack = 0, .errors = 1});
+    }
     witness.refused = 0;
     Expect(Event(2, 1, {Call::kMalloc, 1}), {.errors = 1});
     Expect(Event(2, 1, {Call::kMalloc, 2}), {.calls = "parse 2, free bare 2", .errors = 1});

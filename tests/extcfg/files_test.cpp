@@ -56,6 +56,9 @@ TEST_F(Files, PlainSizeLimits) {
 }
 
 TEST_F(Files, ReadsFailingInTurn) {
+    uint32_t size = 77;
+    EXPECT_NE(TAV_GetFileSize(path.c_str(), &size), TAV_OK);
+    EXPECT_EQ(size, 0u);
     DebugLog log;
     const std::string archive = folder.Path("a.zip");
     WriteFile(path, Filled(1000, 7));
