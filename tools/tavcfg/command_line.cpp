@@ -21,6 +21,8 @@ namespace tavcfg {
 
 namespace {
 
+const char *const kVersion = "tavcfg 1.0.0";  // the project's; a test compares them
+
 const char *const kFooter =
     "Values (FIELD=VALUE), by the data type of the field:\n"
     "  integer    decimal, or hexadecimal with 0x in front\n"
@@ -81,7 +83,7 @@ class Commands {
     explicit Commands(Invocation &invocation) : invocation_(invocation) {
         app_.require_subcommand(1);
         app_.footer(kFooter);
-        app_.set_version_flag("--version", "tavcfg " TAVCFG_VERSION);
+        app_.set_version_flag("--version", kVersion);
         files_.AddTo(&app_, &invocation_);
         AddPasswords();
         AddSecrets();
