@@ -48,6 +48,7 @@ void containers::RbtFreeAll(TAV_RBT_Tree *tree) {
             node = greater;
         }
     }
+    tree->root = &tree->sentinel;  // a platform may look at it before it clears the tree
     BEX_RBT_ClearTree(tree);
 }
 

@@ -80,7 +80,7 @@ void RbtAppend(TAV_RBT_Tree *tree, TAV_RBT_Node *greatest, TAV_RBT_Node *node);
  * Removes and frees every element in the order of the keys, as TAV_RBT_DelTree, but without keeping the tree balanced
  * meanwhile: that takes three quarters of the time.
  *
- * @param tree  an initialised tree with a destructor that does not look at the tree
+ * @param tree  an initialised tree (its root is not null) with a destructor that does not look at the tree
  */
 void RbtFreeAll(TAV_RBT_Tree *tree);
 

@@ -6,8 +6,11 @@
 
 #include "containers/hierarchical_bitmap.h"
 
-/** A bit for each slot, 1 while it is empty, and sets of the words that have a hole and of those that have an item. */
-struct VEC_SlotMap {
+/**
+ * A bit for each slot, 1 while it is empty, and sets of the words that have a hole and of those that have an item.
+ * Aligned as the words are, because they stand behind it in one block.
+ */
+struct alignas(uint64_t) VEC_SlotMap {
   public:
     /** Returns how many words a map of so many slots takes beside itself; about a bit for each slot. */
     static uint32_t WordsFor(uint32_t slotCount) {

@@ -730,7 +730,8 @@ TAV_API uint32_t TAV_ExtCfgClose(CfgLocal *local);
  * @param vsId       id of the VS
  * @param keyRecord  a record of the class with the key fields set; other fields are ignored
  * @param local      the store, in any mode
- * @return the record, still the store's; null when there is none, when the key record lacks a key field, and for an
+ * @return the record, still the store's, whose key fields must stay as they are: its place in the store follows from
+ *         them; null when there is none, when the key record lacks a key field, and for an
  *         invalid store
  */
 TAV_API TAV_ExtCfgRecordNode *TAV_ExtCfgGetRecord(uint32_t vsId, const TAV_ExtCfgRecordNode *keyRecord,

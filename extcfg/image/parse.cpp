@@ -43,7 +43,7 @@ uint32_t ReadLoadedField(uint32_t type, uint8_t *value, uint32_t length, void *c
 /** Returns the room that the fields of a record take, from the value of its TLV; as far as they are well-formed. */
 uint16_t RoomFor(const uint8_t *value, uint32_t length) {
     uint32_t room = 0;
-    for (uint32_t left = length; left >= TAV_EXT_TLV_HEAD_SIZE;) {
+    for (uint32_t left = value != nullptr ? length : 0; left >= TAV_EXT_TLV_HEAD_SIZE;) {
         const uint32_t fieldLength = extcfg::TlvLength(value);
         left -= TAV_EXT_TLV_HEAD_SIZE;
         if (fieldLength > left || extcfg::PackedSize(fieldLength) > UINT16_MAX - room) {

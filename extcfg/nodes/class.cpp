@@ -23,6 +23,13 @@ bool OrdersByKey(const TAV_RBT_Tree *records) {
     return TAV_GetDebugFlag() == 0 && records->comparer == TAV_ExtCfgRecordCompare && records->root != nullptr;
 }
 
+/** Returns whether a class's tree is as it was made: it is public. */
+bool HasUsualTree(const TAV_ExtCfgClassNode *classNode) {
+    const TAV_RBT_Tree &records = classNode->records;
+    return records.root != nullptr && records.destructor == TAV_ExtCfgRecordNodeFreeForRBT &&
+           records.comparer == TAV_ExtCfgRecordCompare;
+}
+
 /** Returns the record with the greatest key of a class, or null when the class is empty. */
 TAV_ExtCfgRecordNode *GreatestRecord(TAV_ExtCfgClassNode *classNode) {
     if (classNode->greatest == nullptr) {
@@ -111,7 +118,11 @@ void TAV_ExtCfgClassNodeFree(TAV_ExtCfgClassNode *classNode) {
     }
     extcfg::LeaveIdIndex(&classNode->byCid);
     extcfg::ForgetIndex(classNode);
-    containers::RbtFreeAll(&classNode->records);
+    if (HasUsualTree(classNode)) {
+        containers::RbtFreeAll(&classNode->records);
+    } else {
+        TAV_RBT_DelTree(&classNode->records);
+    }
     extcfg::kHeap.Return(classNode);
 }
 

@@ -79,7 +79,10 @@ TAV_ExtCfgKeyIndex *BuildIndex(TAV_RBT_Tree *records, uint32_t count) {
     }
     index->secret = MakeSecret(index);
     index->mask = places - 1;
-    memset_s(index->Tags(), places, kFree, places);
+    if (memset_s(index->Tags(), places, kFree, places) != 0) {
+        extcfg::kHeap.Return(index);
+        return nullptr;
+    }
     for (TAV_RBT_Node *node = BEX_RBT_FirstNode(records); node != nullptr; node = BEX_RBT_NextNode(records, node)) {
         index->Insert(extcfg::RecordAt(node));
     }

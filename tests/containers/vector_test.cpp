@@ -3,7 +3,9 @@
  */
 #include <array>
 #include <bit>
+#include <set>
 
+#include "containers/hierarchical_bitmap.h"
 #include "interposer.h"
 #include "store.h"
 #include "tav_vector.h"
@@ -92,11 +94,36 @@ TEST(Vector, ManySlotsAreFilledAndEmptiedInLongRuns) {
                 *hole = left;
             }
             ASSERT_EQ(VEC_VectorCopy_F(1, vector, &copy, "tests", __LINE__), 0);
+            interposer::FailNth(Call::kMalloc, step % 2);  // a long way is gone without a map, too
             EXPECT_EQ(VEC_VectorEmptySlot(copy), std::find(slots.begin(), slots.end(), 0) - slots.begin());
+            interposer::Reset();
             EXPECT_EQ(VEC_VectorEmptySlot(vector), VEC_VectorEmptySlot(copy));
             VEC_VectorFree_F(copy);
         }
         VEC_VectorFree_F(vector);
+    }
+}
+
+TEST(HierarchicalBitmap, AgreesWithASet) {
+    Random random;
+    for (const uint32_t count : {1u, 64u, 65u, 4096u, 4097u, 262145u, 20000000u}) {
+        std::vector<uint64_t> words(containers::HierarchicalBitmap::WordsFor(count));
+        containers::HierarchicalBitmap bitmap(count, words.data());
+        std::set<uint32_t> numbers;
+        for (uint32_t step = 0; step < 2000; ++step) {
+            const uint32_t number = step == 7 ? count - 1 : random() % count;
+            if (random() % 2 == 0) {
+                bitmap.Insert(number);
+                numbers.insert(number);
+            } else {  // often one that stands there
+                const auto there = numbers.lower_bound(number);
+                bitmap.Erase(there != numbers.end() ? *there : number);
+                numbers.erase(there != numbers.end() ? *there : number);
+            }
+            const bool isEmpty = numbers.empty();
+            ASSERT_EQ(bitmap.First(), isEmpty ? UINT32_MAX : *numbers.begin()) << count << " " << step;
+            ASSERT_EQ(bitmap.Last(), isEmpty ? UINT32_MAX : *numbers.rbegin()) << count << " " << step;
+        }
     }
 }
 

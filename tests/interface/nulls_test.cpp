@@ -76,6 +76,7 @@ TEST_F(Nulls, Store) {
     EXPECT_OF_NULLS(kNull, TAV_GetExtCfgFileChecksum, text, bytes, 8);
     EXPECT_OF_NULLS(0, TAV_ExtCfgGetChecksumFromFile, text, bytes, 32);
     EXPECT_OF_NULLS(kNull, TAV_ParseExtCfgVsNode, 0, bytes, 1, &context);
+    EXPECT_EQ(TAV_ParseExtCfgRecordNode(13, nullptr, 20, &context), kNull);
     EXPECT_OF_NULLS(kNull, TAV_LoadExtCfgFile, text, &context);
     EXPECT_OF_NULLS(kNull, TAV_GetAbsPath, text, text, 4);
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetRecord, 0, record.get(), store.get());
