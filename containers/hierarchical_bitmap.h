@@ -15,6 +15,9 @@ namespace containers {
  */
 class HierarchicalBitmap {
   public:
+    /** As wide as the host counts bits in one step. */
+    using Word = uintptr_t;
+
     static constexpr uint32_t kNone = UINT32_MAX;
 
     /** Returns how many words the numbers below `count` take; about a bit for each number. */
@@ -28,7 +31,7 @@ class HierarchicalBitmap {
     }
 
     /** Makes an empty set for the numbers below `count` of WordsFor(count) words, which must be 0. */
-    HierarchicalBitmap(uint32_t count, uint64_t *words) {
+    HierarchicalBitmap(uint32_t count, Word *words) {
         do {
             levels_[levelCount_++] = words;
             count = WordCount(count);
@@ -38,7 +41,7 @@ class HierarchicalBitmap {
 
     void Insert(uint32_t number) {
         for (uint32_t level = 0; level < levelCount_; ++level, number /= kBits) {
-            uint64_t &word = levels_[level][number / kBits];
+            Word &word = levels_[level][number / kBits];
             const bool wasEmpty = word == 0;
             word |= BitOf(number);
             if (!wasEmpty) {
@@ -49,7 +52,7 @@ class HierarchicalBitmap {
 
     void Erase(uint32_t number) {
         for (uint32_t level = 0; level < levelCount_; ++level, number /= kBits) {
-            uint64_t &word = levels_[level][number / kBits];
+            Word &word = levels_[level][number / kBits];
             word &= ~BitOf(number);
             if (word != 0) {
                 return;
@@ -59,20 +62,20 @@ class HierarchicalBitmap {
 
     /** Returns the smallest number of the set, or kNone. */
     uint32_t First() const {
-        return Descend([](uint64_t word) { return std::countr_zero(word); });
+        return Descend([](Word word) { return std::countr_zero(word); });
     }
 
     /** Returns the greatest number of the set, or kNone. */
     uint32_t Last() const {
-        return Descend([](uint64_t word) { return kBits - 1 - std::countl_zero(word); });
+        return Descend([](Word word) { return int{kBits} - 1 - std::countl_zero(word); });
     }
 
   private:
-    static constexpr int kBits = 64;
-    static constexpr uint32_t kMaxLevels = 6;  // for any 32-bit number
+    static constexpr uint32_t kBits = 8 * sizeof(Word);
+    static constexpr uint32_t kMaxLevels = 7;  // for any 32-bit number
 
     static uint32_t WordCount(uint32_t count) { return count / kBits + (count % kBits != 0 ? 1 : 0); }
-    static uint64_t BitOf(uint32_t number) { return uint64_t{1} << number % kBits; }
+    static Word BitOf(uint32_t number) { return Word{1} << number % kBits; }
 
     /** Goes from the top word to a number, at each level to the bit that `pick` chooses. */
     template <typename Pick>
@@ -87,7 +90,7 @@ class HierarchicalBitmap {
         return number;
     }
 
-    uint64_t *levels_[kMaxLevels] = {};  // the lowest first
+    Word *levels_[kMaxLevels] = {};  // the lowest first
     uint32_t levelCount_ = 0;
 };
 

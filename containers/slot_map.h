@@ -6,12 +6,11 @@
 
 #include "containers/hierarchical_bitmap.h"
 
-/**
- * A bit for each slot, 1 while it is empty, and sets of the words that have a hole and of those that have an item.
- * Aligned as the words are, because they stand behind it in one block.
- */
-struct alignas(uint64_t) VEC_SlotMap {
+/** A bit for each slot, 1 while it is empty, and sets of the words that have a hole and of those that have an item. */
+struct VEC_SlotMap {
   public:
+    using Word = containers::HierarchicalBitmap::Word;
+
     /** Returns how many words a map of so many slots takes beside itself; about a bit for each slot. */
     static uint32_t WordsFor(uint32_t slotCount) {
         const uint32_t words = WordCount(slotCount);
@@ -19,7 +18,7 @@ struct alignas(uint64_t) VEC_SlotMap {
     }
 
     /** Makes the map of slots that are all empty, of WordsFor(slotCount) words, which must be 0. */
-    VEC_SlotMap(uint32_t slotCount, uint64_t *words)
+    VEC_SlotMap(uint32_t slotCount, Word *words)
         : empty_(words),
           withHole_(WordCount(slotCount), words + WordCount(slotCount)),
           withItem_(WordCount(slotCount), words + WordCount(slotCount) + Bitmap::WordsFor(WordCount(slotCount))) {
@@ -30,7 +29,7 @@ struct alignas(uint64_t) VEC_SlotMap {
     }
 
     void NoteItem(uint32_t slot) {
-        uint64_t &word = empty_[slot / kBits];
+        Word &word = empty_[slot / kBits];
         if (word == kAllEmpty) {
             withItem_.Insert(slot / kBits);
         }
@@ -41,7 +40,7 @@ struct alignas(uint64_t) VEC_SlotMap {
     }
 
     void NoteHole(uint32_t slot) {
-        uint64_t &word = empty_[slot / kBits];
+        Word &word = empty_[slot / kBits];
         if (word == 0) {
             withHole_.Insert(slot / kBits);
         }
@@ -65,13 +64,13 @@ struct alignas(uint64_t) VEC_SlotMap {
 
   private:
     using Bitmap = containers::HierarchicalBitmap;
-    static constexpr uint32_t kBits = 64;
-    static constexpr uint64_t kAllEmpty = UINT64_MAX;
+    static constexpr uint32_t kBits = 8 * sizeof(Word);
+    static constexpr Word kAllEmpty = ~Word{0};
 
     static uint32_t WordCount(uint32_t slotCount) { return slotCount / kBits + (slotCount % kBits != 0 ? 1 : 0); }
-    static uint64_t BitOf(uint32_t slot) { return uint64_t{1} << slot % kBits; }
+    static Word BitOf(uint32_t slot) { return Word{1} << slot % kBits; }
 
-    uint64_t *empty_;
+    Word *empty_;
     Bitmap withHole_;
     Bitmap withItem_;
 };

@@ -60,12 +60,12 @@ void DropMap(Vector *vector) {
 /** Makes the map of a vector's slots. When memory is short there is none, and ways stay long. */
 void MakeMap(Vector *vector) {
     const uint32_t words = VEC_SlotMap::WordsFor(vector->allocated);
-    void *block = kHeap.TakeZeroed(static_cast<uint32_t>(sizeof(VEC_SlotMap) + words * sizeof(uint64_t)));
+    void *block = kHeap.TakeZeroed(static_cast<uint32_t>(sizeof(VEC_SlotMap) + words * sizeof(VEC_SlotMap::Word)));
     if (block == nullptr) {
         return;
     }
     auto *map = static_cast<VEC_SlotMap *>(block);
-    *map = VEC_SlotMap(vector->allocated, reinterpret_cast<uint64_t *>(map + 1));
+    *map = VEC_SlotMap(vector->allocated, reinterpret_cast<VEC_SlotMap::Word *>(map + 1));
     for (uint32_t index = 0; index < vector->active; ++index) {
         if (vector->slots[index] != 0) {
             map->NoteItem(index);

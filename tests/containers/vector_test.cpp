@@ -107,7 +107,7 @@ TEST(Vector, ManySlotsAreFilledAndEmptiedInLongRuns) {
 TEST(HierarchicalBitmap, AgreesWithASet) {
     Random random;
     for (const uint32_t count : {1u, 64u, 65u, 4096u, 4097u, 262145u, 20000000u}) {
-        std::vector<uint64_t> words(containers::HierarchicalBitmap::WordsFor(count));
+        std::vector<containers::HierarchicalBitmap::Word> words(containers::HierarchicalBitmap::WordsFor(count));
         containers::HierarchicalBitmap bitmap(count, words.data());
         std::set<uint32_t> numbers;
         for (uint32_t step = 0; step < 2000; ++step) {

@@ -153,7 +153,7 @@ TEST_F(EditTest, BrokenFilesAndMissingOnesWithABackupAreNotWritten) {
          {"patch x.dat" + record, "add gone.dat" + record, std::string("import gone.dat x.json"),
           std::string("import --merge gone.dat x.json"), std::string("convert x.dat gone.dat"),
           std::string("convert --rewrite x.dat gone.dat")}) {
-        Refused(1, "tavcfg recover", arguments);
+        Refused(1, "tavcfg recover", arguments + " --wait 0");
     }
     Out("set x.dat" + record + " 15=9");
     EXPECT_EQ(Content("x.dat.bak"), Text("precious"));
