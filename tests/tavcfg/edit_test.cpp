@@ -149,10 +149,10 @@ TEST_F(EditTest, BrokenFilesAndMissingOnesWithABackupAreNotWritten) {
     for (const std::string command : {"add", "set", "del", "patch"}) {
         Refused(1, "checksum mismatch", command + " bad.dat" + record);
     }
+    Refused(1, "tavcfg recover", "patch x.dat" + record);
     for (const std::string &arguments :
-         {"patch x.dat" + record, "add gone.dat" + record, std::string("import gone.dat x.json"),
-          std::string("import --merge gone.dat x.json"), std::string("convert x.dat gone.dat"),
-          std::string("convert --rewrite x.dat gone.dat")}) {
+         {"add gone.dat" + record, std::string("import gone.dat x.json"), std::string("import --merge gone.dat x.json"),
+          std::string("convert x.dat gone.dat"), std::string("convert --rewrite x.dat gone.dat")}) {
         Refused(1, "tavcfg recover", arguments + " --wait 0");
     }
     Out("set x.dat" + record + " 15=9");
