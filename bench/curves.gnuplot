@@ -4,6 +4,7 @@ set terminal svg size 720,440 dynamic font 'sans-serif,13' background rgb 'white
 set logscale xy
 set format x '%.0s %c'
 set grid
+set xrange [1000:1000000]
 set key top left
 
 draw(measure, title, unit) = sprintf("set output '%s/%s.svg'; set title '%s'; set ylabel '%s'; ", to, measure, title, unit)
