@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "containers/rbtree.h"
+
 namespace {
 
 /** The count of an index that has been given up; no list reaches it. */
@@ -56,7 +58,10 @@ void extcfg::AppendIndexed(SLL_List *list, TAV_ExtCfgIdIndex *index, TAV_ExtCfgI
 }
 
 SLL_Node *extcfg::FindIndexed(TAV_ExtCfgIdIndex *index, uint32_t id) {
-    const TAV_ExtCfgIdNode *node = IdNodeAt(TAV_KEY_RBT_GetNode_UINT32(&index->ids, id));
+    const auto order = [id](TAV_RBT_Node *node) {
+        return id < IdNodeAt(node)->id ? -1 : id > IdNodeAt(node)->id ? 1 : 0;
+    };
+    const TAV_ExtCfgIdNode *node = IdNodeAt(containers::RbtFind(&index->ids, order));
     return node == nullptr ? nullptr : node->element;
 }
 
