@@ -38,14 +38,15 @@ Record ReadRecord(const Image &image, uint32_t vsId, const Tlv &tlv) {
     return record;
 }
 
-/** The VS of an id, which is appended when it is absent. */
-Vs &VsOf(Model &model, uint32_t id) {
-    const auto found = std::find_if(model.begin(), model.end(), [=](const Vs &vs) { return vs.id == id; });
-    return found == model.end() ? model.emplace_back(Vs{id, {}}) : *found;
+/** The element with the id of a VS, which is appended when it is absent. */
+template <typename Element>
+Element &ElementOf(std::vector<Element> &elements, uint32_t id) {
+    const auto found = std::find_if(elements.begin(), elements.end(), [=](const Element &one) { return one.id == id; });
+    return found == elements.end() ? elements.emplace_back(Element{id, {}}) : *found;
 }
 
-/** Reads the records of a VS TLV. Like the library, puts those of two VS TLVs with the same id together. */
-void ReadVs(const Image &image, const Tlv &tlv, Model &model) {
+/** Reads the id of a VS TLV. */
+uint32_t ReadVsId(const Image &image, const Tlv &tlv) {
     uint32_t id = 0;
     const uint32_t code =
         tlv.length == 0 ? TAV_ERR_NOT_FOUND : TAV_ExtTlvGetValue_UINT32(tlv.value, tlv.length, EXT_TLV_VS_ID, &id);
@@ -53,24 +54,40 @@ void ReadVs(const Image &image, const Tlv &tlv, Model &model) {
         throw Problem(fmt::format("the VS at offset {} has {}", OffsetOf(image, tlv),
                                   code == TAV_ERR_NOT_FOUND ? "no id" : "an id that is not 4 bytes long"));
     }
-    Vs &vs = VsOf(model, id);
-    for (const Tlv &inner : Inside(image, tlv, fmt::format("VS {}", id))) {
-        if (IsRecordClass(inner.type)) {
-            vs.records.push_back(ReadRecord(image, id, inner));
+    return id;
+}
+
+/**
+ * Walks the record TLVs of a body: take(element, tlv), with the element of the record's VS. Like the library, puts
+ * those of two VS TLVs with the same id together.
+ */
+template <typename Element, typename Take>
+std::vector<Element> WalkBody(const Image &image, const Frame &frame, const Take &take) {
+    std::vector<Element> elements;
+    for (const Tlv &tlv : frame.body) {
+        if (tlv.type != EXT_TLV_VS) {
+            continue;
+        }
+        const uint32_t id = ReadVsId(image, tlv);
+        Element &element = ElementOf(elements, id);
+        for (const Tlv &inner : Inside(image, tlv, fmt::format("VS {}", id))) {
+            if (IsRecordClass(inner.type)) {
+                take(element, inner);
+            }
         }
     }
+    return elements;
 }
 
 }  // namespace
 
 Model ReadBody(const Image &image, const Frame &frame) {
-    Model model;
-    for (const Tlv &tlv : frame.body) {
-        if (tlv.type == EXT_TLV_VS) {
-            ReadVs(image, tlv, model);
-        }
-    }
-    return model;
+    return WalkBody<Vs>(image, frame,
+                        [&](Vs &vs, const Tlv &tlv) { vs.records.push_back(ReadRecord(image, vs.id, tlv)); });
+}
+
+std::vector<VsCounts> CountBody(const Image &image, const Frame &frame) {
+    return WalkBody<VsCounts>(image, frame, [](VsCounts &vs, const Tlv &tlv) { ++vs.byClass[tlv.type]; });
 }
 
 }  // namespace tavcfg

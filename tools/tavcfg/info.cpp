@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <cstdio>
-#include <map>
 #include <nlohmann/json.hpp>
 
 #include "body.h"
@@ -29,7 +28,7 @@ struct Info {
     std::string computed;
     std::string refer;
     std::string problem;  // why the file does not load
-    Model model;
+    std::vector<VsCounts> counts;
 
     bool Matches() const { return stored == computed; }
 };
@@ -38,15 +37,6 @@ struct Info {
 std::string HeadHex(const Frame &frame, uint32_t type, size_t maxSize = Bytes::npos) {
     const Tlv *field = frame.HeadField(type);
     return field == nullptr ? "" : ToHex(ValueOf(*field).substr(0, maxSize));
-}
-
-/** Counts the records of each class of a VS. */
-std::map<uint32_t, size_t> CountByClass(const Vs &vs) {
-    std::map<uint32_t, size_t> counts;
-    for (const Record &record : vs.records) {
-        counts[record.cid]++;
-    }
-    return counts;
 }
 
 /** Why an image does not load; empty when it does. */
@@ -69,6 +59,10 @@ Info Gather(const Target &target) {
         TAV_GetFileSize(target.file.path.c_str(), &fileSize);
         const Tlv *time = frame.HeadField(EXT_TLV_MODIFY_TIME);
         const std::string version = HeadHex(frame, EXT_TLV_VERSION);
+        const std::string problem = LoadProblem(target, image);
+        if (!problem.empty()) {
+            ReadBody(image, frame);  // throws where the TLVs of a record do not nest; in one that loads they do
+        }
         return {fileSize,
                 image.size,
                 frame.headSize,
@@ -77,8 +71,8 @@ Info Gather(const Target &target) {
                 HeadHex(frame, EXT_TLV_CHECKSUM, TAV_EXT_CHECKSUM_SIZE),
                 ToHex(Bytes(computed.begin(), computed.end())),
                 HeadHex(frame, EXT_TLV_REFER_CHECKSUM),
-                LoadProblem(target, image),
-                ReadBody(image, frame)};
+                problem,
+                CountBody(image, frame)};
     } catch (const Problem &problem) {
         throw Failure(fmt::format("cannot walk {}: {}", target.file.given, problem.what()));
     }
@@ -103,9 +97,9 @@ void PrintInfoJson(const File &file, const Info &info) {
         {"loads", info.problem.empty()},
         {"problem", TextOrNull(info.problem)},
         {"vs", json::array()}};
-    for (const Vs &vs : info.model) {
+    for (const VsCounts &vs : info.counts) {
         json classes = json::array();
-        for (const auto &[cid, count] : CountByClass(vs)) {
+        for (const auto &[cid, count] : vs.byClass) {
             classes.push_back({{"class", cid}, {"records", count}});
         }
         form["vs"].push_back({{"id", vs.id}, {"classes", classes}});
@@ -127,9 +121,9 @@ void PrintInfoText(const File &file, const Info &info) {
     line("computed", fmt::format("{} ({})", info.computed, info.Matches() ? "matches" : "DIFFERS"));
     line("refer checksum", info.refer);
     line("loads", info.problem.empty() ? "yes" : "NO: " + info.problem);
-    for (const Vs &vs : info.model) {
+    for (const VsCounts &vs : info.counts) {
         std::string counts;
-        for (const auto &[cid, count] : CountByClass(vs)) {
+        for (const auto &[cid, count] : vs.byClass) {
             counts += fmt::format("{}class {}: {}", counts.empty() ? "" : ", ", cid, count);
         }
         line(fmt::format("VS {}", vs.id).c_str(), counts.empty() ? "no records" : "records of " + counts);
