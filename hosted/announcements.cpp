@@ -98,33 +98,33 @@ void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId) {
     }
 }
 
-}  // namespace hosted
-
-uint32_t CMF_GetPIDByVR(uint32_t component, uint32_t /*reserved*/, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
-    hosted::BusFolder folder;
-    const uint32_t code = componentId != nullptr ? hosted::FindSafeBusFolder(&folder) : EINVAL;
+uint32_t FindAnnounced(uint32_t component, uint32_t vr, uint32_t vsId, uint32_t *componentId) {
+    BusFolder folder;
+    const uint32_t code = FindSafeBusFolder(&folder);
     if (code != 0) {
         return code;
     }
     // The link itself is opened, so that its owner and its text are those of one and the same link.
     struct stat status = {};
-    const hosted::Descriptor link = hosted::OpenItself(hosted::AnnouncementPath(folder, component, vr, vsId), &status);
+    const Descriptor link = OpenItself(AnnouncementPath(folder, component, vr, vsId), &status);
     if (!link.IsOpen()) {
-        return hosted::LastError();
+        return LastError();
     }
     // A hard link is someone's announcement of another VS under a name that its maker has not given it.
-    if (!hosted::IsTrusted(folder, status.st_uid) || status.st_nlink > 1) {
+    if (!IsTrusted(folder, status.st_uid) || status.st_nlink > 1) {
         return EACCES;
     }
-    char text[hosted::kIdTextSize];
+    char text[kIdTextSize];
     const ssize_t length = readlinkat(link.Get(), "", text, sizeof(text));
     if (length < 0) {
-        return hosted::LastError();
+        return LastError();
     }
-    uint32_t announced = hosted::kNoComponent;
-    if (!hosted::ParseNumber({text, static_cast<size_t>(length)}, &announced) || announced == hosted::kNoComponent) {
+    uint32_t announced = kNoComponent;
+    if (!ParseNumber({text, static_cast<size_t>(length)}, &announced) || announced == kNoComponent) {
         return EINVAL;
     }
     *componentId = announced;
     return 0;
 }
+
+}  // namespace hosted

@@ -19,6 +19,9 @@ uint32_t Announce(const BusFolder &folder, uint32_t componentId, uint32_t compon
 /** Withdraws all announcements that name a component and are this process's user's, drafts that were left included. */
 void WithdrawAnnouncements(const BusFolder &folder, uint32_t componentId);
 
+/** As the transport's find. */
+uint32_t FindAnnounced(uint32_t component, uint32_t vr, uint32_t vsId, uint32_t *componentId);
+
 }  // namespace hosted
 
 #endif

@@ -1,186 +1,111 @@
 /*
- * Binding a component: its lock file, its socket, and what it announces.
+ * A bound component: the messages that wait for it, and what it has refused.
  */
 #include "bus_port.h"
 
-#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/file.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <cerrno>
-#include <cstdlib>
+#include <cstring>
 
-#include <memory>
-#include <new>
-
-#include "announcements.h"
+#include "bus_counts.h"
 #include "durable.h"
-#include "message.h"
 
-using hosted::BusFolder;
-using hosted::BusPath;
-using hosted::Descriptor;
-using hosted::LastError;
-using hosted::LockPath;
-using hosted::RetryInterrupted;
-using hosted::SocketPath;
+namespace hosted {
 
 namespace {
 
-constexpr mode_t kFolderMode = 0750;
-constexpr mode_t kSocketMode = 0660;  // who may write to a socket may send to it
-constexpr mode_t kLockMode = 0600;    // who may open a lock file may take the lock
+constexpr const char *kModule = "tav_posix_bus";  // to which received messages are accounted
 
-struct DestroyPort {
-    void operator()(TAV_Posix_BusPort *port) const {
-        port->~TAV_Posix_BusPort();
-        free(port);
+// Zero bytes behind a received message. Readers walk a message by 16-bit lengths and do not compare these with what has
+// come in: from any place in it, the farthest step leads 65535 bytes and a few words on.
+constexpr uint32_t kZeroTail = 0x10000;
+
+// Who sent what another machine has sent: no user of this one.
+constexpr ucred kElsewhere = {0, TAV_POSIX_BUS_SEVERAL_USERS, 0};
+
+/** Makes a message of the first one that waits. Returns 0, else an errno code: EAGAIN when none does. */
+uint32_t HandOut(TAV_Posix_BusPort *port, MessageHeader **message) {
+    WaitingMessage *const first = port->waiting.First();
+    if (first == nullptr) {
+        return EAGAIN;
     }
-};
-using OwnedPort = std::unique_ptr<TAV_Posix_BusPort, DestroyPort>;
-
-OwnedPort NewPort() {
-    void *const memory = malloc(sizeof(TAV_Posix_BusPort));
-    return OwnedPort(memory != nullptr ? new (memory) TAV_Posix_BusPort() : nullptr);
-}
-
-/** Makes the folder, but not what lies above it. Returns 0 also when it is there. */
-uint32_t MakeFolder(const BusFolder &folder) {
-    return mkdir(folder.path, kFolderMode) == 0 || errno == EEXIST ? 0 : LastError();
-}
-
-/**
- * Opens the lock file of the port's component, which this user makes or has made: also root leaves those of others, as
- * the component would not be root's.
- */
-uint32_t OpenLock(TAV_Posix_BusPort *port) {
-    const BusPath path = LockPath(port->folder, port->componentId);
-    const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
-    port->lock = Descriptor(RetryInterrupted([&] { return open(path.text, flags, kLockMode); }));
-    struct stat status = {};
-    if (!port->lock.IsOpen() || fstat(port->lock.Get(), &status) != 0) {
-        return LastError();
-    }
-    return S_ISREG(status.st_mode) && status.st_uid == geteuid() ? 0 : EACCES;
-}
-
-/** Takes the lock of the port's component. The kernel returns it when the process ends, in whatever way. */
-uint32_t LockComponent(TAV_Posix_BusPort *port) {
-    const uint32_t code = OpenLock(port);
-    if (code != 0) {
-        return code;
-    }
-    if (RetryInterrupted([=] { return flock(port->lock.Get(), LOCK_EX | LOCK_NB); }) == 0) {
-        return 0;
-    }
-    return errno == EWOULDBLOCK ? EADDRINUSE : LastError();
-}
-
-/**
- * Makes the socket that datagrams will come to. It asks for credentials before it has a name, so no datagram comes
- * without them.
- */
-uint32_t MakeSocket(TAV_Posix_BusPort *port) {
-    const int yes = 1;
-    port->socket = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const bool made = port->socket.IsOpen() &&
-                      setsockopt(port->socket.Get(), SOL_SOCKET, SO_PASSCRED, &yes, sizeof(yes)) == 0 &&
-                      fchmod(port->socket.Get(), kSocketMode) == 0;  // which the file takes over, less the umask
-    return made ? 0 : LastError();
-}
-
-/**
- * Makes what is needed to take datagrams from the socket, and the descriptor that is readable when one of them, or a
- * message that has been taken already, waits.
- */
-uint32_t MakeInbox(TAV_Posix_BusPort *port) {
-    port->inbox.reset(static_cast<hosted::BusInbox *>(malloc(sizeof(hosted::BusInbox))));
-    if (!port->inbox) {
+    *message = TakeMessage(first->length, kZeroTail, kModule, __LINE__);
+    if (*message == nullptr) {
         return ENOMEM;
     }
-    port->inbox->Clear();
-    port->event = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    port->ready = Descriptor(epoll_create1(EPOLL_CLOEXEC));
-    const auto watch = [=](const Descriptor &source) {
-        epoll_event wanted = {};
-        wanted.events = EPOLLIN;
-        return source.IsOpen() && epoll_ctl(port->ready.Get(), EPOLL_CTL_ADD, source.Get(), &wanted) == 0;
-    };
-    return port->ready.IsOpen() && watch(port->socket) && watch(port->event) ? 0 : LastError();
+    (*message)->envelope = first->envelope;
+    auto *const content = static_cast<uint8_t *>((*message)->Content());
+    memcpy(content, first->Content(), first->length);
+    memset(content + first->length, 0, kZeroTail);
+    port->waiting.DropFirst();
+    busCounters.received.Increment();
+    return 0;
 }
 
-/**
- * Gives the socket its name, in place of what a process that was killed has left. Called with the component locked.
- */
-uint32_t NameSocket(const TAV_Posix_BusPort *port) {
-    const sockaddr_un address = hosted::AddressOf(SocketPath(port->folder, port->componentId).text);
-    struct stat status = {};
-    if (lstat(address.sun_path, &status) == 0 && S_ISSOCK(status.st_mode)) {
-        unlink(address.sun_path);  // when this fails, so does bind
+/** Keeps the port's descriptor readable as long as there is something to receive that the kernel no longer knows of. */
+void TellWhatWaits(TAV_Posix_BusPort *port) {
+    const bool isWaiting = port->waiting.First() != nullptr || port->code != 0;
+    if (isWaiting == port->isTold) {
+        return;
     }
-    const auto *const anyAddress = reinterpret_cast<const sockaddr *>(&address);
-    return bind(port->socket.Get(), anyAddress, sizeof(address)) == 0 ? 0 : LastError();
+    eventfd_t told = 1;
+    const int fd = port->event.Get();
+    port->isTold = (isWaiting ? eventfd_write(fd, told) : eventfd_read(fd, &told)) == 0 ? isWaiting : port->isTold;
 }
 
-/** Brings a port to life, without what a process that was killed has left of it; the socket's name comes last. */
-uint32_t OpenPort(TAV_Posix_BusPort *port) {
-    uint32_t code = hosted::FindBusFolder(&port->folder);
-    if (code == 0) {
-        code = MakeFolder(port->folder);
+uint32_t DeliverFromModule(TAV_Posix_BusPort *port, const Envelope *envelope, const void *content, uint32_t length) {
+    const std::lock_guard lock(port->taking);
+    if (port->waiting.IsFull()) {
+        return EAGAIN;
     }
-    if (code == 0) {
-        code = hosted::CheckBusFolder(port->folder);
+    if (!port->waiting.Add(*envelope, content, length)) {
+        return ENOMEM;
     }
-    if (code == 0) {
-        code = LockComponent(port);
-    }
-    if (code == 0) {
-        hosted::WithdrawAnnouncements(port->folder, port->componentId);
-        code = MakeSocket(port);
-    }
-    if (code == 0) {
-        code = MakeInbox(port);
-    }
-    return code == 0 ? NameSocket(port) : code;
+    TellWhatWaits(port);
+    return 0;
+}
+
+void RefuseFromModule(TAV_Posix_BusPort *port, uint32_t component) {
+    const std::lock_guard lock(port->taking);
+    Refuse(port, kElsewhere, component);
+}
+
+void SetCodeFromModule(TAV_Posix_BusPort *port, uint32_t code) {
+    const std::lock_guard lock(port->taking);
+    port->code = code;
+    TellWhatWaits(port);
 }
 
 }  // namespace
 
-uint32_t TAV_Posix_BusBind(uint32_t componentId, TAV_Posix_BusPort **port) {
-    if (port == nullptr || componentId == hosted::kNoComponent) {
-        return EINVAL;
-    }
-    OwnedPort opened = NewPort();
-    if (!opened) {
-        return ENOMEM;
-    }
-    opened->componentId = componentId;
-    const uint32_t code = OpenPort(opened.get());
-    if (code == 0) {
-        *port = opened.release();
-    }
-    return code;
+const BusHost kBusHost = {DeliverFromModule, RefuseFromModule, SetCodeFromModule};
+
+uint32_t OpenPort(TAV_Posix_BusPort *port) {
+    port->event = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    port->ready = Descriptor(epoll_create1(EPOLL_CLOEXEC));
+    return port->ready.IsOpen() ? Watch(port, port->event) : LastError();
 }
 
-void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port) {
-    if (port == nullptr) {
-        return;
-    }
-    hosted::WithdrawAnnouncements(port->folder, port->componentId);
-    unlink(SocketPath(port->folder, port->componentId).text);
-    flock(port->lock.Get(), LOCK_UN);  // closing alone leaves it with a child that was forked meanwhile
-    DestroyPort()(port);
+uint32_t Watch(TAV_Posix_BusPort *port, const Descriptor &source) {
+    epoll_event wanted = {};
+    wanted.events = EPOLLIN;
+    return source.IsOpen() && epoll_ctl(port->ready.Get(), EPOLL_CTL_ADD, source.Get(), &wanted) == 0 ? 0 : LastError();
 }
 
-int TAV_Posix_BusFd(const TAV_Posix_BusPort *port) {
-    return port->ready.Get();
+uint32_t TakeNext(TAV_Posix_BusPort *port, MessageHeader **message) {
+    const std::lock_guard lock(port->taking);
+    if (port->transport->fetch != nullptr) {
+        port->code = port->transport->fetch(port->binding);
+    }
+    const uint32_t code = HandOut(port, message);
+    TellWhatWaits(port);
+    return code == EAGAIN && port->code != 0 ? port->code : code;
 }
 
-uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId) {
-    if (port == nullptr || component == hosted::kNoComponent) {
-        return EINVAL;
-    }
-    return hosted::Announce(port->folder, port->componentId, component, vr, vsId);
+void Refuse(TAV_Posix_BusPort *port, const ucred &sender, uint32_t component) {
+    busCounters.refused.Increment();
+    port->refusals.Count(sender, component);
 }
+
+}  // namespace hosted

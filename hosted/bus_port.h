@@ -1,66 +1,45 @@
 /*
- * A bound component.
+ * A bound component, whatever carries its messages: those that wait to be received, and the descriptor that tells so.
  */
 #ifndef HOSTED_BUS_PORT_H
 #define HOSTED_BUS_PORT_H
 
-#include <sys/socket.h>
-#include <sys/uio.h>
-
-#include <memory>
 #include <mutex>
 
-#include "bus_folder.h"
 #include "bus_queue.h"
-#include "datagram.h"
+#include "bus_transport.h"
 #include "descriptor.h"
 #include "interfaces.h"
 
-namespace hosted {
-
-/**
- * Room for what the kernel hands over at once: more datagrams than it usually keeps for a socket, of any length. Only
- * the pages that datagrams reach are ever there.
- */
-struct BusInbox {
-    static constexpr uint32_t kSize = 16;
-
-    uint32_t next = 0;   // datagrams from here on are not judged yet
-    uint32_t count = 0;  // how many there are
-    mmsghdr headers[kSize];
-    iovec pieces[kSize];
-    // Room for the sender's credentials alone, so that nobody can press descriptors on a receiver.
-    alignas(cmsghdr) char control[kSize][CMSG_SPACE(sizeof(ucred))];
-    uint8_t bytes[kSize][sizeof(Envelope) + kMaxMessage];
-
-    /** Makes it ready for the next datagrams. */
-    void Clear() {
-        next = count = 0;
-        for (uint32_t i = 0; i < kSize; ++i) {
-            pieces[i] = {bytes[i], sizeof(bytes[i])};
-            headers[i] = {};
-            headers[i].msg_hdr.msg_iov = &pieces[i];
-            headers[i].msg_hdr.msg_iovlen = 1;
-            headers[i].msg_hdr.msg_control = control[i];
-            headers[i].msg_hdr.msg_controllen = sizeof(control[i]);
-        }
-    }
-};
-
-}  // namespace hosted
-
 struct TAV_Posix_BusPort {
-    hosted::BusFolder folder;   // where it is bound, whatever the environment says later
-    uint32_t componentId;       // its id
-    hosted::Descriptor lock;    // the lock file, held as long as this lives
-    hosted::Descriptor socket;  // where its datagrams come in
-    hosted::Descriptor event;   // readable as long as messages wait here that have left the socket
-    hosted::Descriptor ready;   // readable when one of these two is
-    std::mutex taking;          // held while what follows is in use
-    bool isTold = false;        // whether `event` is readable
-    std::unique_ptr<hosted::BusInbox, decltype(&free)> inbox{nullptr, &free};
+    const hosted::BusTransport *transport = nullptr;
+    hosted::BusBinding *binding = nullptr;  // the transport's, as long as the component is bound
+    hosted::Descriptor event;               // readable as long as there is something to receive here
+    hosted::Descriptor ready;               // readable when that one is, or what else the transport watches
+    std::mutex taking;                      // held while what follows is in use
+    bool isTold = false;                    // whether `event` is readable
+    uint32_t code = 0;                      // what receiving returns when no message waits; 0: that none does
     hosted::MessageQueue waiting;
     hosted::Refusals refusals;
 };
+
+namespace hosted {
+
+/** Makes the port's descriptors. Returns 0, else an errno code. */
+uint32_t OpenPort(TAV_Posix_BusPort *port);
+
+/** Makes the port's descriptor readable also when another one is. Returns 0, else an errno code. */
+uint32_t Watch(TAV_Posix_BusPort *port, const Descriptor &source);
+
+/** Takes the next message, if there is one. Returns 0, else an errno code: EAGAIN when there is none. */
+uint32_t TakeNext(TAV_Posix_BusPort *port, MessageHeader **message);
+
+/** Counts what was refused, by its sender, and by whom it named as that. The port is locked. */
+void Refuse(TAV_Posix_BusPort *port, const ucred &sender, uint32_t component);
+
+/** What a module may call. */
+extern const BusHost kBusHost;
+
+}  // namespace hosted
 
 #endif

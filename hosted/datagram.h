@@ -11,14 +11,9 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
-#include "interfaces.h"
 #include "message.h"
 
 namespace hosted {
-
-/** Readers look at the header of a message before anything else, its length included: less than that is no message. */
-inline constexpr uint32_t kMinMessage = TAV_POSIX_BUS_MIN_MESSAGE;
-inline constexpr uint32_t kMaxMessage = TAV_POSIX_BUS_MAX_MESSAGE;
 
 /** A datagram to be sent, in its pieces. It refers to itself, so it stays where it is. */
 struct Datagram {

@@ -6,13 +6,19 @@
 
 #include <cstdint>
 
+#include "interfaces.h"
+
 namespace hosted {
+
+/** Readers look at the header of a message before anything else, its length included: less than that is no message. */
+inline constexpr uint32_t kMinMessage = TAV_POSIX_BUS_MIN_MESSAGE;
+inline constexpr uint32_t kMaxMessage = TAV_POSIX_BUS_MAX_MESSAGE;
 
 inline constexpr uint32_t kEnvelopeMagic = 0x54415642;
 inline constexpr uint16_t kEnvelopeVersion = 1;
 inline constexpr uint32_t kNoComponent = 0;  // what callers have who do not know the component yet
 
-/** What travels in front of a message, in the host's byte order: the bus does not leave its machine. */
+/** What travels in front of a message, in the sender's byte order, which the magic number tells. */
 struct Envelope {
     uint32_t magic;              // kEnvelopeMagic
     uint16_t version;            // kEnvelopeVersion

@@ -1,30 +1,22 @@
 /*
- * Sending on the bus: to the socket of the receiving component, if its owner listens there.
+ * Sending on this machine's bus: to the socket of the receiving component, if its owner listens there.
  */
+#include "local_send.h"
+
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cerrno>
 
 #include <atomic>
 
-#include "bus_counts.h"
 #include "bus_folder.h"
 #include "common/words.h"
 #include "datagram.h"
 #include "deadline.h"
 #include "durable.h"
 #include "interfaces.h"
-#include "message.h"
 
-using hosted::busCounters;
-using hosted::BusFolder;
-using hosted::Datagram;
-using hosted::Deadline;
-using hosted::Descriptor;
-using hosted::kNsPerMs;
-using hosted::LastError;
-using hosted::MessageHeader;
-using hosted::MonotonicNs;
+namespace hosted {
 
 namespace {
 
@@ -58,14 +50,14 @@ void SetCredentials(Datagram *datagram) {
  * there: otherwise others could have given a socket that name. Returns 0 and its status, else an errno code.
  */
 uint32_t OpenReceiver(const BusFolder &folder, uint32_t componentId, Descriptor *receiver, struct stat *status) {
-    *receiver = hosted::OpenItself(hosted::SocketPath(folder, componentId), status);
+    *receiver = OpenItself(SocketPath(folder, componentId), status);
     if (!receiver->IsOpen()) {
         return LastError();
     }
     if (!S_ISSOCK(status->st_mode)) {
         return ENOTSOCK;
     }
-    return hosted::IsOwner(folder, componentId, status->st_uid) ? 0 : EACCES;
+    return IsOwner(folder, componentId, status->st_uid) ? 0 : EACCES;
 }
 
 /**
@@ -75,7 +67,7 @@ uint32_t OpenReceiver(const BusFolder &folder, uint32_t componentId, Descriptor 
 sockaddr_un AddressOfOpen(const Descriptor &file) {
     char path[sizeof("/proc/thread-self/fd/-2147483648")];
     sprintf_s(path, sizeof(path), "/proc/thread-self/fd/%d", file.Get());
-    return hosted::AddressOf(path);
+    return AddressOf(path);
 }
 
 /**
@@ -104,15 +96,15 @@ uint32_t SendPatiently(const Descriptor &sender, const Datagram &datagram, std::
     return EAGAIN;
 }
 
-/**
- * Sends a message. Every one goes through a socket of its own: the kernel charges what waits to the socket that sent
- * it, so with a common one a receiver that does not read would soon keep all others from getting anything.
- */
-uint32_t Send(MessageHeader *message, uint32_t length) {
+}  // namespace
+
+// Every message goes through a socket of its own: the kernel charges what waits to the socket that sent it, so with a
+// common one a receiver that does not read would soon keep all others from getting anything.
+uint32_t SendLocally(MessageHeader *message, uint32_t length) {
     BusFolder folder;
     Descriptor receiver;
     struct stat status = {};
-    uint32_t code = hosted::FindSafeBusFolder(&folder);
+    uint32_t code = FindSafeBusFolder(&folder);
     if (code == 0) {
         code = OpenReceiver(folder, message->envelope.receiver, &receiver, &status);
     }
@@ -137,28 +129,4 @@ uint32_t Send(MessageHeader *message, uint32_t length) {
     return errno == ENOENT ? ENOSYS : LastError();  // the receiver is there, so it is /proc that is missing
 }
 
-/** Checks that a message names its ends, and can be sent and received at this length. Returns 0, else an errno code. */
-uint32_t CheckMessage(const MessageHeader *message, uint32_t length) {
-    if (message->envelope.sender == hosted::kNoComponent || message->envelope.receiver == hosted::kNoComponent) {
-        return EINVAL;
-    }
-    if (length > message->size || length > hosted::kMaxMessage) {
-        return EMSGSIZE;
-    }
-    return length >= hosted::kMinMessage ? 0 : EINVAL;
-}
-
-}  // namespace
-
-uint32_t TAV_AdjustSendMsg(uint32_t receiver, uint32_t /*reserved*/, uint32_t code, void *message, uint32_t length) {
-    MessageHeader *const header = hosted::HeaderOfMessage(message, __func__);
-    header->envelope.receiver = receiver;
-    header->envelope.code = code;
-    uint32_t result = CheckMessage(header, length);
-    if (result == 0) {
-        result = Send(header, length);
-    }
-    (result == 0 ? busCounters.sent : busCounters.sendFailures).Increment();
-    hosted::ReturnMessage(header);
-    return result;
-}
+}  // namespace hosted
