@@ -18,7 +18,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kMoment{1000};  // a program that writes would have changed something in it
 constexpr milliseconds kPause{20};
 
 /** The states of all files whose names begin with the file's, drafts of archives included. */
@@ -39,11 +38,11 @@ std::map<std::string, Identity> LookAround(const Place &place) {
     return states;
 }
 
-/** Waits until nothing has changed for a moment, however long that moment: only changes count against the time. */
-void AwaitStillness(const Place &place, Clock::time_point until) {
+/** Waits until nothing has changed for a while, however long that is: only changes count against the time. */
+void AwaitStillness(const Place &place, milliseconds still, Clock::time_point until) {
     auto states = LookAround(place);
     auto since = Clock::now();
-    while (Clock::now() - since < kMoment) {
+    while (Clock::now() - since < still) {
         std::this_thread::sleep_for(kPause);
         auto now = LookAround(place);
         if (now == states) {
@@ -125,10 +124,10 @@ tav::Recovery Decide(const Place &place, const Candidate &file, const Candidate 
                         file.IsGood() ? "is older" : "does not load", aside(move))};
 }
 
-tav::Recovery RecoverPlace(const Place &place, const tav::ReadOptions &options, bool dryRun) {
+tav::Recovery RecoverPlace(const Place &place, const tav::RecoverOptions &options) {
     const Clock::time_point until = Clock::now() + options.wait;
     const HeldLock lock(place, until);
-    AwaitStillness(place, until);
+    AwaitStillness(place, options.still, until);
     const Refer refer = ReferOf(options.refer, options.ignoreRefer);
     const Candidate file = Examine(place.Path(), place, refer);
     const Candidate backup = Examine(place.Backup(), place, refer);
@@ -141,7 +140,7 @@ tav::Recovery RecoverPlace(const Place &place, const tav::ReadOptions &options, 
     }
     tav::Recovery recovery = Decide(place, file, backup);
     for (const tav::Recovery::Move &move : recovery.moves) {
-        if (!dryRun) {
+        if (!options.dryRun) {
             Rename(move.from, move.to);
             SyncFolder(place.folder);
         }
@@ -153,11 +152,11 @@ tav::Recovery RecoverPlace(const Place &place, const tav::ReadOptions &options, 
 
 }  // namespace session
 
-tav::Recovery tav::Recover(const std::string &path, const ReadOptions &options, bool dryRun) {
+tav::Recovery tav::Recover(const std::string &path, const RecoverOptions &options) {
     session::CompleteTypeTable();
     const session::Place place = session::Resolve(path);
     if (session::IsMissing(place)) {
         throw Error(TAV_ERR_MISSING, place.given, "there is no such file, and no backup of it");
     }
-    return session::RecoverPlace(place, options, dryRun);
+    return session::RecoverPlace(place, options);
 }

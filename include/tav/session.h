@@ -127,6 +127,16 @@ class TAV_VISIBLE Session {
     std::unique_ptr<State> state_;
 };
 
+/** How a file is recovered. */
+struct RecoverOptions {
+    std::string refer = {};                /**< the refer file, used where file or backup carry its checksum */
+    bool ignoreRefer = false;              /**< as for reading */
+    std::chrono::milliseconds wait{5000};  /**< how long to wait for the lock, and for a program that is at work */
+    std::chrono::milliseconds still{1000}; /**< for how long nothing must have changed; none for a caller who knows
+                                                that no program is at work */
+    bool dryRun = false;                   /**< only say what would be done */
+};
+
 /** What a recovery has done, or would do. */
 struct Recovery {
     struct Move {
@@ -139,14 +149,11 @@ struct Recovery {
 /**
  * Settles what a program has left that flushed without a session and died: of file and ".bak" the right one becomes the
  * file, the other one is moved aside under a free name. Nothing is deleted. Works under the lock, and waits until
- * nothing has changed for a second. Throws Error: TAV_ERR_INVALID when neither loads; TAV_ERR_LOCKED, also when
- * something goes on changing; TAV_ERR_OPEN; TAV_ERR_NOT_SAVED when a file cannot be moved.
- *
- * @param path     the file
- * @param options  how both are read; the refer file is used where they carry its checksum
- * @param dryRun   only say what would be done
+ * nothing has changed for a while. Throws Error: TAV_ERR_MISSING when there is neither; TAV_ERR_INVALID when neither
+ * loads; TAV_ERR_LOCKED, also when something goes on changing; TAV_ERR_OPEN; TAV_ERR_NOT_SAVED when a file cannot be
+ * moved.
  */
-TAV_VISIBLE Recovery Recover(const std::string &path, const ReadOptions &options = {}, bool dryRun = false);
+TAV_VISIBLE Recovery Recover(const std::string &path, const RecoverOptions &options = {});
 
 }  // namespace tav
 

@@ -11,6 +11,7 @@
 
 #include "crash.h"
 #include "store.h"
+#include "tav/session.h"
 #include "tav_common.h"
 
 namespace fs = std::filesystem;
@@ -63,16 +64,30 @@ bool WatchTool(const std::string &arguments, const std::function<void(ino_t sync
     return status == 0;
 }
 
-/** What a file holds once `tavcfg recover` has settled what a crash has left. Nothing but drafts may lie beside it. */
+/** Settles what a crash has left. Returns whether there is something that loads. */
+bool Recover(const std::string &path) {
+    try {
+        tav::Recover(path, {.still = {}});
+        return true;
+    } catch (const tav::Error &error) {
+        EXPECT_THAT(error.Code(), AnyOf(TAV_ERR_MISSING, TAV_ERR_INVALID)) << error.what();
+        return false;
+    }
+}
+
+/** What a file holds once that is done. Nothing but drafts, and what was moved aside, may lie beside it then. */
 Body Recovered(const Files &left, const std::string &name) {
     const TempFolder folder;
     WriteFolder(folder, left);
-    const bool isDone = RunTool("recover " + folder.Path(name)) == kDone;
+    const bool isDone = Recover(folder.Path(name));
     const Body body = BodyOf(folder.Path(name));
     EXPECT_EQ(isDone, body.has_value());
-    for (const auto &[each, content] : ReadFolder(folder.Path())) {
+    const Files after = ReadFolder(folder.Path());
+    EXPECT_EQ(after.size(), left.size()) << "nothing is deleted";
+    EXPECT_TRUE(isDone || after == left);
+    for (const auto &[each, content] : isDone ? after : Files()) {
         const std::string draft = name == "x.zip" ? "x\\.zip\\......." : name;
-        EXPECT_THAT(each, AnyOf(name, name + ".broken", testing::MatchesRegex(draft)));
+        EXPECT_THAT(each, AnyOf(name, name + ".broken", name + ".bak.old", testing::MatchesRegex(draft)));
     }
     return body;
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "tav/session.h"
 #include "tool.h"
 
 using FilesTest = ToolTest;
@@ -176,62 +177,25 @@ TEST_F(FilesTest, DebugLog) {
     EXPECT_TRUE(Has("work/var/log/tav_debug.log"));
 }
 
-TEST_F(FilesTest, RecoverKeepsTheNewestThatLoads) {
-    const auto dated = [](const Bytes &body, uint8_t day) {
-        const Bytes time = Join({Be16(2024), {5, day, 0, 0, 0, 0}, Be32(0)});
-        return ImageWithHead({Tlv(3, Be32(0x08070001)), Tlv(4, time), Tlv(5, Sha256(body))}, body);
-    };
-    const Bytes absent, old = dated(SmallBody(), 1), young = dated(VsTlv(0, {Rec13(1, 1)}), 2);
-    const Bytes bad = Slice(young, 0, young.size() - 1);
-    const struct {
-        Bytes file, backup;  // as found
-        std::string says;    // empty for a refusal
-        Bytes kept = {}, broken = {};
-    } states[] = {
-        {young, absent, "nothing to recover: x.dat loads, and there is no backup\n", young},
-        // A crash after the backup, within the write, and after it.
-        {absent, old, "recovered x.dat from x.dat.bak: it was missing\n", old},
-        {bad, old, "recovered x.dat from x.dat.bak: it does not load and was moved to x.dat.broken\n", old, bad},
-        {young, old, "kept x.dat, deleted x.dat.bak: both load, the backup is not newer\n", young},
-        // No crash leaves these, but somebody may.
-        {old, young, "recovered x.dat from x.dat.bak: both load, the backup is newer\n", young},
-        {young, bad, "kept x.dat; the backup does not load and was moved to x.dat.bak.broken\n", young, bad},
-        {absent, absent, ""},
-        {bad, absent, ""},
-        {absent, bad, ""},
-        {bad, bad, ""},
-    };
-    for (const auto &state : states) {
-        SCOPED_TRACE(state.says);
-        for (const auto &[name, content] : {std::pair("x.dat", state.file), {"x.dat.bak", state.backup}}) {
-            for (const std::string suffix : {"", ".broken"}) {
-                std::filesystem::remove(Path(name + suffix));
-            }
-            if (!content.empty()) {
-                Put(name, content);
-            }
-        }
-        if (state.says.empty()) {
-            Refused(1, "cannot recover x.dat: ", "recover x.dat");
-            continue;
-        }
-        EXPECT_EQ(Out("recover x.dat"), state.says);
-        EXPECT_EQ(Content("x.dat"), state.kept);
-        EXPECT_FALSE(Has("x.dat.bak"));
-        EXPECT_EQ(Join({Content("x.dat.broken"), Content("x.dat.bak.broken")}), state.broken);
-    }
-}
-
-/** The backup of an archive still holds the archive's own member; and what was put aside earlier stays. */
-TEST_F(FilesTest, RecoverTakesArchives) {
-    Out("convert x.dat x.zip");
-    const Bytes archive = Content("x.zip"), half = Slice(archive, 0, archive.size() / 2);
-    Put("x.zip.bak", archive);
-    Put("x.zip", half);
-    Put("x.zip.broken", "earlier");
-    Out("recover x.zip");
-    EXPECT_EQ(Content("x.zip"), archive);
-    EXPECT_FALSE(Has("x.zip.bak"));
-    EXPECT_EQ(Content("x.zip.broken"), Text("earlier"));
-    EXPECT_EQ(Content("x.zip.broken.1"), half);
+/** What is found in which state is tested with sessions; the tool waits for a second each time. */
+TEST_F(FilesTest, RecoverMovesAndDeletesNothing) {
+    const Bytes good = Content("x.dat"), half = Slice(good, 0, good.size() / 2);
+    Out("convert x.dat y.zip");  // whose backup still holds the member of y.zip
+    const std::string recovered = "recovered x.dat from x.dat.bak: the file, which does not load, was moved to ";
+    Put("x.dat.bak", good);
+    Put("x.dat", half);
+    Put("x.dat.broken", "earlier");
+    EXPECT_EQ(Out("recover --dry-run x.dat"), "dry run: " + recovered + "x.dat.broken.1\n");
+    EXPECT_EQ(Content("x.dat"), half);
+    EXPECT_EQ(Out("recover x.dat"), recovered + "x.dat.broken.1\n");
+    EXPECT_EQ(Content("x.dat"), good);
+    EXPECT_EQ(Content("x.dat.broken.1"), half);
+    EXPECT_FALSE(Has("x.dat.bak"));
+    std::filesystem::rename(Path("y.zip"), Path("y.zip.bak"));
+    EXPECT_EQ(Out("recover y.zip"), "recovered y.zip from y.zip.bak: it was missing\n");
+    EXPECT_EQ(Out("diff x.dat y.zip"), "");
+    Put("y.zip", half);
+    Refused(1, "y.zip: it cannot be recovered: " + Path("y.zip") + ": it is not an archive", "recover y.zip");
+    const tav::Lock lock(Path("x.dat"));
+    Refused(3, "is changing it", "recover --wait 0 x.dat");
 }

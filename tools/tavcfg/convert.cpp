@@ -40,9 +40,7 @@ int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &o
 int CopyBytes(const ConvertOptions &options) {
     const FileOptions &in = options.in;
     try {
-        const tav::CopyOptions copy{.read = {.refer = in.target.refer ? in.target.refer->path : "",
-                                             .ignoreRefer = in.ignoresRefer,
-                                             .wait = in.wait},
+        const tav::CopyOptions copy{.read = {.refer = ReferOf(in), .ignoreRefer = in.ignoresRefer, .wait = in.wait},
                                     .replaces = options.replaces,
                                     .comment = options.comment,
                                     .anyMember = options.anyMember};

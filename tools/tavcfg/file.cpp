@@ -38,14 +38,6 @@ File NamedFile(const std::string &given) {
     return file;
 }
 
-File BackupOf(const File &file) {
-    return WithSuffix(file, ".bak");
-}
-
-File WithSuffix(const File &file, const std::string &suffix) {
-    return {file.given + suffix, file.path + suffix, file.member};
-}
-
 bool Exists(const File &file) {
     std::error_code error;
     const fs::file_status status = fs::symlink_status(file.path, error);
@@ -66,7 +58,7 @@ void RequireWritable(const File &file) {
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         throw Failure(fmt::format("cannot write {}: it is not a regular file", file.given));
     }
-    const File backup = BackupOf(file);
+    const File backup = {file.given + ".bak", file.path + ".bak", {}};
     if (Exists(backup)) {
         throw Failure(fmt::format("cannot write {}: a backup lies beside it, {}; look at it with: tavcfg recover {}",
                                   file.given, backup.given, file.given));
@@ -97,12 +89,6 @@ std::string ReadText(const std::string &name) {
 void MoveFile(const File &from, const File &to) {
     if (const uint32_t code = BEX_VFS_MoveFile(from.path.c_str(), to.path.c_str()); code != 0) {
         throw Failure(fmt::format("cannot move {} to {}: {}", from.given, to.given, Explain(code)));
-    }
-}
-
-void DeleteFile(const File &file) {
-    if (const uint32_t code = BEX_VFS_DeleteFile(file.path.c_str()); code != 0) {
-        throw Failure(fmt::format("cannot delete {}: {}", file.given, Explain(code)));
     }
 }
 

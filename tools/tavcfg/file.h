@@ -30,12 +30,6 @@ struct Target {
 /** Resolves a name. Throws UsageError for an empty name, Failure for one that the library would cut. */
 File NamedFile(const std::string &given);
 
-/** The backup that a flush makes of a file. A backup of an archive still holds the archive's own member. */
-File BackupOf(const File &file);
-
-/** The given file under a longer name, for putting it aside. */
-File WithSuffix(const File &file, const std::string &suffix);
-
 /** Returns whether anything has this name. Throws Failure when that cannot be told. */
 bool Exists(const File &file);
 
@@ -53,9 +47,6 @@ std::string ReadText(const std::string &name);
 
 /** Moves a file, replacing what has the new name. Throws Failure. */
 void MoveFile(const File &from, const File &to);
-
-/** Deletes a file. Throws Failure. */
-void DeleteFile(const File &file);
 
 }  // namespace tavcfg
 

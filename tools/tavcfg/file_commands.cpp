@@ -179,15 +179,20 @@ CLI::App *FileCommands::AddOnFile(const char *name, const char *fileName, const 
     return command;
 }
 
-/** Adds what commands on sessions and snapshots have in common. */
-static void AddShared(CLI::App *command, FileWords *words) {
-    command->add_option("--names", words->names, "JSON file with names of classes and fields")->option_text("FILE");
+/** Adds what tells how a file is read. */
+static void AddReading(CLI::App *command, FileWords *words) {
     command->add_flag("--ignore-refer", words->ignoreRefer, "read FILE whatever refer file it carries the checksum of");
     command
         ->add_option("--wait", words->wait,
                      "how long to wait for the file's lock, and for a program that is writing it")
         ->option_text("SECONDS")
         ->check(CLI::Range(0.0, 86400.0));
+}
+
+/** Adds what commands on sessions and snapshots have in common. */
+static void AddShared(CLI::App *command, FileWords *words) {
+    command->add_option("--names", words->names, "JSON file with names of classes and fields")->option_text("FILE");
+    AddReading(command, words);
 }
 
 void FileCommands::AddWriteOptions(CLI::App *command) {
@@ -228,8 +233,11 @@ void FileCommands::AddInfo() {
         ->add_flag("--json", words_.json, "print JSON");
     AddOnFile("verify", "FILE", "check that a file loads; else say what is wrong",
               [](const FileWords &words) { return RunVerify(TargetOf(words)); });
-    AddOnFile("recover", "FILE", "after a crash: keep the newest of FILE and FILE.bak that loads",
-              [](const FileWords &words) { return RunRecover(TargetOf(words)); });
+    CLI::App *recover =
+        AddOnFile("recover", "FILE", "after a crash: bring back the newest of FILE and FILE.bak that loads",
+                  [](const FileWords &words) { return RunRecover(FileOf(words), words.dryRun); });
+    AddReading(recover, &words_);
+    recover->add_flag("--dry-run", words_.dryRun, "move nothing, print what would be done");
 }
 
 void FileCommands::AddReaders() {

@@ -144,7 +144,7 @@ int RunVerify(const Target &target) {
         TAV_ExtCfgClose(local);
         return 0;
     }
-    Load(target);  // says what is wrong
+    RequireLoads(target);  // says what is wrong
     throw Failure(fmt::format("cannot load {}: the library refuses it", target.file.given));
 }
 

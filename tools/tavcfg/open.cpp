@@ -21,18 +21,18 @@ namespace {
 /** Throws Failure that says more precisely what a session has complained of, and the way out. */
 void Diagnose(const tav::Error &error, const FileOptions &options) {
     if (error.Code() == TAV_ERR_INVALID && !options.ignoresRefer) {
-        Load(options.target);
+        RequireLoads(options.target);
     }
     if (error.Code() == TAV_ERR_BACKUP) {
         throw Failure(fmt::format("{}: tavcfg recover {}", error.what(), options.target.file.given));
     }
 }
 
+}  // namespace
+
 std::string ReferOf(const FileOptions &options) {
     return options.target.refer ? options.target.refer->path : "";
 }
-
-}  // namespace
 
 tav::Names FindNames(const std::string &given, const std::string &file) {
     if (!given.empty()) {

@@ -38,6 +38,9 @@ struct WriteOptions {
  */
 tav::Names FindNames(const std::string &given, const std::string &file);
 
+/** The refer file's path as sessions want it: empty without one. */
+std::string ReferOf(const FileOptions &options);
+
 /** Reads a file. Throws tav::Error, and Failure that says precisely what is wrong with a file that does not load. */
 tav::Snapshot Read(const FileOptions &options);
 

@@ -1,18 +1,18 @@
 /*
- * recover: after a crash between backup and write.
+ * recover: after a crash of a program that writes without a session.
  *
- * A flush moves FILE to FILE.bak, writes FILE, and deletes FILE.bak. A crash in between leaves a backup beside a FILE
+ * Its flush moves FILE to FILE.bak, writes FILE, and deletes FILE.bak. A crash in between leaves a backup beside a FILE
  * that is missing, partial or whole.
  */
 #ifndef TAVCFG_RECOVER_H
 #define TAVCFG_RECOVER_H
 
-#include "file.h"
+#include "open.h"
 
 namespace tavcfg {
 
-/** Keeps the newest of a file and its backup that loads. Throws Failure when neither does. */
-int RunRecover(const Target &target);
+/** Brings the right one of a file and its backup back, and moves the other one aside. Throws tav::Error. */
+int RunRecover(const FileOptions &options, bool isDryRun);
 
 }  // namespace tavcfg
 

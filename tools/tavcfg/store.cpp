@@ -12,28 +12,7 @@
 
 namespace tavcfg {
 
-namespace {
-
-/** Returns whether a file refers to another. */
-bool CarriesReferChecksum(const Image &image) {
-    try {
-        return ReadFrame(image).HeadField(EXT_TLV_REFER_CHECKSUM) != nullptr;
-    } catch (const Problem &) {
-        return false;  // loading it will say what is wrong
-    }
-}
-
-LoadedFile LoadImage(const Target &target, Image image) {
-    try {
-        Store store = Store::Parse(target, image);
-        Frame frame = ReadFrame(image);
-        return {std::move(image), std::move(frame), std::move(store)};
-    } catch (const Problem &problem) {
-        throw Failure(fmt::format("cannot load {}: {}", target.file.given, problem.what()));
-    }
-}
-
-}  // namespace
+namespace {}  // namespace
 
 RecordNode::RecordNode(const Record &record) : node_(TAV_ExtCfgRecordNodeCreate(record.cid)) {
     if (node_ == nullptr) {
@@ -72,18 +51,20 @@ Store Store::Parse(const Target &target, const Image &image) {
     return store;
 }
 
-LoadedFile Load(const Target &target) {
-    return LoadImage(target, ReadImage(target.file));
+void RequireLoads(const Target &target) {
+    try {
+        Store::Parse(target, ReadImage(target.file));
+    } catch (const Problem &problem) {
+        throw Failure(fmt::format("cannot load {}: {}", target.file.given, problem.what()));
+    }
 }
 
 bool CarriesReferChecksum(const File &file) {
-    return CarriesReferChecksum(ReadImage(file));
-}
-
-LoadedFile LoadWithReferIfAny(const File &file, const std::optional<File> &refer) {
-    Image image = ReadImage(file);
-    const Target target{file, CarriesReferChecksum(image) ? refer : std::nullopt};
-    return LoadImage(target, std::move(image));
+    try {
+        return ReadFrame(ReadImage(file)).HeadField(EXT_TLV_REFER_CHECKSUM) != nullptr;
+    } catch (const Problem &) {
+        return false;  // loading it will say what is wrong
+    }
 }
 
 }  // namespace tavcfg

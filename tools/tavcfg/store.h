@@ -48,21 +48,11 @@ class Store {
     std::unique_ptr<CfgLocal, Close> local_;
 };
 
-/** A file that loads: its bytes, its top level and what a store makes of it. */
-struct LoadedFile {
-    Image image;
-    Frame frame;
-    Store store;
-};
-
-/** Loads a file for reading or editing. Throws Failure that says what is wrong. */
-LoadedFile Load(const Target &target);
+/** Throws Failure that says what is wrong with a file that does not load. */
+void RequireLoads(const Target &target);
 
 /** Returns whether a file refers to another. Throws Failure when it cannot be read. */
 bool CarriesReferChecksum(const File &file);
-
-/** Loads a file that may refer to another or not, as far as is known: uses the refer file only if it does. */
-LoadedFile LoadWithReferIfAny(const File &file, const std::optional<File> &refer);
 
 }  // namespace tavcfg
 

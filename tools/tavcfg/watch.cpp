@@ -82,10 +82,9 @@ bool Wait(tav::Watch *watch) {
 
 int RunWatch(const WatchOptions &options) {
     HandleSignals();
-    tav::Watch watch(options.file.target.file.given,
-                     {.refer = options.file.target.refer ? options.file.target.refer->path : "",
-                      .ignoreRefer = options.file.ignoresRefer,
-                      .wait = options.file.wait});
+    tav::Watch watch(
+        options.file.target.file.given,
+        {.refer = ReferOf(options.file), .ignoreRefer = options.file.ignoresRefer, .wait = options.file.wait});
     for (size_t count = 0; g_isInterrupted == 0 && (options.limit == 0 || count < options.limit);) {
         if (Wait(&watch)) {
             ++count;
