@@ -140,7 +140,7 @@ tav::Store HistoryFolder::Load(const std::string &copy) const {
         FailOfSystem(TAV_ERR_OPEN, path, "this copy cannot be read");
     }
     Block image = Decompress(ReadAll(file, static_cast<size_t>(status.st_size), path), path);
-    return ParseBody(image, "", {}, path);
+    return ParseBody(image, path);
 }
 
 void HistoryFolder::Drop(const std::string &copy) const {

@@ -7,8 +7,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
+#include <vector>
 
+#include "common/words.h"
 #include "session/archive.h"
 #include "session/errors.h"
 #include "tav_session.h"
@@ -23,17 +24,14 @@ struct Value {
     uint32_t length;
 };
 
-uint32_t LoadBigEndian(const uint8_t *bytes) {
-    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-}
-
 /** The head's value, or nothing when the image does not begin with a whole head. */
 std::optional<Value> HeadOf(const Block &image) {
     const auto size = static_cast<uint32_t>(image.size);
-    if (TAV_ExtTlvVerify(image.bytes.get(), size) != 0 || LoadBigEndian(image.bytes.get()) != EXT_TLV_HDR) {
+    if (TAV_ExtTlvVerify(image.bytes.get(), size) != 0 ||
+        common::LoadBigEndian<uint32_t>(image.bytes.get()) != EXT_TLV_HDR) {
         return {};
     }
-    return Value{&image.bytes[TAV_EXT_TLV_HEAD_SIZE], LoadBigEndian(&image.bytes[4])};
+    return Value{&image.bytes[TAV_EXT_TLV_HEAD_SIZE], common::LoadBigEndian<uint32_t>(&image.bytes[4])};
 }
 
 /** What follows the head. */
@@ -48,7 +46,7 @@ std::optional<Value> FieldOf(const Value &head, uint32_t type) {
     if (tlv == nullptr) {
         return {};
     }
-    return Value{tlv + TAV_EXT_TLV_HEAD_SIZE, LoadBigEndian(tlv + 4)};
+    return Value{tlv + TAV_EXT_TLV_HEAD_SIZE, common::LoadBigEndian<uint32_t>(tlv + 4)};
 }
 
 /** A checksum in the head; nothing when there is none, or none that can be. */
@@ -119,16 +117,54 @@ std::string Diagnose(const Block &image, const Refer &refer, uint32_t code) {
     return fmt::format("its records do not load: {}", ProductWords(code));
 }
 
-/** Checks what the product would, but for the refer checksum. */
-bool IsSound(const Block &image) {
-    const std::optional<Value> head = HeadOf(image);
-    if (!head || BodyOf(*head, image).length == 0) {
-        return false;
+/**
+ * An image as it would be without a refer checksum, as long as this object lives: the head's other fields are moved
+ * together, to where the body begins. So the product checks all the rest.
+ */
+class Unbound {
+  public:
+    explicit Unbound(const Block &image) : image_{image.bytes.get(), static_cast<uint32_t>(image.size)} {
+        const std::optional<Value> head = HeadOf(image);
+        std::vector<uint8_t> kept;
+        kept.reserve(head ? head->length : 0);  // so that the visitor, which the product calls, throws nothing
+        if (!head || TAV_ExtTlvProcForEach(Keep, head->bytes, head->length, &kept) != TAV_OK) {
+            return;  // the product will refuse it as it is
+        }
+        start_ = image_.bytes;
+        saved_.assign(start_, head->bytes + head->length);
+        const auto cut = head->length - static_cast<uint32_t>(kept.size());
+        image_ = {start_ + cut, image_.length - cut};
+        std::copy_n(saved_.data(), TAV_EXT_TLV_HEAD_SIZE, image_.bytes);
+        common::StoreBigEndian(static_cast<uint32_t>(kept.size()), image_.bytes + 4);
+        std::ranges::copy(kept, image_.bytes + TAV_EXT_TLV_HEAD_SIZE);
     }
-    const std::optional<Value> version = FieldOf(*head, EXT_TLV_VERSION);
-    const std::optional<Digest> stated = ChecksumIn(*head, EXT_TLV_CHECKSUM);
-    return version && version->length == 4 && version->bytes[0] == 0x08 && FieldOf(*head, EXT_TLV_MODIFY_TIME) &&
-           stated && stated == ChecksumOf(BodyOf(*head, image));
+    ~Unbound() { std::ranges::copy(saved_, start_); }
+    Unbound(const Unbound &) = delete;
+    Unbound &operator=(const Unbound &) = delete;
+
+    const Value &Image() const { return image_; }
+
+  private:
+    /** Visitor: takes a field of the head that is no refer checksum. */
+    static uint32_t Keep(uint32_t type, uint8_t *value, uint32_t length, void *kept) {
+        if (type != EXT_TLV_REFER_CHECKSUM) {
+            auto *const fields = static_cast<std::vector<uint8_t> *>(kept);
+            fields->insert(fields->end(), value - TAV_EXT_TLV_HEAD_SIZE, value + length);
+        }
+        return TAV_OK;
+    }
+
+    Value image_;
+    uint8_t *start_ = nullptr;
+    std::vector<uint8_t> saved_;  // from there on
+};
+
+/** Has the product check an image and parse it into a store. Returns its result code. */
+uint32_t Parse(const Value &image, const char *refer, const tav::Store &store) {
+    TAV_ExtCfgFileContext context = {};
+    context.local = store.Get();
+    context.referPath = refer;
+    return TAV_ParseExtCfgFileData(image.bytes, image.length, &context);
 }
 
 tav::Store NewStore(const std::string &path, const Refer &refer) {
@@ -171,26 +207,19 @@ std::optional<ReadImage> ReadImageOf(const std::string &path, const std::string 
 }
 
 Content ParseImage(Block &image, const std::string &path, const Refer &refer, const std::string &place) {
-    const auto refuse = [&](uint32_t code) { throw tav::Error(TAV_ERR_INVALID, place, Diagnose(image, refer, code)); };
-    if (refer.ignore && !IsSound(image)) {
-        refuse(TAV_ERR_INVALID);
-    }
-    tav::Store store = refer.ignore ? ParseBody(image, path, refer, place) : NewStore(path, refer);
-    if (!refer.ignore) {
-        TAV_ExtCfgFileContext context = {};
-        context.local = store.Get();
-        context.referPath = refer.PathOrNull();
-        const auto size = static_cast<uint32_t>(image.size);
-        if (const uint32_t code = TAV_ParseExtCfgFileData(image.bytes.get(), size, &context); code != TAV_OK) {
-            refuse(code);
-        }
+    tav::Store store = NewStore(path, refer);
+    const uint32_t code =
+        refer.ignore ? Parse(Unbound(image).Image(), nullptr, store)
+                     : Parse({image.bytes.get(), static_cast<uint32_t>(image.size)}, refer.PathOrNull(), store);
+    if (code != TAV_OK) {
+        throw tav::Error(TAV_ERR_INVALID, place, Diagnose(image, refer, code));
     }
     const Value head = *HeadOf(image);
     return {std::move(store), {*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)}};
 }
 
-tav::Store ParseBody(Block &image, const std::string &path, const Refer &refer, const std::string &place) {
-    tav::Store store = NewStore(path, refer);
+tav::Store ParseBody(Block &image, const std::string &place) {
+    tav::Store store = tav::Store::New("");
     TAV_ExtCfgFileContext context = {};
     context.local = store.Get();
     const std::optional<Value> head = HeadOf(image);

@@ -55,8 +55,8 @@ struct Content {
 /** Parses an image. Throws Error (TAV_ERR_INVALID) that says what is wrong with it. `path` is the store's file. */
 Content ParseImage(Block &image, const std::string &path, const Refer &refer, const std::string &place);
 
-/** Parses an image's body, whatever its head says. Throws as above. */
-tav::Store ParseBody(Block &image, const std::string &path, const Refer &refer, const std::string &place);
+/** Parses an image's body, whatever its head says, into a store without a file. Throws as above. */
+tav::Store ParseBody(Block &image, const std::string &place);
 
 /** An image that is to be written. */
 struct BuiltImage {

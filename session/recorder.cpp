@@ -32,7 +32,7 @@ std::optional<Former> ReadFormer(const Place &place) {
         if (!read) {
             return {};
         }
-        tav::Store content = ParseBody(read->image, "", {}, place.given);
+        tav::Store content = ParseBody(read->image, place.given);
         return Former{std::move(read->image), std::move(content)};
     } catch (const tav::Error &error) {
         if (error.Code() != TAV_ERR_INVALID) {

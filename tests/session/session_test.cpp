@@ -182,6 +182,25 @@ TEST(Session, BindsToARefersFileAnew) {
     SetEntry(refer, 1, 2);
     EXPECT_THAT(ErrorOf([&] { tav::Snapshot(path, {.refer = refer}); }).what(), HasSubstr("has changed"));
     EXPECT_EQ(EntriesOf(tav::Snapshot(path, {.ignoreRefer = true}).Store()), (Entries{{1, 10}}));
+    const Bytes bound = ReadFile(path);
+    const auto loads = [&] {
+        try {
+            tav::Snapshot(path, {.ignoreRefer = true, .wait = {}});
+            return true;
+        } catch (const tav::Error &) {
+            return false;
+        }
+    };
+    for (size_t i = 0; i < bound.size(); ++i) {
+        Bytes changed = bound;
+        changed[i] ^= 0x15;
+        WriteFile(path, changed);
+        const bool isForgiven = i >= 88 && i < 120;  // the refer checksum; all else is looked at
+        const bool isFree = i > 16 && i < 20;        // the lower bytes of the version
+        const bool isTime = i >= 28 && i < 40;       // of which any is fine
+        EXPECT_EQ(loads(), isForgiven || isFree || isTime) << i;
+    }
+    WriteFile(path, bound);
     EXPECT_TRUE(tav::Session(path, {.refer = refer, .ignoreRefer = true}).Commit()) << "bound anew";
     EXPECT_EQ(EntriesOf(tav::Snapshot(path, {.refer = refer}).Store()), (Entries{{1, 10}}));
     EXPECT_TRUE(tav::Session(path, {.ignoreRefer = true}).Commit()) << "no longer bound";
