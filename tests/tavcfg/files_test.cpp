@@ -126,9 +126,10 @@ TEST_F(FilesTest, ReferFiles) {
     Out("export x.dat >x.json");
     Out("import y.dat x.json --refer r.dat");
     EXPECT_EQ(Content("y.dat").size(), SmallImage().size() + kReferHeadSize - kHeadSize);
-    Refused(1, "must be given with --refer", "verify y.dat");
+    Refused(2, "must be given with --refer", "verify y.dat");
+    Out("verify y.dat --ignore-refer");
     Refused(1, "yet a refer file was given", "verify x.dat --refer r.dat");
-    Refused(1, "refer file none.dat cannot serve: cannot read none.dat: No such file", "verify y.dat --refer none.dat");
+    Refused(2, "refer file none.dat cannot serve: cannot read none.dat: No such file", "verify y.dat --refer none.dat");
     Refused(1, "it carries a refer checksum itself", "import z.dat x.json --refer y.dat");
     Refused(1, "its own refer file", "import r.dat x.json --refer r.dat");
     Out("set y.dat --refer r.dat --vs 0 --class 13 14=5 15=9");

@@ -38,11 +38,12 @@ TEST_F(PasswdTest, VerdictsOfThePolicy) {
                     {"--user bOb", "Secret 1BoB", "0xf01"},
                     {"--user 'a1 TerCes'", "Secret 1", "0xaba0"},
                     {"--history old", "Older 12", "0xefb"},
-                    {"--basic --history old", "Older 34", "0xefb"},
-                    {"--history in", "Secret 1", "in: line 1: it is no stored form"}};
+                    {"--basic --history old", "Older 34", "0xefb"}};
     for (const auto &refusal : refusals) {
         Refused(1, refusal.verdict, WithInput(refusal.password + "\n", "passwd check " + refusal.options));
     }
+    Refused(2, "in: line 1: it is no stored form", WithInput("Secret 1\n", "passwd check --history in"));
+    Refused(2, "cannot read none: No such file", "passwd check --history none <in");
 }
 
 TEST_F(PasswdTest, FormsAndCipherTexts) {
@@ -52,7 +53,7 @@ TEST_F(PasswdTest, FormsAndCipherTexts) {
         Out("passwd verify --from form <in; '" TAVCFG_PROGRAM "' passwd verify \"$(cat form)\" <in");
         Refused(1, "does not match", "passwd verify --from form <form");
     }
-    Refused(1, "costs more than", "passwd verify '$scrypt$ln=20,r=8,p=1$c2FsdA$aGFzaA' <in");
+    Refused(2, "costs more than", "passwd verify '$scrypt$ln=20,r=8,p=1$c2FsdA$aGFzaA' <in");
     Refused(2, "", "passwd hash Secret1!");
     Refused(2, "either FORM or --from", "passwd verify");
     Put("cipher", Out(WithInput(std::string(287, 'x'), "encrypt --context a")));
@@ -62,9 +63,10 @@ TEST_F(PasswdTest, FormsAndCipherTexts) {
     Refused(1, "key file " + Path("tav.key") + ": permission denied", "decrypt --context a <cipher");
     Refused(1, "too long for a cipher", WithInput(std::string(288, 'x'), "encrypt --context a"));
     Refused(1, "longer than 432 bytes", WithInput(std::string(433, 'x'), "encrypt --context a"));
-    Refused(1, "a zero byte", WithInput(std::string(1, '\0'), "passwd check"));
+    Refused(2, "a zero byte", WithInput(std::string(1, '\0'), "passwd check"));
     Refused(1, "more than one line", WithInput("a\nb", "passwd hash"));
-    Refused(1, "there is no password", "passwd verify --from form");
+    Refused(2, "there is no password", "passwd verify --from form");
+    Refused(2, "cannot read none: No such file", "passwd verify --from none");
 }
 
 TEST_F(PasswdTest, AKeyThatIsMadeIsToldOnce) {
@@ -82,7 +84,7 @@ TEST_F(PasswdTest, LinesMayEndWithACarriageReturn) {
     Put("form", Out(WithInput(longest + "\r\n", "passwd hash")));
     Out(WithInput(longest, "passwd verify --from form"));
     Refused(1, "does not match", WithInput(longest.substr(1) + "\r", "passwd verify --from form"));  // no end of a line
-    Refused(1, "longer than 432 bytes", WithInput(longest + "\rx", "passwd verify --from form"));
+    Refused(2, "longer than 432 bytes", WithInput(longest + "\rx", "passwd verify --from form"));
     Refused(1, "the password is empty", WithInput("\r\n", "passwd hash"));
     const auto withReturn = [](std::string line) { return line.insert(line.size() - 1, "\r"); };
     const std::string form = withReturn(Out(WithInput("Secret 1\r\n", "passwd hash")));

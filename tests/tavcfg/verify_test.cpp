@@ -45,16 +45,24 @@ TEST_F(VerifyTest, SaysPreciselyWhatIsWrong) {
     };
     for (const auto &row : rows) {
         Put(row.file, row.content);
-        Refused(1, row.why, "verify " + row.file);
-        Refused(1, row.why, "show " + row.file);
+        Refused(1, row.why, "verify --wait 0 " + row.file);
+        Refused(1, row.why, "show --wait 0 " + row.file);
         ASSERT_EQ(Open(TAV_EXT_MODE_READ_ONLY, Path(row.file)), nullptr) << row.why;
     }
-    Refused(1, "No such file", "verify none.dat");
-    Refused(1, "it is a directory", "verify .");
-    Refused(1, "at most 251", "verify " + std::string(250, 'a'));
-    Refused(1, "cannot read a?b", "verify \"$(printf 'a\\nb')\"");
+    for (const std::string option : {"", "--ignore-refer "}) {  // what cannot be asked is no answer
+        Refused(2, "none.dat: there is no such file", "verify " + option + "none.dat");
+        Refused(2, "it is a directory", "verify " + option + ".");
+        Refused(2, "at most 251", "verify " + option + std::string(250, 'a'));
+        Refused(2, "a?b: there is no such file", "verify " + option + "\"$(printf 'a\\nb')\"");
+    }
+    Put("gone.dat.bak", good);
+    Refused(2, "it is missing, but a backup lies beside it", "verify --wait 0 gone.dat");
+    Put("gone.dat", Slice(good, 0, 9));
+    Refused(1, "it does not load, but a backup lies beside it", "verify --wait 0 gone.dat");
     MakeSparseFile(Path("big.dat"), TAV_EXT_MAX_FILE_SIZE + 1);
-    EXPECT_THAT(Run("verify big.dat").error, HasSubstr("more than 100 MiB"));
+    const Result big = Run("verify big.dat");
+    EXPECT_THAT(big.error, HasSubstr("more than 100 MiB"));
+    EXPECT_EQ(big.code, 1);
 }
 
 /** Whatever is changed or cut off: the tool agrees with the library, says one line, and no command falls over it. */
@@ -63,7 +71,7 @@ TEST_F(VerifyTest, EveryChangeAndEveryTruncation) {
     const auto check = [this](const Bytes &image, size_t place) {
         Put("x.dat", image);
         const bool loads = Open(TAV_EXT_MODE_READ_ONLY, Path("x.dat")) != nullptr;
-        EXPECT_EQ(Run("verify x.dat").code, loads ? 0 : 1) << place;
+        EXPECT_EQ(Run("verify --wait 0 x.dat").code, loads ? 0 : 1) << place;
         const Result info = Run("info --json x.dat");
         if (info.code != 1) {  // which says that there is nothing to tell
             EXPECT_EQ(nlohmann::json::parse(info.out)["loads"], loads) << place;

@@ -43,8 +43,8 @@ const char *const kFooter =
     "variable TAV_NAMES gives, or of FILE.names.json. With --names, names are shown as well.\n"
     "\n"
     "Exit codes: 0 done; 1 refused or failed, with one line on standard error; 2 a malformed command line, a\n"
-    "value that does not suit its field included; 3 another process holds the file's lock. diff: 0 same,\n"
-    "1 different, 2 trouble.";
+    "value that does not suit its field included; 3 another process holds the file's lock. Commands that ask\n"
+    "(diff; verify, passwd check, passwd verify): 0 same, or yes; 1 different, or no; 2 it could not be told.";
 
 /** Throws UsageError for a key context that is too long for the platform. */
 void RequireContext(const std::string &context) {
@@ -123,6 +123,9 @@ class Commands {
         verify->add_option("--from", verify_.formFile, "the file whose only line is the stored form")
             ->option_text("FILE");
         AddContext(verify, verify_.context);
+        for (CLI::App *asking : {check, verify}) {
+            asking->preparse_callback([this](size_t) { invocation_.failureCode = 2; });
+        }
     }
 
     void AddSecrets() {

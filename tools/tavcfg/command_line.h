@@ -12,7 +12,7 @@ namespace tavcfg {
 /** What to do. */
 struct Invocation {
     bool logs = false;         // the debug log is to be switched on
-    int failureCode = 1;       // exit code of a Failure
+    int failureCode = 1;       // exit code of all failures but usage errors, locks, and the answer no
     std::function<int()> run;  // needs the library's types. Returns the exit code. Throws Failure and UsageError
 };
 

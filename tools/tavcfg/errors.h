@@ -10,8 +10,18 @@
 
 namespace tavcfg {
 
-/** A command was refused or failed: what, which file and why, in one line. Exit code 1 (2 for `diff`). */
+/** A command was refused or failed: what, which file and why, in one line. Exit code 1; 2 of commands that ask. */
 class Failure : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/** A file was read and does not load. */
+class Damage : public Failure {
+    using Failure::Failure;
+};
+
+/** The answer of a command that asks is no. Exit code 1. */
+class Denial : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 

@@ -231,8 +231,10 @@ void FileCommands::AddInfo() {
                   return RunInfo({TargetOf(words), words.json});
               })
         ->add_flag("--json", words_.json, "print JSON");
-    AddOnFile("verify", "FILE", "check that a file loads; else say what is wrong",
-              [](const FileWords &words) { return RunVerify(TargetOf(words)); });
+    CLI::App *verify = AddOnFile("verify", "FILE", "check that a file loads; else say what is wrong",
+                                 [](const FileWords &words) { return RunVerify(FileOf(words)); });
+    AddReading(verify, &words_);
+    verify->preparse_callback([this](size_t) { invocation_->failureCode = 2; });
     CLI::App *recover =
         AddOnFile("recover", "FILE", "after a crash: bring back the newest of FILE and FILE.bak that loads",
                   [](const FileWords &words) { return RunRecover(FileOf(words), words.dryRun); });

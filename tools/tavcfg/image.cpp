@@ -19,7 +19,12 @@ namespace tavcfg {
 
 namespace {
 
-/** Throws Failure when something about the file itself keeps anyone from reading it. */
+/** Throws Damage for a file that was read and cannot be what it should be. */
+[[noreturn]] void RefuseContent(const File &file, const std::string &why) {
+    throw Damage(fmt::format("cannot read {}: {}", file.given, why));
+}
+
+/** Throws Failure when something about the file itself keeps anyone from reading it, Damage when its size is wrong. */
 void RequireReadable(const File &file, const char *whatSize) {
     const auto refuse = [&](const std::string &why) {
         throw Failure(fmt::format("cannot read {}: {}", file.given, why));
@@ -37,10 +42,10 @@ void RequireReadable(const File &file, const char *whatSize) {
     }
     const uintmax_t size = fs::file_size(file.path, error);
     if (!error && size == 0) {
-        refuse("it is empty");
+        RefuseContent(file, "it is empty");
     }
     if (!error && size > TAV_EXT_MAX_FILE_SIZE) {
-        refuse(fmt::format("{} has {} bytes, more than 100 MiB", whatSize, size));
+        RefuseContent(file, fmt::format("{} has {} bytes, more than 100 MiB", whatSize, size));
     }
 }
 
@@ -62,24 +67,23 @@ Image ReadPlain(const File &file) {
  */
 Image ReadArchive(const File &file) {
     RequireReadable(file, "the archive");
-    const auto refuse = [&](const std::string &why) {
-        throw Failure(fmt::format("cannot read {}: {}", file.given, why));
-    };
     const char *archive = file.path.c_str();
     const char *member = file.member.c_str();
     uint16_t count = 0;
     if (BEX_UnzipGetNumofFiles(archive, &count) != 0) {
-        refuse("it is not an archive, or a damaged one");
+        RefuseContent(file, "it is not an archive, or a damaged one");
     }
     if (count != 1) {
-        refuse(fmt::format("the archive has {} members, it must have one", count));
+        RefuseContent(file, fmt::format("the archive has {} members, it must have one", count));
     }
     Image image;
     if (ZIP_GetUncompressSize(member, archive, &image.size) != 0) {
-        refuse(fmt::format("the archive's member is not named {}", fs::path(file.member).filename().string()));
+        RefuseContent(file,
+                      fmt::format("the archive's member is not named {}", fs::path(file.member).filename().string()));
     }
     if (image.size == 0 || image.size > TAV_EXT_MAX_FILE_SIZE) {
-        refuse(fmt::format("the archive's member has {} bytes, it must have 1 byte to 100 MiB", image.size));
+        RefuseContent(file,
+                      fmt::format("the archive's member has {} bytes, it must have 1 byte to 100 MiB", image.size));
     }
     image.data.reset(
         static_cast<uint8_t *>(MEL_Malloc_F(g_pTavCommHandle, g_aucMelMemPt[0], image.size, "tavcfg", __LINE__)));
@@ -87,7 +91,7 @@ Image ReadArchive(const File &file) {
         throw std::bad_alloc();
     }
     if (BEX_UnzipToBuffer(image.size, image.data.get(), member, archive) != 0) {
-        refuse("the archive's member is damaged");
+        RefuseContent(file, "the archive's member is damaged");
     }
     return image;
 }

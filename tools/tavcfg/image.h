@@ -22,7 +22,7 @@ struct Image {
     uint32_t size = 0;
 };
 
-/** Reads a file. Throws Failure that says why it cannot be read. */
+/** Reads a file. Throws Failure that says why it cannot be read, Damage when that is because of its content. */
 Image ReadImage(const File &file);
 
 }  // namespace tavcfg

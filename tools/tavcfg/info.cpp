@@ -139,13 +139,36 @@ int RunInfo(const InfoOptions &options) {
     return 0;
 }
 
-int RunVerify(const Target &target) {
-    if (CfgLocal *local = TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, target.file.path.c_str(), target.ReferPath())) {
-        TAV_ExtCfgClose(local);
-        return 0;
+/** Returns whether nothing is wrong with a file but that its refer file was not given. */
+static bool LoadsUnbound(FileOptions options) {
+    options.ignoresRefer = true;
+    try {
+        Read(options);
+        return true;
+    } catch (const std::runtime_error &) {
+        return false;
     }
-    RequireLoads(target);  // says what is wrong
-    throw Failure(fmt::format("cannot load {}: the library refuses it", target.file.given));
+}
+
+int RunVerify(const FileOptions &options) {
+    const std::optional<File> &refer = options.target.refer;
+    if (const std::string problem = refer ? ReferProblem(*refer) : ""; !problem.empty()) {
+        throw Failure(fmt::format("cannot verify {}: {}", options.target.file.given, problem));
+    }
+    try {
+        Read(options);
+    } catch (const Damage &damage) {
+        if (!refer && LoadsUnbound(options)) {
+            throw Failure(damage.what());  // which asks for the refer file
+        }
+        throw Denial(damage.what());
+    } catch (const tav::Error &error) {
+        if (error.Code() == TAV_ERR_INVALID) {
+            throw Denial(error.what());
+        }
+        throw;
+    }
+    return 0;
 }
 
 }  // namespace tavcfg

@@ -4,7 +4,7 @@
 #ifndef TAVCFG_INFO_H
 #define TAVCFG_INFO_H
 
-#include "file.h"
+#include "open.h"
 
 namespace tavcfg {
 
@@ -16,8 +16,8 @@ struct InfoOptions {
 /** Prints what can be told of a file, be it damaged. Throws Failure when its structure cannot be walked. */
 int RunInfo(const InfoOptions &options);
 
-/** Throws Failure that says why a file does not load. */
-int RunVerify(const Target &target);
+/** Throws Denial that says why a file does not load; Failure and tav::Error when that cannot be told. */
+int RunVerify(const FileOptions &options);
 
 }  // namespace tavcfg
 

@@ -89,6 +89,9 @@ int Run(int argc, const char *const *argv) {
     } catch (const UsageError &error) {
         PrintError(error.what());
         return 2;
+    } catch (const Denial &denial) {
+        PrintError(denial.what());
+        return 1;
     } catch (const tav::Error &error) {
         PrintError(error.what());
         if (error.Code() == TAV_ERR_LOCKED) {

@@ -20,11 +20,15 @@ namespace {
 
 /** Throws Failure that says more precisely what a session has complained of, and the way out. */
 void Diagnose(const tav::Error &error, const FileOptions &options) {
-    if (error.Code() == TAV_ERR_INVALID && !options.ignoresRefer) {
+    const File &file = options.target.file;
+    if (error.Code() == TAV_ERR_INVALID && options.ignoresRefer) {
+        ReadImage(file);
+    } else if (error.Code() == TAV_ERR_INVALID) {
         RequireLoads(options.target);
     }
     if (error.Code() == TAV_ERR_BACKUP) {
-        throw Failure(fmt::format("{}: tavcfg recover {}", error.what(), options.target.file.given));
+        const std::string wayOut = fmt::format("{}: tavcfg recover {}", error.what(), file.given);
+        Exists(file) ? throw Damage(wayOut) : throw Failure(wayOut);
     }
 }
 

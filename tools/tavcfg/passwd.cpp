@@ -152,7 +152,7 @@ int RunPasswdCheck(const PasswdCheckOptions &options) {
         TAV_CheckLocUserPassword(password.data(), options.user ? options.user->c_str() : nullptr, isStrict ? 1 : 0,
                                  options.isBasic ? 1 : 0, history ? history->Get() : nullptr, 0);
     if (code != TAV_CRYPT_OK) {
-        throw Failure(fmt::format("the password is not acceptable: {} (code 0x{:x})", ExplainVerdict(code), code));
+        throw Denial(fmt::format("the password is not acceptable: {} (code 0x{:x})", ExplainVerdict(code), code));
     }
     fmt::print("the password is acceptable\n");
     return 0;
@@ -186,7 +186,7 @@ int RunPasswdVerify(const PasswdVerifyOptions &options) {
     ReadPassword(Asking::kHidden, &password);
     const uint32_t code = TAV_VerifySystemPassword(password.data(), form.c_str(), options.context.c_str());
     if (code != TAV_CRYPT_OK) {
-        throw Failure(fmt::format("the password does not match the stored form (code 0x{:x})", code));
+        throw Denial("the password does not match the stored form");
     }
     fmt::print("the password matches\n");
     return 0;

@@ -26,7 +26,7 @@ struct PasswdVerifyOptions {
     std::string context;   // key context
 };
 
-/** Each reads the password from standard input. Throws Failure, also for a password that is not the right one. */
+/** Each reads the password from standard input. Throws Failure, and Denial for a password that is not the right one. */
 int RunPasswdCheck(const PasswdCheckOptions &options);
 int RunPasswdHash(const PasswdHashOptions &options);
 int RunPasswdVerify(const PasswdVerifyOptions &options);

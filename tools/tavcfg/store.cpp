@@ -55,7 +55,7 @@ void RequireLoads(const Target &target) {
     try {
         Store::Parse(target, ReadImage(target.file));
     } catch (const Problem &problem) {
-        throw Failure(fmt::format("cannot load {}: {}", target.file.given, problem.what()));
+        throw Damage(fmt::format("cannot load {}: {}", target.file.given, problem.what()));
     }
 }
 

@@ -48,7 +48,7 @@ class Store {
     std::unique_ptr<CfgLocal, Close> local_;
 };
 
-/** Throws Failure that says what is wrong with a file that does not load. */
+/** Throws Damage that says what is wrong with a file that does not load, Failure when it cannot be read. */
 void RequireLoads(const Target &target);
 
 /** Returns whether a file refers to another. Throws Failure when it cannot be read. */
