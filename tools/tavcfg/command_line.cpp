@@ -16,12 +16,11 @@
 #include "passwd.h"
 #include "rekey.h"
 #include "secret.h"
+#include "tav_version.h"
 
 namespace tavcfg {
 
 namespace {
-
-const char *const kVersion = "tavcfg 1.0.0";  // the project's; a test compares them
 
 const char *const kFooter =
     "Values (FIELD=VALUE), by the data type of the field:\n"
@@ -83,7 +82,7 @@ class Commands {
     explicit Commands(Invocation &invocation) : invocation_(invocation) {
         app_.require_subcommand(1);
         app_.footer(kFooter);
-        app_.set_version_flag("--version", kVersion);
+        app_.set_version_flag("--version", "tavcfg " TAV_VERSION_STRING);
         files_.AddTo(&app_, &invocation_);
         AddPasswords();
         AddSecrets();
