@@ -47,14 +47,14 @@ std::set<std::string> DeclaredNames(const std::string &headers) {
     return names;
 }
 
-/** Returns the names that a library exports. */
+/** Returns the names that a library exports, without their versions. */
 std::set<std::string> ExportedNames(const std::string &library) {
     std::set<std::string> exported;
     for (const std::vector<std::string> &columns : Table("--dyn-syms", library)) {
-        // number, value, size, type, binding, visibility, section, name
+        // number, value, size, type, binding, visibility, section (undefined, or absolute for a version itself), name
         if (columns.size() >= 8 && (columns[4] == "GLOBAL" || columns[4] == "WEAK") && columns[6] != "UND" &&
-            !columns[7].starts_with("__odr_asan")) {
-            exported.insert(columns[7]);
+            columns[6] != "ABS") {
+            exported.insert(columns[7].substr(0, columns[7].find('@')));
         }
     }
     return exported;
