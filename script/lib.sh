@@ -7,7 +7,7 @@ set -euo pipefail
 LIBRARY_PACKAGES="libssl-dev libzip-dev libmimalloc-dev libcli11-dev nlohmann-json3-dev libfmt-dev libzstd-dev libnats-dev"
 BUILD_PACKAGES="g++ cmake ninja-build pkgconf $LIBRARY_PACKAGES"
 TEST_PACKAGES="libgmock-dev libgtest-dev"
-TEST_PROGRAMS="nats-server openssl"
+TEST_PROGRAMS="nats-server openssl zsh"
 
 # Prints the folder of the checkout.
 repo_root() {
