@@ -33,3 +33,4 @@ set(ENV{PKG_CONFIG_LIBDIR}
 # included, so that nothing is installed, and neither the kernel nor the emulator has to look anywhere else.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=${TAV_FOREIGN_ROOT}${TAV_FOREIGN_LOADER} -Wl,--disable-new-dtags")
 set(CMAKE_BUILD_RPATH ${TAV_FOREIGN_ROOT}/usr/lib/${TAV_FOREIGN_MULTIARCH})
+set(CMAKE_INSTALL_RPATH ${CMAKE_BUILD_RPATH})
