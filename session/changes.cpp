@@ -208,6 +208,9 @@ class Application {
 
     void AddRecord(const Change &change) {
         Record record = RecordOf(change);
+        if (store_->Find(change.vsId, record)) {  // before it is noted as one that was not there
+            Refuse(TAV_ERR_INVALID, change, "there is a record with this key already");
+        }
         RequireVs(change.vsId);
         Note(change.vsId, record.View(), false);
         const uint32_t code = TAV_ExtCfgAddRecord(change.vsId, record.Get(), store_->Get());
@@ -215,7 +218,7 @@ class Application {
             throw std::bad_alloc();
         }
         if (code != TAV_OK) {
-            Refuse(code, change, "there is a record with this key already");
+            Refuse(code, change, "it cannot be added");
         }
         static_cast<void>(record.Release());
     }

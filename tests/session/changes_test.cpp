@@ -101,6 +101,7 @@ TEST(Changes, RefusalsNameLineRecordAndReason) {
         const char *why;
     } rows[] = {
         {"add 0 13 14=5", TAV_ERR_INVALID, "line 3: VS 0 class 13 14=5: there is a record with this key already"},
+        {"add 0 26 14=1", TAV_ERR_INVALID, "line 3: VS 0 class 26 14=1: there is a record with this key already"},
         {"add 0 13 15=5", TAV_ERR_INVALID, "key field 14 is missing"},
         {"add 0 1", TAV_ERR_INVALID, "without fields"},
         {"set 0 13 14=6 15=1", TAV_ERR_NOT_FOUND, "VS 0 class 13 14=6: there is no such record"},
@@ -114,7 +115,7 @@ TEST(Changes, RefusalsNameLineRecordAndReason) {
         {"add 0", TAV_ERR_INVALID, "VS 0: it is there already"},
         {"del 9", TAV_ERR_NOT_FOUND, "there is no such VS"},
     };
-    tav::Store store = StoreOf("add 0 13 14=5 15=1\nadd 0 1 15=2\nadd 2");
+    tav::Store store = StoreOf("add 0 13 14=5 15=1\nadd 0 26 14=1\nadd 0 1 15=2\nadd 2");
     const Bytes body = BodyOf(store);
     for (const auto &row : rows) {
         const auto [code, text] = ErrorOf([&] { tav::Apply(tav::ParseScript(first + row.line), &store); });
