@@ -29,6 +29,22 @@ void WriteImage(const Place &place, std::span<const uint8_t> image) {
     }
 }
 
+/**
+ * Gives the draft of a new file the mode and, if that may be, the owner of the lock file, which outlives the file and
+ * goes by it: so a file that was deleted is made again as it was. A lock file of its own is 0640, as what the product
+ * writes. Where anybody may write, the lock file may be anybody's.
+ */
+void MakeLikeBefore(const Descriptor &draft, const Place &place) {
+    const std::optional<struct stat> lock = StatusOf(place.LockFile()), folder = StatusOf(place.folder);
+    const bool isKnown = lock && folder && (folder->st_mode & S_IWOTH) == 0;
+    if (isKnown && (lock->st_uid != geteuid() || lock->st_gid != getegid())) {
+        static_cast<void>(!fchown(draft.Get(), lock->st_uid, lock->st_gid));
+    }
+    if (fchmod(draft.Get(), isKnown ? lock->st_mode & 0666 : 0640) != 0) {
+        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its mode cannot be set");
+    }
+}
+
 /** Gives the draft the mode and the owner of the file that is there, if one is, and makes it last. */
 void Complete(const Place &place) {
     const Descriptor draft = OpenFile(place.Draft(), O_RDONLY | O_NOFOLLOW);
@@ -37,8 +53,8 @@ void Complete(const Place &place) {
     }
     if (const std::optional<struct stat> like = StatusOf(place.Path())) {
         MakeLike(draft.Get(), *like, place.given);
-    } else if (fchmod(draft.Get(), 0640) != 0) {  // as the product would
-        FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its mode cannot be set");
+    } else {
+        MakeLikeBefore(draft, place);
     }
     Sync(draft.Get(), place.given);
 }

@@ -22,6 +22,7 @@ using std::chrono::milliseconds;
 
 constexpr size_t kNoteSize = 64;  // of the lock file: process id and program, then spaces
 constexpr milliseconds kFirstPause{1}, kLongestPause{8};
+constexpr mode_t kNewMode = 0640;  // of a lock file whose file is not there yet; and then the file's
 
 /** Applies or releases the lock. Returns whether that succeeded; errno then says why not. */
 bool SetLock(int fd, short type) {
@@ -59,7 +60,10 @@ Descriptor OpenLockFile(const Place &place) {
     constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
     Descriptor file = OpenFile(path, kFlags);
     if (!file && errno == ENOENT) {  // where all may write, the kernel may refuse to "create" what others have made
-        file = OpenFile(path, kFlags | O_CREAT, 0640);
+        file = OpenFile(path, kFlags | O_CREAT, kNewMode);
+        if (file) {
+            static_cast<void>(fchmod(file.Get(), kNewMode));  // whatever the umask
+        }
     }
     struct stat status {};
     if (!file || fstat(file.Get(), &status) != 0) {

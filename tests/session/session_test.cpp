@@ -87,6 +87,32 @@ TEST_P(SessionTest, KeepsWhatTheFileIs) {
     EXPECT_TRUE(fs::is_symlink(folder_.Path("dangling")));
 }
 
+/** A file that one commit deletes and another makes again; not where the lock file may be anybody's. */
+TEST_P(SessionTest, AFileThatIsMadeAgainIsWhatItWas) {
+    const uid_t owner = geteuid() == 0 ? 4321 : geteuid();
+    const auto modeAfter = [&](mode_t folderMode) {
+        SetEntry(path_, 1, 10);
+        EXPECT_EQ(chown(path_.c_str(), owner, getegid()) + chmod(path_.c_str(), 0604), 0);
+        chmod(folder_.Path().c_str(), folderMode);
+        tav::Session session(path_);
+        const tav::Store store = std::exchange(session.Store(), tav::Store::New(""));
+        EXPECT_TRUE(session.Commit());
+        session.Store().Add(0, Entry(1, 10));
+        EXPECT_TRUE(session.Commit());
+        struct stat status {};
+        EXPECT_EQ(stat(path_.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, folderMode == 0755 ? owner : geteuid());
+        fs::remove(path_);
+        return status.st_mode & 07777;
+    };
+    const mode_t umaskBefore = umask(077);
+    SetEntry(path_, 1, 10);
+    EXPECT_EQ(fs::status(path_).permissions(), fs::perms{0640}) << "a new one is as the product makes it";
+    EXPECT_EQ(modeAfter(0755), 0604u);
+    EXPECT_EQ(modeAfter(01777), 0640u);
+    umask(umaskBefore);
+}
+
 TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
     MakeFile(path_, {{1, 10}});
     auto session = std::make_optional<tav::Session>(path_);
