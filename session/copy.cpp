@@ -7,73 +7,31 @@
 #include <optional>
 #include <utility>
 
-#include "session/archive.h"
+#include "session/commit.h"
 #include "session/draft.h"
-#include "session/image.h"
-#include "session/load.h"
-#include "session/lock.h"
-#include "session/place.h"
-#include "session/recorder.h"
 #include "session/start.h"
 
 namespace tav {
 
 namespace {
 
-using session::Block;
 using session::Clock;
+using session::Loaded;
 using session::Place;
-using session::Refer;
 
-/** Reads a file as it is. Nothing when there is none. */
-std::optional<Block> ReadOnce(const Place &place, bool anyMember) {
-    if (place.IsArchive() && anyMember) {
-        std::optional<session::ReadImage> archive = session::ReadImageOf(place.Path(), "", place.given);
-        return archive ? std::optional(session::Unpack(archive->image, "", place.given)) : std::nullopt;
+/** Loads the file to be copied. */
+Loaded LoadSource(const Place &place, const ReadOptions &options, Clock::time_point until) {
+    std::optional<Loaded> loaded = session::Load(place, session::ReferOf(options.refer, options.ignoreRefer), until);
+    if (!loaded) {
+        session::RefuseMissing(place);
     }
-    std::optional<session::ReadImage> read =
-        session::ReadImageOf(place.Path(), place.IsArchive() ? place.Member() : "", place.given);
-    return read ? std::optional(std::move(read->image)) : std::nullopt;
+    return std::move(*loaded);
 }
 
-/** A file that loads: its bytes and what they hold. */
-struct Source {
-    Block image;
-    session::Content content;
-};
-
-Source ReadSource(const Place &place, const CopyOptions &options, Clock::time_point until) {
-    const Refer refer = session::ReferOf(options.read.refer, options.read.ignoreRefer);
-    for (;;) {
-        try {
-            if (std::optional<Block> image = ReadOnce(place, options.anyMember)) {
-                session::Content content = session::ParseImage(*image, place.Path(), refer, place.given);
-                return {std::move(*image), std::move(content)};
-            }
-        } catch (const Error &error) {
-            if (error.Code() != TAV_ERR_INVALID || options.anyMember) {
-                throw;
-            }
-        }
-        if (!session::Load(place, refer, until)) {  // which waits for who is writing it, and says what is wrong
-            throw Error(TAV_ERR_MISSING, place.given, "there is no such file");
-        }
-    }
-}
-
-/** Reads the target as it is. Nothing when there is none. Throws Error when it is no configuration file. */
-std::optional<Source> ReadTarget(const Place &target) {
+/** Loads the target as it is. Nothing when there is none. Throws Error when it is no configuration file. */
+std::optional<Loaded> LoadTarget(const Place &target, Clock::time_point until) {
     try {
-        std::optional<Block> image = ReadOnce(target, true);
-        if (!image && session::Exists(target.Backup())) {
-            throw Error(TAV_ERR_BACKUP, target.given,
-                        "it is missing, but a backup lies beside it, " + target.Backup() + ": recover the file");
-        }
-        if (!image) {
-            return {};
-        }
-        session::Content content = session::ParseImage(*image, target.Path(), {"", true}, target.given);
-        return Source{std::move(*image), std::move(content)};
+        return session::Load(target, session::ReferOf("", true), until);
     } catch (const Error &error) {
         if (error.Code() != TAV_ERR_INVALID) {
             throw;
@@ -84,44 +42,31 @@ std::optional<Source> ReadTarget(const Place &target) {
     }
 }
 
-/** Brings an image to the target and into its history. The lock must be held. */
-void Replace(const Place &target, const Source &source, const std::optional<Source> &old, const std::string &comment) {
-    const session::Identity identity = session::IdentityOf(session::StatusOf(target.Path()));
-    session::Index index =
-        session::HistoryFolder(target).Settle(old ? session::ToHex(old->content.checksums.body) : "");
-    session::Draft draft(target, source.image.View());
-    session::Recorder recorder(target, &index);
-    recorder.Prepare(source.content.store, session::ToHex(source.content.checksums.body), comment, draft.Status());
-    if (session::IdentityOf(session::StatusOf(target.Path())) != identity) {
-        throw Error(TAV_ERR_CHANGED, target.given, "a program that writes without a session has changed it meanwhile");
-    }
-    draft.TakePlace();
-    recorder.ComeTrue();
-    session::SyncFolder(target.folder);
-    recorder.Confirm();
-}
-
 }  // namespace
 
 bool Copy(const std::string &from, const std::string &to, const CopyOptions &options) {
     session::CompleteTypeTable();
     const Clock::time_point until = Clock::now() + options.read.wait;
-    const Place source = session::Resolve(from), target = session::Resolve(to);
+    Place source = session::Resolve(from);
+    source.anyMember = options.read.anyMember;
+    const Place target = session::Resolve(to);
     if (session::Exists(target.Path()) && session::IdentityOf(session::StatusOf(source.Path())) ==
                                               session::IdentityOf(session::StatusOf(target.Path()))) {
         throw Error(TAV_ERR_INVALID, to, "it is the same file as " + from);
     }
-    const Source read = ReadSource(source, options, until);
+    const Loaded read = LoadSource(source, options.read, until);
+    session::RequireUsable(target, true);
     const session::HeldLock lock(target, until);
     session::Draft::RemoveLeftover(target);
-    const std::optional<Source> old = ReadTarget(target);
+    const std::optional<Loaded> old = LoadTarget(target, until);
     if (old && std::ranges::equal(old->image.View(), read.image.View())) {
         return false;
     }
     if (old && !options.replaces) {
         throw Error(TAV_ERR_REFUSED, target.given, "it is there and holds something else");
     }
-    Replace(target, read, old, options.comment);
+    session::FileState file = session::StateOf(target, old);
+    session::Commit(target, {read.image.View(), read.content.checksums, read.content.store}, options.comment, &file);
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "session/errors.h"
 #include "session/history_folder.h"
@@ -23,22 +24,19 @@ using session::Index;
 /** A file's history, settled, with the file's lock held. */
 struct LockedHistory {
     LockedHistory(const std::string &path, std::chrono::milliseconds wait)
-        : place(session::Resolve(path)), until(session::Clock::now() + wait), lock((RequireFile(), place), until) {
+        : place(session::Resolve(path)),
+          until(session::Clock::now() + wait),
+          lock((session::RequireUsable(place, false), place), until) {
         session::CompleteTypeTable();
         std::optional<session::Loaded> loaded = session::Load(place, session::ReferOf("", true), until);
-        if (!loaded) {
-            RequireFile();
-            throw Error(TAV_ERR_MISSING, place.given, "there is no such file");
+        const std::optional<struct stat> status = session::StatusOf(place.Path());
+        if (!loaded || !status) {
+            session::RefuseMissing(place);
         }
-        like = session::StatusOf(place.Path()).value();
+        like = *status;
+        image = std::move(loaded->image);
         checksum = session::ToHex(loaded->content.checksums.body);
         index = folder.Settle(checksum);
-    }
-
-    void RequireFile() const {
-        if (session::IsMissing(place)) {
-            throw Error(TAV_ERR_MISSING, place.given, "there is no such file");
-        }
     }
 
     const session::Place place;
@@ -46,6 +44,7 @@ struct LockedHistory {
     const session::HeldLock lock;
     const HistoryFolder folder{place};
     struct stat like;
+    session::Block image;
     std::string checksum;
     Index index;
 };
@@ -81,6 +80,9 @@ History::History(const std::string &path) : path_(path) {
 }
 
 Store History::Before(size_t count) const {
+    if (commits_.empty()) {
+        throw Error(TAV_ERR_NOT_FOUND, path_, "no commit of it is kept (its history may be off)");
+    }
     if (count == 0 || count > commits_.size()) {
         throw Error(TAV_ERR_NOT_FOUND, path_,
                     fmt::format("its history goes 1 to {} commits back, not {}", commits_.size(), count));
@@ -98,12 +100,15 @@ Store History::At(const std::string &checkpoint) const {
     return HistoryFolder(session::Resolve(path_)).Load(HistoryFolder::CopyOf(*found));
 }
 
-void History::Start(const std::string &path, uint32_t keep, std::chrono::milliseconds wait) {
+bool History::Start(const std::string &path, uint32_t keep, const HistoryOptions &options) {
     if (keep == 0) {
         throw Error(TAV_ERR_INVALID, path, "a history keeps at least one commit");
     }
-    LockedHistory history(path, wait);
+    LockedHistory history(path, options.wait);
     Index &index = history.index;
+    if ((index.isOn && index.keep == keep) || options.dryRun) {
+        return !index.isOn || index.keep != keep;
+    }
     index.isOn = true;
     index.keep = keep;
     index.commits.erase(index.commits.begin(),
@@ -111,45 +116,48 @@ void History::Start(const std::string &path, uint32_t keep, std::chrono::millise
     history.folder.Create(history.like);
     history.folder.Write(index, history.like);
     history.folder.Settle(history.checksum);  // drops what is no longer kept
+    return true;
 }
 
-void History::Stop(const std::string &path, std::chrono::milliseconds wait) {
-    LockedHistory history(path, wait);
-    if (history.index.isOn) {
-        history.index.isOn = false;
+bool History::Stop(const std::string &path, const HistoryOptions &options) {
+    LockedHistory history(path, options.wait);
+    const bool wasOn = std::exchange(history.index.isOn, false);
+    if (wasOn && !options.dryRun) {
         history.folder.Write(history.index, history.like);
     }
+    return wasOn;
 }
 
 void History::AddCheckpoint(const std::string &path, const std::string &name, const std::string &comment,
-                            std::chrono::milliseconds wait) {
+                            const HistoryOptions &options) {
     RequireName(name);
-    LockedHistory history(path, wait);
+    LockedHistory history(path, options.wait);
     std::vector<Checkpoint> &checkpoints = history.index.checkpoints;
     if (FindCheckpoint(checkpoints, name) != checkpoints.end()) {
         throw Error(TAV_ERR_INVALID, history.place.given,
                     "there is a checkpoint " + name + " already; remove it first, or take another name");
     }
+    if (options.dryRun) {
+        return;
+    }
     const Checkpoint checkpoint{name, session::NoteNow(comment), history.checksum};
     checkpoints.insert(std::lower_bound(checkpoints.begin(), checkpoints.end(), checkpoint,
                                         [](const auto &a, const auto &b) { return a.name < b.name; }),
                        checkpoint);
-    const std::string member = history.place.IsArchive() ? history.place.Member() : "";
-    const auto read = session::ReadImageOf(history.place.Path(), member, history.place.given);
-    if (!read) {
-        throw Error(TAV_ERR_CHANGED, history.place.given, "it has been deleted meanwhile");
-    }
     history.folder.Create(history.like);
-    history.folder.Keep(HistoryFolder::CopyOf(checkpoint), read->image, history.like);
+    history.folder.Keep(HistoryFolder::CopyOf(checkpoint), history.image, history.like);
     history.folder.Write(history.index, history.like);
 }
 
-void History::RemoveCheckpoint(const std::string &path, const std::string &name, std::chrono::milliseconds wait) {
-    LockedHistory history(path, wait);
+void History::RemoveCheckpoint(const std::string &path, const std::string &name, const HistoryOptions &options) {
+    LockedHistory history(path, options.wait);
     std::vector<Checkpoint> &checkpoints = history.index.checkpoints;
     const auto found = FindCheckpoint(checkpoints, name);
     if (found == checkpoints.end()) {
         RefuseUnknown(history.place.given, name);
+    }
+    if (options.dryRun) {
+        return;
     }
     const std::string copy = HistoryFolder::CopyOf(*found);
     checkpoints.erase(found);

@@ -28,7 +28,7 @@ bool HasComeTrue(const Index &next, const std::string &checksum) {
 /** The checksum that a file's head states; empty when there is no file, or none that can be read. */
 std::string StatedChecksum(const Place &place) {
     try {
-        const auto read = ReadImageOf(place.Path(), place.IsArchive() ? place.Member() : "", place.given);
+        const auto read = ReadImageOf(place);
         const std::optional<Digest> stated = read ? BodyChecksum(read->image) : std::nullopt;
         return stated ? ToHex(*stated) : "";
     } catch (const tav::Error &) {

@@ -185,25 +185,60 @@ void RequireReadableRecords(const tav::Store &store, const std::string &place) {
     }
 }
 
-}  // namespace
+/** The size of a head. A store itself may have been made for another refer file. */
+uint32_t BuiltHeadSize(const Refer &refer) {
+    return TAV_CalcExtCfgFileHeadSize(NewStore("", refer).Get());
+}
 
-std::optional<ReadImage> ReadImageOf(const std::string &path, const std::string &member, const std::string &place) {
+[[noreturn]] void RefuseToBuild(uint32_t code, const Refer &refer, const std::string &place) {
+    throw tav::Error(code, place,
+                     code == TAV_ERR_NOT_FOUND ? "its refer file " + refer.path + " gives no checksum"
+                                               : "its image cannot be built: " + ProductWords(code));
+}
+
+/** Builds the head before an image's body. */
+BuiltImage WithHead(Block image, uint32_t headSize, const Refer &refer, const std::string &place) {
+    const auto size = static_cast<uint32_t>(image.size);
+    if (const uint32_t code = TAV_BuildExtCfgFileHead(image.bytes.get(), headSize, size, refer.PathOrNull());
+        code != TAV_OK) {
+        RefuseToBuild(code, refer, place);
+    }
+    const Value head = *HeadOf(image);
+    const Checksums checksums{*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)};
+    return {std::move(image), checksums};
+}
+
+/** Reads the file of a path as that of a place. */
+std::optional<ReadImage> ReadFile(const Place &place, const std::string &path, const std::string &what) {
     const Descriptor file = OpenFile(path, O_RDONLY | O_NONBLOCK);  // a pipe must not hold us up
     if (!file && errno == ENOENT) {
         return {};
     }
     struct stat status {};
     if (!file || fstat(file.Get(), &status) != 0) {
-        FailOfSystem(TAV_ERR_OPEN, place, "cannot be read");
+        FailOfSystem(TAV_ERR_OPEN, what, "cannot be read");
     }
     if (!S_ISREG(status.st_mode)) {
-        throw tav::Error(TAV_ERR_INVALID, place, S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
+        throw tav::Error(TAV_ERR_INVALID, what, S_ISDIR(status.st_mode) ? "it is a folder" : "it is no regular file");
     }
     if (status.st_size == 0 || status.st_size > off_t{TAV_EXT_MAX_FILE_SIZE}) {
-        throw tav::Error(TAV_ERR_INVALID, place, status.st_size == 0 ? "it is empty" : "it is larger than 100 MiB");
+        throw tav::Error(TAV_ERR_INVALID, what, status.st_size == 0 ? "it is empty" : "it is larger than 100 MiB");
     }
-    Block bytes = ReadAll(file, static_cast<size_t>(status.st_size), place);
-    return ReadImage{member.empty() ? std::move(bytes) : Unpack(bytes, member, place), Identity(status)};
+    Block bytes = ReadAll(file, static_cast<size_t>(status.st_size), what);
+    if (place.IsArchive()) {
+        bytes = Unpack(bytes, place.anyMember ? "" : place.Member(), what);
+    }
+    return ReadImage{std::move(bytes), Identity(status)};
+}
+
+}  // namespace
+
+std::optional<ReadImage> ReadImageOf(const Place &place) {
+    return ReadFile(place, place.Path(), place.given);
+}
+
+std::optional<ReadImage> ReadImageOf(const Place &place, const std::string &path) {
+    return ReadFile(place, path, path);
 }
 
 Content ParseImage(Block &image, const std::string &path, const Refer &refer, const std::string &place) {
@@ -240,25 +275,23 @@ BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::st
     if (bodySize == 0) {
         return {};
     }
-    // The store itself may have been made for another refer file.
-    const uint32_t headSize = TAV_CalcExtCfgFileHeadSize(NewStore("", refer).Get());
+    const uint32_t headSize = BuiltHeadSize(refer);
     if (bodySize > TAV_EXT_MAX_FILE_SIZE - headSize) {
         throw tav::Error(TAV_ERR_REFUSED, place, "it would be larger than 100 MiB");
     }
-    BuiltImage built{Block(headSize + bodySize), {}};
-    uint8_t *const bytes = built.image.bytes.get();
-    uint32_t code = TAV_BuildExtCfgFileBody(store.Get(), bytes + headSize, bodySize);
-    if (code == TAV_OK) {
-        code = TAV_BuildExtCfgFileHead(bytes, headSize, headSize + bodySize, refer.PathOrNull());
+    Block image(headSize + bodySize);
+    if (const uint32_t code = TAV_BuildExtCfgFileBody(store.Get(), &image.bytes[headSize], bodySize); code != TAV_OK) {
+        RefuseToBuild(code, refer, place);
     }
-    if (code != TAV_OK) {
-        throw tav::Error(code, place,
-                         code == TAV_ERR_NOT_FOUND ? "its refer file " + refer.path + " gives no checksum"
-                                                   : "its image cannot be built: " + ProductWords(code));
-    }
-    const Value head = *HeadOf(built.image);
-    built.checksums = {*ChecksumIn(head, EXT_TLV_CHECKSUM), ChecksumIn(head, EXT_TLV_REFER_CHECKSUM)};
-    return built;
+    return WithHead(std::move(image), headSize, refer, place);
+}
+
+BuiltImage RebuildImage(const Block &image, const Refer &refer, const std::string &place) {
+    const Value body = BodyOf(*HeadOf(image), image);
+    const uint32_t headSize = BuiltHeadSize(refer);
+    Block rebuilt(headSize + body.length);
+    std::copy_n(body.bytes, body.length, &rebuilt.bytes[headSize]);
+    return WithHead(std::move(rebuilt), headSize, refer, place);
 }
 
 std::optional<Digest> BodyChecksum(const Block &image) {

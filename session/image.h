@@ -9,6 +9,7 @@
 #include <string>
 
 #include "session/files.h"
+#include "session/place.h"
 #include "tav/store.h"
 
 namespace session {
@@ -40,11 +41,12 @@ struct Refer {
  * Reads a file's image. Nothing when there is no such file. Throws Error: TAV_ERR_OPEN when it cannot be read;
  * TAV_ERR_INVALID when it is no regular file, empty, too large, or no archive with just the right member.
  *
- * @param path    the file
- * @param member  the name of an archive's only member; empty for a plain file
- * @param place   what errors are about
+ * @param place  the file
  */
-std::optional<ReadImage> ReadImageOf(const std::string &path, const std::string &member, const std::string &place);
+std::optional<ReadImage> ReadImageOf(const Place &place);
+
+/** The same for a file that holds what another one held, as a backup does; errors are about its path. */
+std::optional<ReadImage> ReadImageOf(const Place &place, const std::string &path);
 
 /** An image's content. */
 struct Content {
@@ -69,6 +71,9 @@ struct BuiltImage {
  * it is larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum.
  */
 BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::string &place);
+
+/** Builds an image with the body of another one, and a new head. Throws as BuildImage. */
+BuiltImage RebuildImage(const Block &image, const Refer &refer, const std::string &place);
 
 /** The body's checksum as an image's head states it; nothing when there is none. */
 std::optional<Digest> BodyChecksum(const Block &image);

@@ -3,6 +3,8 @@
  */
 #include "session/load.h"
 
+#include <fcntl.h>
+
 #include <ctime>
 
 #include <algorithm>
@@ -30,13 +32,13 @@ struct Look {
 };
 
 Look LookAt(const Place &place, const Refer &refer) {
-    const std::string member = place.IsArchive() ? place.Member() : "";
     try {
-        std::optional<ReadImage> read = ReadImageOf(place.Path(), member, place.given);
+        std::optional<ReadImage> read = ReadImageOf(place);
         if (!read) {
             return {};
         }
-        return {Loaded{ParseImage(read->image, place.Path(), refer, place.given), read->identity}, {}};
+        Content content = ParseImage(read->image, place.Path(), refer, place.given);
+        return {Loaded{std::move(read->image), std::move(content), read->identity}, {}};
     } catch (const tav::Error &error) {
         return {{}, error};
     }
@@ -111,6 +113,27 @@ std::optional<Loaded> Load(const Place &place, const Refer &refer, Clock::time_p
             throw *look.problem;
         }
         return {};
+    }
+}
+
+void RefuseMissing(const Place &place) {
+    throw tav::Error(TAV_ERR_MISSING, place.given, "there is no such file");
+}
+
+void RequireUsable(const Place &place, bool create) {
+    if (!create && IsMissing(place)) {
+        RefuseMissing(place);  // without a lock file, which would be left beside nothing
+    }
+    const std::optional<struct stat> status = StatusOf(place.Path());
+    if (!status) {
+        return;
+    }
+    if (!S_ISREG(status->st_mode)) {
+        throw tav::Error(TAV_ERR_INVALID, place.given,
+                         S_ISDIR(status->st_mode) ? "it is a folder" : "it is no regular file");
+    }
+    if (faccessat(AT_FDCWD, place.Path().c_str(), W_OK, AT_EACCESS) != 0) {
+        FailOfSystem(TAV_ERR_OPEN, place.given, "it may not be changed");
     }
 }
 

@@ -11,8 +11,9 @@
 
 namespace session {
 
-/** A file's content, and the state of the file that it comes from. */
+/** A file's image, what it holds, and the state of the file that it comes from. */
 struct Loaded {
+    Block image;
     Content content;
     Identity identity;
 };
@@ -24,6 +25,15 @@ struct Loaded {
  * TAV_ERR_INVALID when it does not load and stands still; TAV_ERR_OPEN when it cannot be read.
  */
 std::optional<Loaded> Load(const Place &place, const Refer &refer, Clock::time_point until);
+
+/** Throws Error (TAV_ERR_MISSING) that says that there is no file. */
+[[noreturn]] void RefuseMissing(const Place &place);
+
+/**
+ * Throws Error, before anything is done, when there is no file and none may be created (TAV_ERR_MISSING), when the file
+ * is no regular one (TAV_ERR_INVALID), and when the user may not write it (TAV_ERR_OPEN).
+ */
+void RequireUsable(const Place &place, bool create);
 
 /** Returns whether there is neither a file nor a backup of one. Throws Error when that cannot be told. */
 bool IsMissing(const Place &place);

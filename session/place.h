@@ -13,6 +13,7 @@ struct Place {
     std::string given;   // as the caller names it, for messages
     std::string folder;  // absolute, without links
     std::string name;
+    bool anyMember = false;  // as an archive it may hold a member of another name, as a renamed one does
 
     std::string Path() const { return Beside(name); }
     std::string Backup() const { return Path() + ".bak"; }

@@ -28,7 +28,7 @@ struct Former {
 /** Reads the file. Nothing when there is none, or it holds nothing that loads and is replaced all the same. */
 std::optional<Former> ReadFormer(const Place &place) {
     try {
-        std::optional<ReadImage> read = ReadImageOf(place.Path(), place.IsArchive() ? place.Member() : "", place.given);
+        std::optional<ReadImage> read = ReadImageOf(place);
         if (!read) {
             return {};
         }

@@ -69,9 +69,8 @@ struct Candidate {
 
 Candidate Examine(const std::string &path, const Place &place, const Refer &refer) {
     Candidate candidate{path};
-    const std::string member = place.IsArchive() ? place.Member() : "";
     try {
-        std::optional<ReadImage> read = ReadImageOf(path, member, path);
+        std::optional<ReadImage> read = ReadImageOf(place, path);
         candidate.exists = read.has_value();
         if (read) {
             ParseImage(read->image, path, CarriesRefer(read->image) ? refer : Refer(), path);  // one may, one not

@@ -16,7 +16,6 @@ struct CopyOptions {
     ReadOptions read = {};    /**< how the file is read; how long to wait for the target's lock, too */
     bool replaces = false;    /**< whether a target that is there loses what it holds */
     std::string comment = {}; /**< what the target's history keeps about it, UTF-8 */
-    bool anyMember = false;   /**< read an archive whose only member has another name, as that of a renamed one has */
 };
 
 /**
@@ -26,7 +25,7 @@ struct CopyOptions {
  *
  * @return false when the target holds the same image already; it is not touched then. Throws Error: as Snapshot for the
  *         file; as Session for the target, and TAV_ERR_REFUSED when it is there and may not be replaced;
- * TAV_ERR_INVALID when both are the same file, or the target is no configuration file
+ *         TAV_ERR_INVALID when both are the same file, or the target is no configuration file that loads
  */
 TAV_VISIBLE bool Copy(const std::string &from, const std::string &to, const CopyOptions &options = {});
 

@@ -47,6 +47,12 @@ struct Checkpoint {
     std::string checksum; /**< of its content */
 };
 
+/** How a history is changed. */
+struct HistoryOptions {
+    std::chrono::milliseconds wait{5000}; /**< how long to wait for the file's lock */
+    bool dryRun = false;                  /**< write nothing, only look whether it could be done */
+};
+
 /** The history of a file as it is when this object is made; no lock is taken. */
 class TAV_VISIBLE History {
   public:
@@ -72,7 +78,7 @@ class TAV_VISIBLE History {
 
     /**
      * Loads what the file held before its last `count` commits; an empty store where there was no file. The store's
-     * edits reach no file. Throws Error: TAV_ERR_NOT_FOUND when the history does not go back so far; TAV_ERR_INVALID
+     * edits reach no file. Throws Error: TAV_ERR_NOT_FOUND when the history does not go so far back; TAV_ERR_INVALID
      * when the copy is damaged; TAV_ERR_OPEN when it cannot be read, also because it has been dropped meanwhile.
      */
     Store Before(size_t count) const;
@@ -81,17 +87,16 @@ class TAV_VISIBLE History {
     Store At(const std::string &checkpoint) const;
 
     /**
-     * Switches the recording of commits on, or changes how many are kept. What was recorded before stays. Throws Error
-     * as opening a session does (the file must be there), and TAV_ERR_INVALID when `keep` is 0.
+     * Switches the recording of commits on, or changes how many are kept. What was recorded before stays.
      *
      * @param keep  the newest so many commits stay
-     * @param wait  how long to wait for the lock
+     * @return false when nothing had to be changed. Throws Error as opening a session does (the file must be there),
+     * and TAV_ERR_INVALID when `keep` is 0
      */
-    static void Start(const std::string &path, uint32_t keep = kKeep,
-                      std::chrono::milliseconds wait = std::chrono::seconds(5));
+    static bool Start(const std::string &path, uint32_t keep = kKeep, const HistoryOptions &options = {});
 
-    /** Switches the recording off. What was recorded stays, and so do checkpoints. Throws as Start. */
-    static void Stop(const std::string &path, std::chrono::milliseconds wait = std::chrono::seconds(5));
+    /** Switches the recording off. What was recorded stays, and so do checkpoints. Returns and throws as Start. */
+    static bool Stop(const std::string &path, const HistoryOptions &options = {});
 
     /**
      * Keeps the file's content under a name until it is removed, whether or not commits are recorded. Throws Error:
@@ -99,11 +104,10 @@ class TAV_VISIBLE History {
      * digit, and for one that is taken; TAV_ERR_NOT_SAVED; else as opening a session does.
      */
     static void AddCheckpoint(const std::string &path, const std::string &name, const std::string &comment = {},
-                              std::chrono::milliseconds wait = std::chrono::seconds(5));
+                              const HistoryOptions &options = {});
 
     /** Removes a checkpoint. Throws Error: TAV_ERR_NOT_FOUND when there is none of this name; else as AddCheckpoint. */
-    static void RemoveCheckpoint(const std::string &path, const std::string &name,
-                                 std::chrono::milliseconds wait = std::chrono::seconds(5));
+    static void RemoveCheckpoint(const std::string &path, const std::string &name, const HistoryOptions &options = {});
 
   private:
     std::string path_;

@@ -27,6 +27,7 @@ struct ReadOptions {
     std::string refer = {};               /**< the refer file, given exactly when the file carries its checksum */
     bool ignoreRefer = false;             /**< load it whatever refer file it carries the checksum of, if any */
     std::chrono::milliseconds wait{5000}; /**< how long to wait for a program that writes without a session */
+    bool anyMember = false;               /**< read an archive whose member has another name, as a renamed one has */
 };
 
 /** How a session is opened. */

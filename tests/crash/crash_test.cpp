@@ -2,8 +2,6 @@
  * What a crash leaves of files: processes killed at each call that changes files, and power lost after each.
  */
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
@@ -31,37 +29,6 @@ Record NewRecord() {
 
 Body BodyOf(const std::string &path) {
     return ::BodyOf(Open(TAV_EXT_MODE_READ_ONLY, path));
-}
-
-/** Becomes the tool, after a command of the shell. */
-int BecomeTool(const std::string &arguments, const std::string &first = ":") {
-    const std::string start =
-        "; LD_PRELOAD=" FILE_CALLS " ASAN_OPTIONS=verify_asan_link_order=0 exec " TAVCFG_PROGRAM " ";
-    const std::string command = first + start + arguments + " >/dev/null 2>&1";
-    return execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-}
-
-/** Runs the tool as RunChild does. */
-std::string RunTool(const std::string &arguments, unsigned lastTurn = 0, const std::string &first = ":") {
-    return RunChild(lastTurn, [&] { return BecomeTool(arguments, first); });
-}
-
-/** Runs the tool and looks on after each of its turns. Returns whether it has succeeded. */
-bool WatchTool(const std::string &arguments, const std::function<void(ino_t synced)> &watch) {
-    const TempFolder folder;
-    const std::string link = folder.Path("turn");
-    const pid_t tool = fork();
-    if (tool == 0) {
-        setenv(kStops, link.c_str(), 1);
-        _exit(BecomeTool(arguments));
-    }
-    int status = -1;
-    while (waitpid(tool, &status, WUNTRACED) == tool && WIFSTOPPED(status)) {
-        watch(std::stoul(fs::read_symlink(link).string()));
-        fs::remove(link);
-        kill(tool, SIGCONT);
-    }
-    return status == 0;
 }
 
 /** Settles what a crash has left. Returns whether there is something that loads. */
@@ -178,58 +145,6 @@ TEST(InPlace, KilledAtEachTurn) {
     EXPECT_THAT(found, testing::ElementsAre("write 2: old", "half of write 2: broken", "sync: broken",  //
                                             "write 4: broken", "half of write 4: broken", "sync: broken",
                                             "write 80: broken", "half of write 80: broken", "sync: new", "done: new"));
-}
-
-std::string SafePatch(const std::string &path) {
-    return "patch --safe " + path + " --vs 0 --class 13 14=1 15=0x0304 19=0x05060708";
-}
-
-/** The way around that: the file is the old or the new one whenever the tool is killed, and a second try succeeds. */
-TEST(SafePatch, KilledAtEachTurn) {
-    Sweep([&](unsigned turn) {
-        const Stage stage("x.dat", kOld);
-        fs::permissions(stage.path, fs::perms{0604});
-        const std::string end = RunTool(SafePatch(stage.path), turn);
-        const Body body = BodyOf(stage.path);
-        EXPECT_THAT(body, AnyOf(Eq(kNew), Eq(end == kDone ? kNew : kOld))) << end;
-        EXPECT_LE(ReadFolder(stage.Path()).size(), end == kDone ? 1u : 2u);  // a draft may be left
-        EXPECT_EQ(RunTool(SafePatch(stage.path)), kDone);
-        EXPECT_EQ(BodyOf(stage.path), kNew);
-        EXPECT_EQ(fs::status(stage.path).permissions(), fs::perms{0604});
-        return end;
-    });
-}
-
-TEST(SafePatch, PowerLostAfterEachCall) {
-    const Stage stage("x.dat", kOld);
-    Disk disk(stage.Path());
-    size_t tried = 0;
-    const auto tryAll = [&](bool isOver) {
-        disk.VisitStates([&](const Files &found) {
-            const TempFolder folder;
-            WriteFolder(folder, found);
-            const Body body = BodyOf(folder.Path("x.dat"));
-            EXPECT_THAT(body, AnyOf(Eq(kNew), Eq(isOver ? kNew : kOld))) << testing::PrintToString(found);
-            ++tried;
-        });
-    };
-    EXPECT_TRUE(WatchTool(SafePatch(stage.path), [&](ino_t synced) {
-        disk.Look(synced);
-        tryAll(false);
-    }));
-    tryAll(true);
-    EXPECT_GT(tried, 20u) << "calls are not seen";
-    std::cout << "patch --safe: " << tried << " states\n";
-}
-
-TEST(SafePatch, FailsCleanly) {
-    const Bytes brokenBehind = Join({kOld, VsTlv(1, {Tlv(13, Be32(1))})});
-    for (const auto &[first, body] : {std::pair("trap '' XFSZ; ulimit -f 0", kOld), {":", brokenBehind}}) {
-        const Stage stage("x.dat", body);
-        const Files before = ReadFolder(stage.Path());
-        EXPECT_EQ(RunTool(SafePatch(stage.path), 0, first), kFailed);
-        EXPECT_EQ(ReadFolder(stage.Path()), before);
-    }
 }
 
 /** At 32 MiB the log is moved away, and no line with it is lost. */

@@ -11,17 +11,7 @@
 #include <string>
 #include <utility>
 
-namespace {
-
-/** Lets the parent look on. */
-void Stop(ino_t synced) {
-    symlink(std::to_string(synced).c_str(), getenv(kStops));
-    raise(SIGSTOP);
-}
-
-}  // namespace
-
-std::function<void(ino_t synced)> g_watch = getenv(kStops) != nullptr ? Stop : nullptr;
+std::function<void(ino_t synced)> g_watch;
 unsigned g_failingTurn = 0;
 std::optional<size_t> g_room;
 

@@ -1,6 +1,6 @@
 /*
  * Stands between a process and the C library: each call that changes files is a turn, at which the process can be
- * killed or watched. Part of the test program, and preloaded into the command line tool.
+ * killed or watched. Part of the test program.
  */
 #ifndef TAV_TESTS_FILE_CALLS_H
 #define TAV_TESTS_FILE_CALLS_H
@@ -21,8 +21,5 @@ extern std::optional<size_t> g_room;
 
 /** Environment: the turn, from 1, at which to be killed; behind it the path of a symbolic link, to make to its name. */
 inline constexpr char kTurn[] = "TAV_TEST_TURN";
-
-/** Environment: stop after each turn; this is the path of a symbolic link, to make to what it has synced. */
-inline constexpr char kStops[] = "TAV_TEST_STOPS";
 
 #endif

@@ -10,6 +10,7 @@
 #include "crash.h"
 #include "store.h"
 #include "tav/history.h"
+#include "tav/patch.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ struct Scenario {
     const char *name, *file;
     bool hasHistory;
     Value before, after;
+    bool isPatched = false;  // instead of committed by a session
 };
 
 const Scenario kCommits[] = {
@@ -33,9 +35,17 @@ const Scenario kCommits[] = {
     {"deleted file with a history", "x.dat", true, 1, {}},
     {"new file with a history", "x.dat", true, {}, 1},
     {"changed archive with a history", "x.zip", true, 1, 2},
+    {"patched file", "x.dat", false, 1, 2, true},
+    {"patched archive with a history", "x.zip", true, 1, 2, true},
 };
 constexpr uint64_t kEarlier = 77;  // what the file held before that, as its history knows
 constexpr uint32_t kKept = 2;      // so that each commit drops the oldest
+
+/** A number in host order. */
+std::string Number(uint64_t number) {
+    const auto word = static_cast<uint32_t>(number);
+    return {reinterpret_cast<const char *>(&word), sizeof(word)};
+}
 
 int Commit(const std::string &path, Value value) {
     tav::Session session(path, {.create = true});
@@ -44,6 +54,15 @@ int Commit(const std::string &path, Value value) {
         session.Store().Add(0, tav::Record(13).With(14, 1).With(19, *value));
     }
     return session.Commit() ? 0 : 1;
+}
+
+/** Makes what comes after of what was before. */
+int Change(const Scenario &scenario, const std::string &path) {
+    if (!scenario.isPatched) {
+        return Commit(path, scenario.after);
+    }
+    const tav::Change set{tav::Verb::kSet, 0, 13, {{14, Number(1)}, {19, Number(*scenario.after)}}, {}};
+    return tav::Patch(path, set) ? 0 : 1;
 }
 
 Value ValueIn(const tav::Store &store) {
@@ -124,7 +143,7 @@ TEST(SessionCommit, KilledAtEachTurn) {
         SCOPED_TRACE(scenario.name);
         Sweep([&](unsigned turn) {
             const Stage stage(scenario);
-            const std::string end = RunChild(turn, [&] { return Commit(stage.path, scenario.after); });
+            const std::string end = RunChild(turn, [&] { return Change(scenario, stage.path); });
             ExpectConsistent(scenario, stage.path, end == kDone);
             return end;
         });
@@ -157,7 +176,7 @@ TEST(SessionCommit, PowerLostAfterEachCallAndReadersInBetween) {
             }
             tryAll(false);
         };
-        EXPECT_EQ(Commit(stage.path, scenario.after), 0);
+        EXPECT_EQ(Change(scenario, stage.path), 0);
         g_watch = nullptr;
         tryAll(true);  // what was reported as committed lasts
         EXPECT_GT(tried, 2u) << "calls are not seen";
@@ -170,7 +189,7 @@ bool TryToCommit(const Scenario &scenario, const Stage &stage) {
     bool isDone = false;
     std::string text;
     try {
-        isDone = Commit(stage.path, scenario.after) == 0;
+        isDone = Change(scenario, stage.path) == 0;
     } catch (const tav::Error &error) {
         text = error.what();
         EXPECT_THAT(error.Code(), AnyOf(TAV_ERR_NOT_SAVED, TAV_ERR_OPEN));
@@ -210,7 +229,7 @@ TEST(SessionCommit, DiskFullAtEachByte) {
             g_room = room;
             room += scenario.hasHistory ? 3 : 1;
             try {
-                isDone = Commit(stage.path, scenario.after) == 0;
+                isDone = Change(scenario, stage.path) == 0;
             } catch (const tav::Error &error) {
                 g_room = {};
                 EXPECT_EQ(error.Code(), TAV_ERR_NOT_SAVED);

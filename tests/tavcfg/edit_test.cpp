@@ -127,14 +127,24 @@ TEST_F(EditTest, PatchWritesInPlaceOrNotAtAll) {
         return Image(Join({VsTlv(0, {Rec13(5, 1)}), VsTlv(0, {Rec13(7, value), Rec13(9, 2)})}));
     };
     Put("x.dat", image(2));
-    EXPECT_EQ(Out("patch" + kIn13 + "14=7 15=9"), "patched VS 0 class 13 14=7 in x.dat\n");
-    EXPECT_EQ(WithoutTime(Content("x.dat")), image(9));
+    for (const std::string how : {"", " --safe"}) {
+        const uint32_t value = how.empty() ? 9 : 10;
+        const std::string patch = "patch" + kIn13 + "14=7 15=" + std::to_string(value) + how;
+        EXPECT_EQ(Out(patch + " --dry-run"), "set 0 13 14=7 15=" + std::to_string(value) + "\n");
+        EXPECT_EQ(Out(patch), "patched VS 0 class 13 14=7 in x.dat\n");
+        const Bytes patched = Content("x.dat");
+        EXPECT_EQ(WithoutTime(patched), image(value));
+        EXPECT_EQ(Out(patch), "nothing to write: x.dat holds the same already\n");
+        EXPECT_EQ(Content("x.dat"), patched);
+    }
     Refused(1, "no field 16", "patch" + kIn13 + "14=7 15=8 16=1");
     Refused(1, "field 15 has 2 bytes in the file, the new value 1", "patch" + kIn13 + "14=7 15=hex:01");
     Refused(1, "no such record", "patch" + kIn13 + "14=8 15=1");
     Refused(1, "no such record", "patch x.dat --vs 1 --class 13 14=7 15=1");
     Out("convert x.dat y.zip");
     Refused(1, "only a plain file whose name ends in .dat", "patch y.zip --vs 0 --class 13 14=7 15=1");
+    Out("patch --safe y.zip --vs 0 --class 13 14=7 15=1");
+    EXPECT_EQ(Out("diff x.dat y.zip --script || true"), "set 0 13 14=7 15=1\n");
     Put("y.dat", Image(VsTlv(0, {Rec13(5, 1), Tlv(13, Be32(1))})));
     Refused(1, "malformed at offset 138", "patch y.dat --vs 0 --class 13 14=7 15=1");
 }
@@ -149,7 +159,6 @@ TEST_F(EditTest, BrokenFilesAndMissingOnesWithABackupAreNotWritten) {
     for (const std::string command : {"add", "set", "del", "patch"}) {
         Refused(1, "checksum mismatch", command + " bad.dat" + record);
     }
-    Refused(1, "tavcfg recover", "patch x.dat" + record);
     for (const std::string &arguments :
          {"add gone.dat" + record, std::string("import gone.dat x.json"), std::string("import --merge gone.dat x.json"),
           std::string("convert x.dat gone.dat"), std::string("convert --rewrite x.dat gone.dat")}) {
@@ -193,7 +202,8 @@ TEST_F(EditTest, ScriptsAreAppliedAsAWholeOrNotAtAll) {
     unsetenv("TAV_NAMES");
     EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=9 --json"),
               "{\"vs\":0,\"class\":13,\"fields\":[[14,9],[18,\"192.0.2.1\"]]}\n");
-    EXPECT_EQ(Out("get x.dat --vs 0 --class route id=9 --names names.json"), "id=9\naddress=192.0.2.1\n");
+    EXPECT_EQ(Out("get x.dat --vs 0 --class route id=9 --names - <names.json"), "id=9\naddress=192.0.2.1\n");
+    Refused(2, "standard input is named twice", "apply x.dat - --names - <names.json");
     EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=9 --field 14 --raw | od -An -tx1"), " 00 00 00 09\n");
     Put("x.dat.names.json", Content("names.json"));
     Refused(1, "script: line 2: VS 0 class 13 14=9: there is a record with this key already", "apply x.dat script");
@@ -209,8 +219,9 @@ TEST_F(EditTest, ALockedFileIsReadAndNotWritten) {
     Out("export x.dat --output x.json");
     const tav::Lock lock(Path("x.dat"));
     for (const std::string &arguments :
-         {"set --wait 0.1" + kIn13 + "14=5 15=3", std::string("apply --wait 0 x.dat script"),
-          std::string("import --merge --wait 0 x.dat x.json")}) {
+         {"set --wait 0.1" + kIn13 + "14=5 15=3", "patch --wait 0" + kIn13 + "14=5 15=3",
+          std::string("apply --wait 0 x.dat script"), std::string("import --merge --wait 0 x.dat x.json"),
+          std::string("history start --wait 0 x.dat"), std::string("refer drop --wait 0 x.dat")}) {
         Refused(3, "is changing it", arguments);
     }
     EXPECT_EQ(Out("count x.dat"), "3\n");

@@ -10,12 +10,17 @@
 using FilesTest = ToolTest;
 
 TEST_F(FilesTest, ConvertKeepsEveryByte) {
+    EXPECT_EQ(Out("convert --dry-run x.dat x.zip"),
+              "add 0\nadd 0 13 14=5 15=1\nadd 0 13 14=7 15=2\nadd 0 7 8=ssh 9=22\nadd 3\n");
+    EXPECT_FALSE(Has("x.zip"));
     EXPECT_EQ(Out("convert x.dat x.zip"), "converted x.dat to x.zip\n");
     Put("y.dat", "what was there before");
     Refused(1, "no configuration file", "convert --force x.zip y.dat");
     Put("y.dat", Image(VsTlv(0, {Rec13(1, 1)})));
     Refused(1, "y.dat is there and holds something else: --force", "convert x.zip y.dat");
     Refused(1, "y.dat is there and holds something else: --force", "convert --rewrite x.zip y.dat");
+    Refused(1, "y.dat is there and holds something else: --force", "convert --dry-run x.zip y.dat");
+    EXPECT_THAT(Out("convert --force --dry-run x.zip y.dat"), HasSubstr("del 0 13 14=1\n"));
     Out("convert --force x.zip y.dat");
     EXPECT_EQ(Content("y.dat"), SmallImage());
     EXPECT_FALSE(Has("y.dat.bak"));
@@ -36,7 +41,9 @@ TEST_F(FilesTest, SalvageTakesWhatCanBeRead) {
     const auto salvaged = [this](const Bytes &image) {
         Put("bad.dat", image);
         const std::string said = Out("convert --salvage --force bad.dat y.dat");
-        return said.substr(0, said.find(" of bad.dat")) + "|" + Out("export --format jsonl y.dat");
+        const size_t end = said.find(" of bad.dat"), losses = said.find('\n') + 1;
+        return said.substr(0, end) + (losses < said.size() ? ", " + said.substr(losses) : "") + "|" +
+               Out("export --format jsonl y.dat");
     };
     const std::string r5 = "{\"vs\":0,\"class\":13,\"fields\":[[14,5],[15,1]]}\n";
     const std::string r7 = "{\"vs\":0,\"class\":13,\"fields\":[[14,7],[15,2]]}\n";
@@ -45,17 +52,17 @@ TEST_F(FilesTest, SalvageTakesWhatCanBeRead) {
     EXPECT_EQ(salvaged(Damaged(good, kChecksumAt)), "salvaged 3 records|" + r5 + r7 + ssh + vs3);
     const Bytes cut = Slice(good, 0, good.size() - 25);  // VS 3, and the end of the last record
     EXPECT_EQ(salvaged(cut),
-              "lost: VS 0 class 7 8=ssh: a record that is cut off at offset 160\n"
-              "lost: VS 0: the end, which was cut off, of what stands at offset 80\n"
-              "salvaged 2 records|" +
+              "salvaged 2 records, lost: VS 0 class 7 8=ssh: a record that is cut off at offset 160\n"
+              "lost: VS 0: the end, which was cut off, of what stands at offset 80\n|" +
                   r5 + r7);
     EXPECT_EQ(
         salvaged(Image(VsTlv(0, {Rec13(5, 1), Tlv(13, {Tlv(15, Be16(1))}), Tlv(99, Text("x")), Rec13(5, 2)}))),
-        "lost: VS 0 class 13: VS 0 class 13: it cannot be added: a key field is missing, or there is a record with"
+        "salvaged 1 record, lost: VS 0 class 13: VS 0 class 13: it cannot be added: a key field is missing, or there "
+        "is a record with"
         " this key already at offset 130\n"
         "lost: VS 0: what is of type 99 and no record at offset 148\n"
         "lost: VS 0 class 13: VS 0 class 13 14=5: it cannot be added: a key field is missing, or there is a record"
-        " with this key already at offset 157\nsalvaged 1 record|" +
+        " with this key already at offset 157\n|" +
             r5);
     Put("bad.dat", Text("nothing of the kind, nothing at all"));
     Refused(1, "no record in it can be read", "convert --salvage bad.dat z.dat");
@@ -81,7 +88,14 @@ TEST_F(FilesTest, AFailedWriteLeavesTheOldFile) {
 
 TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     const std::string at = " x.dat --vs 0 --class 13 14=5";
-    Out("history start x.dat --keep 3");
+    Refused(1, "none.dat: there is no such file", "history show none.dat");
+    const std::string start = "the last 3 commits of x.dat are kept ";
+    EXPECT_EQ(Out("history start x.dat --keep 3 --dry-run"), "dry run: " + start + "from now on\n");
+    EXPECT_EQ(Out("checkpoint x.dat first --dry-run"), "dry run: made checkpoint first of x.dat\n");
+    EXPECT_FALSE(Has(".x.dat.history"));
+    Refused(1, "no commit of it is kept", "rollback x.dat 1");
+    EXPECT_EQ(Out("history start x.dat --keep 3"), start + "from now on\n");
+    EXPECT_EQ(Out("history start x.dat --keep 3"), "nothing to write: " + start + "already\n");
     Out("checkpoint x.dat first --comment 'as it came'");
     Out("set" + at + " 15=2 --comment two");
     Out("set" + at + " 15=3");
@@ -98,8 +112,11 @@ TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     EXPECT_EQ(history["commits"][2]["back"], 1);
     EXPECT_EQ(history["checkpoints"][0]["comment"], "as it came");
     EXPECT_THAT(Out("history show x.dat"), HasSubstr("rollback first\n"));
+    Out("checkpoint x.dat first --remove --dry-run");
     Out("checkpoint x.dat first --remove");
-    Out("history stop x.dat");
+    Out("history stop x.dat --dry-run");
+    EXPECT_EQ(Out("history stop x.dat"), "commits of x.dat are no longer kept\n");
+    EXPECT_EQ(Out("history stop x.dat"), "nothing to write: commits of x.dat are not kept\n");
     for (const char *arguments :
          {"rollback x.dat first", "rollback x.dat 9", "diff x.dat@9 x.dat", "checkpoint x.dat 5"}) {
         EXPECT_NE(Run(arguments).code, 0) << arguments;
@@ -140,6 +157,8 @@ TEST_F(FilesTest, ReferFiles) {
     Refused(1, "refer checksum mismatch", "verify y.zip --refer r.dat");
     Refused(1, "refer checksum mismatch", "set y.zip --refer r.dat --vs 0 --class 13 14=5 15=9");
     EXPECT_EQ(Out("count y.zip --ignore-refer"), "3\n");
+    const std::string bound = "y.zip refers to r.dat as it is now\n";
+    EXPECT_EQ(Out("refer rebind y.zip --refer r.dat --dry-run"), "dry run: " + bound);
     EXPECT_EQ(Out("refer rebind y.zip --refer r.dat"), "y.zip refers to r.dat as it is now\n");
     Out("verify y.zip --refer r.dat");
     EXPECT_EQ(Out("refer drop y.zip"), "y.zip refers to no file any more\n");
@@ -151,9 +170,16 @@ TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
         Refused(1, "cannot write", command + " >/dev/full");
         Refused(1, "cannot write", command + " >&-");
     }
-    Refused(1, "x.dat was written, but standard output cannot be",
-            "verify x.dat; cp x.dat x; '" TAVCFG_PROGRAM
-            "' set x.dat --vs 0 --class 13 14=5 15=6 >/dev/full || (mv x x.dat; false)");
+    Put("bad.dat", Slice(SmallImage(), 0, SmallImage().size() - 25));
+    Put("x.dat.bak", SmallImage());
+    const std::string key = "x.dat --vs 0 --class 13 14=5";
+    for (const std::string &arguments :
+         {"set " + key + " 15=6", "patch " + key + " 15=7", "patch --safe " + key + " 15=8",
+          std::string("convert --salvage --force bad.dat x.dat"), std::string("history start x.dat"),
+          std::string("checkpoint x.dat a"), std::string("recover x.dat")}) {
+        EXPECT_THAT(Run(arguments + " >/dev/full").error,
+                    HasSubstr("x.dat was written, but standard output cannot be: No space left"));
+    }
     EXPECT_EQ(Out("show x.dat | head -1"), "VS 0, class 13: 2 records\n");
     // No file that is opened may take the place of a closed stream: the message would end up in it.
     EXPECT_EQ(Run("set x.dat --vs 0 --class 13 14=5 15=7 <&- >&-").code, 1);

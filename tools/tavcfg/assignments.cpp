@@ -154,14 +154,4 @@ tav::Record RecordOf(const tav::Change &change) {
     return record;
 }
 
-Record InFileOrder(const tav::Change &change) {
-    Record record{*change.cid, {}};
-    for (const auto &[fid, value] : change.fields) {
-        Bytes bytes(value.size(), '\0');
-        TAV_ExtTlvConvertEndian(fid, static_cast<uint32_t>(value.size()), value.data(), bytes.data());
-        record.fields.push_back({fid, std::move(bytes)});
-    }
-    return record;
-}
-
 }  // namespace tavcfg

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "model.h"
 #include "tav/changes.h"
 #include "tav/names.h"
 
@@ -53,9 +52,6 @@ tav::Change ParseKeyless(tav::Verb verb, const Place &place, const std::vector<s
 
 /** The record that the fields of a change are. Throws tav::Error. */
 tav::Record RecordOf(const tav::Change &change);
-
-/** The same with values in the order of the file. */
-Record InFileOrder(const tav::Change &change);
 
 }  // namespace tavcfg
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "errors.h"
+#include "tav/values.h"
 
 namespace tavcfg {
 
@@ -71,7 +72,7 @@ std::vector<Element> WalkBody(const Image &image, const Frame &frame, const Take
         const uint32_t id = ReadVsId(image, tlv);
         Element &element = ElementOf(elements, id);
         for (const Tlv &inner : Inside(image, tlv, fmt::format("VS {}", id))) {
-            if (IsRecordClass(inner.type)) {
+            if (tav::IsRecordClass(inner.type)) {
                 take(element, inner);
             }
         }

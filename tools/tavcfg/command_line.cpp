@@ -54,10 +54,18 @@ void RequireContext(const std::string &context) {
     }
 }
 
+/** Throws UsageError for a file that is standard input, where the password stands. */
+void RequireOtherInput(const char *option, const std::string &file) {
+    if (file == "-") {
+        throw UsageError(fmt::format("{}: standard input holds the password", option));
+    }
+}
+
 int RequireAndCheck(const PasswdCheckOptions &options) {
     if (options.user && options.isBasic && !options.isStrict) {
         throw UsageError("passwd check: --user needs --strict, the basic check does not look at names");
     }
+    RequireOtherInput("--history", options.history);
     return RunPasswdCheck(options);
 }
 
@@ -73,6 +81,7 @@ int RequireAndVerify(const PasswdVerifyOptions &options) {
     if (options.form.empty() == options.formFile.empty()) {
         throw UsageError("passwd verify: give either FORM or --from FILE");
     }
+    RequireOtherInput("--from", options.formFile);
     return RunPasswdVerify(options);
 }
 

@@ -8,15 +8,11 @@
 #include "errors.h"
 #include "salvage.h"
 #include "tav/copy.h"
+#include "tav/diff.h"
 
 namespace tavcfg {
 
 namespace {
-
-int SayUnchanged(const File &out) {
-    fmt::print("nothing to write: {} holds the same already\n", out.given);
-    return 0;
-}
 
 /** Throws Failure when OUT holds something else and may not lose it. */
 void RequireConsent(bool holdsElse, const ConvertOptions &options) {
@@ -25,73 +21,90 @@ void RequireConsent(bool holdsElse, const ConvertOptions &options) {
     }
 }
 
-/** Writes a store to OUT as a session does. */
-int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &options) {
-    WriteOptions write;
-    write.file = options.in;
+/** OUT as a file to write, whatever refer file it has been bound to. */
+WriteOptions WriteOut(const ConvertOptions &options) {
+    WriteOptions write = options.write;
     write.file.target.file = options.out;
-    write.comment = options.comment;
+    write.file.ignoresRefer = true;
+    return write;
+}
+
+/** Writes a store to OUT as a session does, or shows what that would change. */
+int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &options) {
+    const WriteOptions write = WriteOut(options);
     tav::Session session = OpenToWrite(write, true);
     RequireConsent(!session.IsNew() && Differ(session.Store(), store), options);
+    if (write.isDryRun) {
+        PrintScript(tav::Diff(session.Store(), store), write.file.shown);
+        return 0;
+    }
     session.Store() = std::move(store);
     return Commit(&session, write, done);
 }
 
-int CopyBytes(const ConvertOptions &options) {
-    const FileOptions &in = options.in;
+tav::Store ReadIn(const ConvertOptions &options) {
+    return std::move(Read(options.write.file).Store());
+}
+
+std::string Done(const ConvertOptions &options) {
+    return fmt::format("converted {} to {}", options.write.file.target.file.given, options.out.given);
+}
+
+bool Copy(const ConvertOptions &options) {
+    const FileOptions &in = options.write.file;
     try {
-        const tav::CopyOptions copy{.read = {.refer = ReferOf(in), .ignoreRefer = in.ignoresRefer, .wait = in.wait},
-                                    .replaces = options.replaces,
-                                    .comment = options.comment,
-                                    .anyMember = options.anyMember};
-        if (!tav::Copy(in.target.file.given, options.out.given, copy)) {
-            return SayUnchanged(options.out);
-        }
+        return tav::Copy(in.target.file.given, options.out.given,
+                         {.read = ReadingOf(in), .replaces = options.replaces, .comment = options.write.comment});
     } catch (const tav::Error &error) {
         if (error.Code() == TAV_ERR_REFUSED) {
             RequireConsent(true, options);
         }
-        if (error.Code() == TAV_ERR_INVALID && error.Place() == in.target.file.given) {
-            Read(in);  // says precisely what is wrong
-        }
-        if (error.Code() == TAV_ERR_BACKUP) {
-            throw Failure(fmt::format("{}: tavcfg recover {}", error.what(), error.Place()));
+        if (error.Place() == in.target.file.given) {
+            Diagnose(error, in);
+        } else if (error.Code() == TAV_ERR_BACKUP) {
+            Diagnose(error, WriteOut(options).file);
         }
         throw;
     }
-    PrintDone(options.out, fmt::format("converted {} to {}", in.target.file.given, options.out.given));
+}
+
+int CopyBytes(const ConvertOptions &options) {
+    if (Copy(options)) {
+        PrintDone(options.out, Done(options));
+    } else {
+        SayUnchanged(options.out);
+    }
     return 0;
 }
 
 int Salvage(const ConvertOptions &options) {
-    const File &in = options.in.target.file;
+    const File &in = options.write.file.target.file;
     Salvaged salvaged = SalvageFrom(in);
-    for (const std::string &loss : salvaged.losses) {
-        fmt::print("lost: {}\n", loss);
+    const int code = WriteAnew(std::move(salvaged.store),
+                               fmt::format("salvaged {} record{} of {} to {}, {} loss{}", salvaged.recordCount,
+                                           salvaged.recordCount == 1 ? "" : "s", in.given, options.out.given,
+                                           salvaged.losses.size(), salvaged.losses.size() == 1 ? "" : "es"),
+                               options);
+    for (const std::string &loss : salvaged.losses) {  // when it is written, as printing may fail
+        fmt::print("{}lost: {}\n", options.write.isDryRun ? "# " : "", loss);
     }
-    return WriteAnew(std::move(salvaged.store),
-                     fmt::format("salvaged {} record{} of {} to {}, {} loss{}", salvaged.recordCount,
-                                 salvaged.recordCount == 1 ? "" : "s", in.given, options.out.given,
-                                 salvaged.losses.size(), salvaged.losses.size() == 1 ? "" : "es"),
-                     options);
+    return code;
 }
 
 }  // namespace
 
 int RunConvert(const ConvertOptions &options) {
-    if (SameFile(options.in.target.file, options.out)) {
-        throw Failure(fmt::format("cannot convert {} to {}: they are the same file", options.in.target.file.given,
-                                  options.out.given));
+    const File &in = options.write.file.target.file;
+    if (SameFile(in, options.out)) {
+        throw Failure(fmt::format("cannot convert {} to {}: they are the same file", in.given, options.out.given));
     }
     if (options.salvages) {
         return Salvage(options);
     }
-    if (!options.rewrites) {
-        return CopyBytes(options);
+    if (options.rewrites || options.write.isDryRun) {
+        return WriteAnew(ReadIn(options), Done(options), options);
     }
-    tav::Snapshot snapshot = Read(options.in);
-    return WriteAnew(std::move(snapshot.Store()),
-                     fmt::format("converted {} to {}", options.in.target.file.given, options.out.given), options);
+    return CopyBytes(options);
 }
 
 }  // namespace tavcfg

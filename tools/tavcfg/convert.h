@@ -4,20 +4,16 @@
 #ifndef TAVCFG_CONVERT_H
 #define TAVCFG_CONVERT_H
 
-#include <string>
-
 #include "open.h"
 
 namespace tavcfg {
 
 struct ConvertOptions {
-    FileOptions in;
+    WriteOptions write;  // its file is the one to read
     File out;
-    bool rewrites;   // writes the records anew instead of copying every byte
-    bool salvages;   // takes what can be read of a damaged file
-    bool anyMember;  // of an archive, whatever its member is called
-    bool replaces;   // what OUT holds already
-    std::string comment;
+    bool rewrites;  // writes the records anew instead of copying every byte
+    bool salvages;  // takes what can be read of a damaged file
+    bool replaces;  // what OUT holds already
 };
 
 /** Copies a file. Throws Failure and tav::Error. */

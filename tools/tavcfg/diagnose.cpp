@@ -6,6 +6,7 @@
 
 #include "body.h"
 #include "errors.h"
+#include "tav/store.h"
 #include "value.h"
 
 namespace tavcfg {
@@ -105,9 +106,8 @@ void CheckRecords(const Model &model) {
     }
 }
 
-}  // namespace
-
-std::string Diagnose(const Image &image, const std::optional<File> &refer, uint32_t code) {
+/** Says why the library refuses an image; in the last resort, what it answered. */
+std::string Explanation(const Image &image, const std::optional<File> &refer, uint32_t code) {
     try {
         const Frame frame = ReadFrame(image);
         CheckHead(image, frame, refer);
@@ -119,6 +119,32 @@ std::string Diagnose(const Image &image, const std::optional<File> &refer, uint3
         return problem.what();
     }
     return Explain(code);
+}
+
+}  // namespace
+
+std::string LoadProblem(const Image &image, const Target &target) {
+    const tav::Store store = tav::Store::New(target.file.path, target.refer ? target.refer->path : "");
+    TAV_ExtCfgFileContext context = {};
+    context.local = store.Get();
+    context.referPath = target.ReferPath();
+    const uint32_t code = TAV_ParseExtCfgFileData(image.data.get(), image.size, &context);
+    return code == TAV_OK ? "" : Explanation(image, target.refer, code);
+}
+
+void RequireLoads(const Target &target) {
+    if (const std::string problem = LoadProblem(ReadImage(target.file), target); !problem.empty()) {
+        throw Damage(fmt::format("cannot load {}: {}", target.file.given, problem));
+    }
+}
+
+bool CarriesReferChecksum(const File &file) {
+    const Image image = ReadImage(file);
+    try {
+        return ReadFrame(image).HeadField(EXT_TLV_REFER_CHECKSUM) != nullptr;
+    } catch (const Problem &) {
+        return false;  // loading it will say what is wrong
+    }
 }
 
 std::string ReferProblem(const File &refer) {

@@ -12,13 +12,18 @@
 namespace tavcfg {
 
 /**
- * Says what keeps an image from loading.
+ * Says what keeps an image from loading; empty when it loads.
  *
- * @param image   the image, which the library has refused
- * @param refer   the refer file that was given, if any
- * @param code    what the library answered; the last resort
+ * @param image   the image
+ * @param target  its file, and the refer file that was given, if any
  */
-std::string Diagnose(const Image &image, const std::optional<File> &refer, uint32_t code);
+std::string LoadProblem(const Image &image, const Target &target);
+
+/** Throws Damage that says what is wrong with a file that does not load, Failure when it cannot be read. */
+void RequireLoads(const Target &target);
+
+/** Returns whether a file refers to another. Throws Failure when it cannot be read. */
+bool CarriesReferChecksum(const File &file);
 
 /** Says why a file cannot serve as a refer file; empty when it can. */
 std::string ReferProblem(const File &refer);

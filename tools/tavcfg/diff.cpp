@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <utility>
 
+#include "diagnose.h"
 #include "errors.h"
 #include "history.h"
-#include "store.h"
 #include "tav/json.h"
 #include "tav/script.h"
 #include "tav/values.h"

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "errors.h"
-#include "platform/bex_vfs.h"
 #include "tav_extcfg.h"
 
 namespace fs = std::filesystem;
@@ -52,24 +52,15 @@ bool SameFile(const File &a, const File &b) {
     return a.path == b.path || fs::equivalent(a.path, b.path, error);
 }
 
-void RequireWritable(const File &file) {
-    std::error_code error;
-    const fs::file_status status = fs::status(file.path, error);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        throw Failure(fmt::format("cannot write {}: it is not a regular file", file.given));
-    }
-    const File backup = {file.given + ".bak", file.path + ".bak", {}};
-    if (Exists(backup)) {
-        throw Failure(fmt::format("cannot write {}: a backup lies beside it, {}; look at it with: tavcfg recover {}",
-                                  file.given, backup.given, file.given));
-    }
-}
-
 std::string ReadText(const std::string &name) {
     struct Close {
         void operator()(std::FILE *file) const { fclose(file); }
     };
+    static bool hasReadInput = false;
     const bool isInput = name == "-";
+    if (isInput && std::exchange(hasReadInput, true)) {
+        throw UsageError("standard input is named twice, and can be read once");
+    }
     const std::unique_ptr<std::FILE, Close> file(isInput ? nullptr : fopen(name.c_str(), "rb"));
     std::FILE *source = isInput ? stdin : file.get();
     std::string text;
@@ -84,12 +75,6 @@ std::string ReadText(const std::string &name) {
                                   std::generic_category().message(errno)));
     }
     return text;
-}
-
-void MoveFile(const File &from, const File &to) {
-    if (const uint32_t code = BEX_VFS_MoveFile(from.path.c_str(), to.path.c_str()); code != 0) {
-        throw Failure(fmt::format("cannot move {} to {}: {}", from.given, to.given, Explain(code)));
-    }
 }
 
 }  // namespace tavcfg

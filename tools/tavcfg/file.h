@@ -36,17 +36,8 @@ bool Exists(const File &file);
 /** Returns whether two names lead to the same existing file. */
 bool SameFile(const File &a, const File &b);
 
-/**
- * Refuses to write something that is no regular file (the library would change the mode of a device), and a file beside
- * which a backup lies: the library would replace or delete that backup, which after a crash may be the only good copy.
- */
-void RequireWritable(const File &file);
-
-/** Reads a text file, or standard input for "-". Throws Failure. */
+/** Reads a text file, or standard input for "-", once. Throws Failure, and UsageError for another time. */
 std::string ReadText(const std::string &name);
-
-/** Moves a file, replacing what has the new name. Throws Failure. */
-void MoveFile(const File &from, const File &to);
 
 }  // namespace tavcfg
 

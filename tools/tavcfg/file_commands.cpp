@@ -24,10 +24,19 @@ Target TargetOf(const FileWords &words) {
     return {NamedFile(words.file), words.refer.empty() ? std::nullopt : std::optional(NamedFile(words.refer))};
 }
 
+/** The file of a command in which nothing is named. */
+FileOptions PlainFileOf(const FileWords &words) {
+    return {TargetOf(words), words.ignoreRefer, words.anyMember,
+            std::chrono::milliseconds(static_cast<int64_t>(words.wait * 1000))};
+}
+
+WriteOptions PlainWriteOf(const FileWords &words) {
+    return {PlainFileOf(words), words.dryRun, words.comment};
+}
+
 FileOptions FileOf(const FileWords &words) {
-    FileOptions options{TargetOf(words), words.ignoreRefer,
-                        std::chrono::milliseconds(static_cast<int64_t>(words.wait * 1000)),
-                        FindNames(words.names, words.file)};
+    FileOptions options = PlainFileOf(words);
+    options.names = FindNames(words.names, words.file);
     if (!words.names.empty()) {
         options.shown = options.names;
     }
@@ -111,7 +120,7 @@ int Edit(tav::Verb verb, const FileWords &words) {
 }
 
 HistoryOptions HistoryOf(const FileWords &words) {
-    return {FileOf(words), words.keep, words.json};
+    return {PlainWriteOf(words), words.keep, words.json};
 }
 
 int Import(const FileWords &words) {
@@ -130,8 +139,7 @@ int Convert(const FileWords &words) {
     if (words.salvage && (words.rewrite || words.anyMember)) {
         throw UsageError("convert: --salvage stands alone");
     }
-    return RunConvert({FileOf(words), NamedFile(words.other), words.rewrite, words.salvage, words.anyMember,
-                       words.force, words.comment});
+    return RunConvert({WriteOf(words), NamedFile(words.other), words.rewrite, words.salvage, words.force});
 }
 
 int Diff(const FileWords &words) {
@@ -153,13 +161,20 @@ int Diff(const FileWords &words) {
 
 /** Writes a file that may carry the checksum of another refer file, or of none any more. */
 int Rebind(const FileWords &words) {
-    WriteOptions write = WriteOf(words);
+    WriteOptions write = PlainWriteOf(words);
     write.file.ignoresRefer = true;
     tav::Session session = OpenToWrite(write, false);
     const std::string done = words.refer.empty() ? fmt::format("{} refers to no file any more", words.file)
                                                  : fmt::format("{} refers to {} as it is now", words.file, words.refer);
+    if (write.isDryRun) {
+        SayDone(write, done);
+        return 0;
+    }
     return Commit(&session, write, done);
 }
+
+constexpr char kShowScript[] = "write nothing, print the changes as a script";
+constexpr char kSayOnly[] = "change nothing, print what would be done";
 
 /** An option that may be given several times, each time with one value. */
 void AddList(CLI::App *command, const char *name, std::vector<std::string> &values, const char *text,
@@ -174,31 +189,46 @@ CLI::App *FileCommands::AddOnFile(const char *name, const char *fileName, const 
     CLI::App *command = (parent != nullptr ? parent : app_)->add_subcommand(name, help);
     command->callback([this, run] { invocation_->run = [words = words_, run] { return run(words); }; });
     command->add_option(fileName, words_.file, "the configuration file")->required();
-    command->add_option("--refer", words_.refer, "the file whose checksum FILE carries")->option_text("FILE");
     command->add_flag("--log", invocation_->logs, "switch the debug log on");
     return command;
 }
 
-/** Adds what tells how a file is read. */
-static void AddReading(CLI::App *command, FileWords *words) {
-    command->add_flag("--ignore-refer", words->ignoreRefer, "read FILE whatever refer file it carries the checksum of");
+CLI::Option *FileCommands::AddReferFile(CLI::App *command) {
+    return command->add_option("--refer", words_.refer, "the file whose checksum FILE carries")->option_text("FILE");
+}
+
+void FileCommands::AddWait(CLI::App *command) {
     command
-        ->add_option("--wait", words->wait,
+        ->add_option("--wait", words_.wait,
                      "how long to wait for the file's lock, and for a program that is writing it")
         ->option_text("SECONDS")
         ->check(CLI::Range(0.0, 86400.0));
 }
 
-/** Adds what commands on sessions and snapshots have in common. */
-static void AddShared(CLI::App *command, FileWords *words) {
-    command->add_option("--names", words->names, "JSON file with names of classes and fields")->option_text("FILE");
-    AddReading(command, words);
+/** Adds what tells how a file is read. */
+void FileCommands::AddReading(CLI::App *command) {
+    AddReferFile(command);
+    command->add_flag("--ignore-refer", words_.ignoreRefer, "read FILE whatever refer file it carries the checksum of");
+    AddWait(command);
+}
+
+void FileCommands::AddNames(CLI::App *command) {
+    command->add_option("--names", words_.names, "JSON text with names of classes and fields")->option_text("FILE");
+}
+
+void FileCommands::AddDryRun(CLI::App *command, const char *help) {
+    command->add_flag("--dry-run", words_.dryRun, help);
+}
+
+void FileCommands::AddComment(CLI::App *command) {
+    command->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
 }
 
 void FileCommands::AddWriteOptions(CLI::App *command) {
-    AddShared(command, &words_);
-    command->add_flag("--dry-run", words_.dryRun, "write nothing, print the changes as a script");
-    command->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
+    AddReading(command);
+    AddNames(command);
+    AddDryRun(command, kShowScript);
+    AddComment(command);
 }
 
 CLI::App *FileCommands::AddWriter(const char *name, const char *fileName, const char *help, Run run) {
@@ -226,20 +256,22 @@ CLI::App *FileCommands::AddEditor(const char *name, const char *arguments, const
 }
 
 void FileCommands::AddInfo() {
-    AddOnFile("info", "FILE", "show what a file is: version, times, sizes, checksums, counts of records",
-              [](const FileWords &words) {
-                  return RunInfo({TargetOf(words), words.json});
-              })
-        ->add_flag("--json", words_.json, "print JSON");
+    CLI::App *info =
+        AddOnFile("info", "FILE", "show what a file is: version, times, sizes, checksums, counts of records",
+                  [](const FileWords &words) {
+                      return RunInfo({TargetOf(words), words.json});
+                  });
+    AddReferFile(info);
+    info->add_flag("--json", words_.json, "print JSON");
     CLI::App *verify = AddOnFile("verify", "FILE", "check that a file loads; else say what is wrong",
-                                 [](const FileWords &words) { return RunVerify(FileOf(words)); });
-    AddReading(verify, &words_);
+                                 [](const FileWords &words) { return RunVerify(PlainFileOf(words)); });
+    AddReading(verify);
     verify->preparse_callback([this](size_t) { invocation_->failureCode = 2; });
     CLI::App *recover =
         AddOnFile("recover", "FILE", "after a crash: bring back the newest of FILE and FILE.bak that loads",
-                  [](const FileWords &words) { return RunRecover(FileOf(words), words.dryRun); });
-    AddReading(recover, &words_);
-    recover->add_flag("--dry-run", words_.dryRun, "move nothing, print what would be done");
+                  [](const FileWords &words) { return RunRecover(PlainWriteOf(words)); });
+    AddReading(recover);
+    AddDryRun(recover, kSayOnly);
 }
 
 void FileCommands::AddReaders() {
@@ -267,7 +299,8 @@ void FileCommands::AddReaders() {
     get->add_flag("--json", words_.json, "print JSON");
     get->add_flag("--raw", words_.raw, "print the bytes of the field's value as they stand in the file");
     for (CLI::App *command : {show, count, get}) {
-        AddShared(command, &words_);
+        AddReading(command);
+        AddNames(command);
     }
 }
 
@@ -300,13 +333,18 @@ void FileCommands::AddEditors() {
 void FileCommands::AddPatch() {
     CLI::App *patch = AddOnFile(
         "patch", "FILE", "write values of the same length in place, in a .dat file", [](const FileWords &words) {
-            const tav::Names names = FindNames(words.names, words.file);
-            const tav::Change change = ParseChange(tav::Verb::kSet, PlaceOf(words, names), words.arguments, names);
-            return RunPatch({TargetOf(words), change.vsId, InFileOrder(change), words.safe});
+            const WriteOptions write = WriteOf(words);
+            const tav::Names &names = write.file.names;
+            return RunPatch(
+                {write, ParseChange(tav::Verb::kSet, PlaceOf(words, names), words.arguments, names), words.safe});
         });
     AddPlace(patch, true);
     patch->add_option("FIELD=VALUE", words_.arguments, "fields of the record, its key fields among them")->required();
-    patch->add_option("--names", words_.names, "JSON file with names of classes and fields")->option_text("FILE");
+    AddReferFile(patch);
+    AddWait(patch);
+    AddNames(patch);
+    AddDryRun(patch, kShowScript);
+    AddComment(patch);
     patch->add_flag("--safe", words_.safe,
                     "patch a copy, and move it over FILE once it loads: no crash leaves a broken file");
 }
@@ -318,7 +356,8 @@ void FileCommands::AddJson() {
                      "keep what is in FILE; of a record that is there, overwrite the fields that JSON gives");
     import->add_flag("--force", words_.force, "replace what is in FILE");
     CLI::App *exporting = AddOnFile("export", "FILE", "print the content of a file as JSON", Export);
-    AddShared(exporting, &words_);
+    AddReading(exporting);
+    AddNames(exporting);
     AddPlace(exporting, false);
     exporting->add_option("--output", words_.output, "write to this file; - is standard output")->option_text("FILE");
     exporting->add_flag("--strict", words_.strict, "refuse a file that an import would not give back byte for byte");
@@ -331,18 +370,18 @@ void FileCommands::AddJson() {
 
 void FileCommands::AddConvert() {
     CLI::App *convert = AddOnFile("convert", "IN", "copy a file; plain or archive by the name of OUT", Convert);
-    AddShared(convert, &words_);
+    AddWriteOptions(convert);
     convert->add_option("OUT", words_.other, "the file to write")->required();
     convert->add_flag("--rewrite", words_.rewrite, "write the records anew, in order, and nothing but them");
     convert->add_flag("--salvage", words_.salvage, "take what can be read of a damaged file, and say what is lost");
     convert->add_flag("--any-member", words_.anyMember, "read an archive that has been renamed");
     convert->add_flag("--force", words_.force, "replace what is in OUT");
-    convert->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
 }
 
 void FileCommands::AddDiff() {
     CLI::App *diff = AddOnFile("diff", "A", "show records added (+), removed (-) and changed (~)", Diff);
-    AddShared(diff, &words_);
+    AddReading(diff);
+    AddNames(diff);
     diff->add_option("B", words_.other, "the other file")->required();
     AddPlace(diff, false);
     diff->add_flag("--script", words_.script, "print what apply needs to make B of A");
@@ -356,12 +395,12 @@ void FileCommands::AddRefer() {
     CLI::App *refer = app_->add_subcommand("refer", "bind a file to a refer file anew, or to none");
     refer->require_subcommand(1);
     CLI::App *rebind = AddOnFile("rebind", "FILE", "take over the checksum that the refer file has now", Rebind, refer);
-    rebind->get_option("--refer")->required();
+    AddReferFile(rebind)->required();
     CLI::App *drop = AddOnFile("drop", "FILE", "refer to no file any more", Rebind, refer);
-    drop->remove_option(drop->get_option("--refer"));
     for (CLI::App *command : {rebind, drop}) {
-        AddShared(command, &words_);
-        command->add_option("--comment", words_.comment, "what the history keeps about it")->option_text("TEXT");
+        AddWait(command);
+        AddDryRun(command, kSayOnly);
+        AddComment(command);
     }
 }
 
@@ -370,7 +409,7 @@ void FileCommands::AddSchema() {
     schema->callback([this] {
         invocation_->run = [words = words_] { return RunSchema({FindNames(words.names, ""), words.json}); };
     });
-    schema->add_option("--names", words_.names, "JSON file with names of classes and fields")->option_text("FILE");
+    AddNames(schema);
     schema->add_flag("--json", words_.json, "print JSON");
 }
 
@@ -392,13 +431,14 @@ void FileCommands::AddHistory() {
     show->add_flag("--json", words_.json, "print JSON");
     CLI::App *checkpoint =
         AddOnFile("checkpoint", "FILE", "keep what a file holds under a name", [](const FileWords &words) {
-            return RunCheckpoint({WriteOf(words), words.other, words.remove});
+            return RunCheckpoint({PlainWriteOf(words), words.other, words.remove});
         });
     checkpoint->add_option("NAME", words_.other, "the name")->required();
     checkpoint->add_flag("--remove", words_.remove, "keep it no longer");
-    checkpoint->add_option("--comment", words_.comment, "what is kept about it")->option_text("TEXT");
-    for (CLI::App *command : {start, stop, show, checkpoint}) {
-        AddShared(command, &words_);
+    AddComment(checkpoint);
+    for (CLI::App *command : {start, stop, checkpoint}) {
+        AddWait(command);
+        AddDryRun(command, kSayOnly);
     }
     AddWriter("rollback", "FILE", "bring back what a file held before; a commit like any other",
               [](const FileWords &words) {
@@ -413,7 +453,8 @@ void FileCommands::AddWatch() {
         AddOnFile("watch", "FILE", "print the changes of a file as they come", [](const FileWords &words) {
             return RunWatch({FileOf(words), words.json, words.command, words.limit});
         });
-    AddShared(watch, &words_);
+    AddReading(watch);
+    AddNames(watch);
     watch->add_flag("--json", words_.json, "print JSON, a change a line");
     watch->add_option("--exec", words_.command, "run this after each commit, with its changes as the input")
         ->option_text("COMMAND");

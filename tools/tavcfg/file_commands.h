@@ -58,6 +58,12 @@ class FileCommands {
     CLI::App *AddOnFile(const char *name, const char *fileName, const char *help, Run run, CLI::App *parent = nullptr);
     CLI::App *AddWriter(const char *name, const char *fileName, const char *help, Run run);
     CLI::App *AddEditor(const char *name, const char *arguments, const char *help, Run run);
+    CLI::Option *AddReferFile(CLI::App *command);
+    void AddWait(CLI::App *command);
+    void AddReading(CLI::App *command);
+    void AddNames(CLI::App *command);
+    void AddDryRun(CLI::App *command, const char *help);
+    void AddComment(CLI::App *command);
     void AddWriteOptions(CLI::App *command);
     void AddPlace(CLI::App *command, bool isRequired);
     void AddWhere(CLI::App *command);

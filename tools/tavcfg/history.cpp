@@ -95,29 +95,43 @@ void PrintCheckpoints(const tav::History &history) {
     table.Print();
 }
 
+tav::HistoryOptions ChangingOf(const WriteOptions &options) {
+    return {.wait = options.file.wait, .dryRun = options.isDryRun};
+}
+
 }  // namespace
 
 int RunHistoryStart(const HistoryOptions &options) {
-    tav::History::Start(options.file.target.file.given, options.keep, options.file.wait);
-    PrintDone(options.file.target.file, fmt::format("the last {} commits of {} are kept from now on", options.keep,
-                                                    options.file.target.file.given));
+    const std::string &name = options.write.file.target.file.given;
+    if (tav::History::Start(name, options.keep, ChangingOf(options.write))) {
+        SayDone(options.write, fmt::format("the last {} commits of {} are kept from now on", options.keep, name));
+    } else {
+        fmt::print("nothing to write: the last {} commits of {} are kept already\n", options.keep, name);
+    }
     return 0;
 }
 
 int RunHistoryStop(const HistoryOptions &options) {
-    tav::History::Stop(options.file.target.file.given, options.file.wait);
-    PrintDone(options.file.target.file,
-              fmt::format("commits of {} are no longer kept", options.file.target.file.given));
+    const std::string &name = options.write.file.target.file.given;
+    if (tav::History::Stop(name, ChangingOf(options.write))) {
+        SayDone(options.write, fmt::format("commits of {} are no longer kept", name));
+    } else {
+        fmt::print("nothing to write: commits of {} are not kept\n", name);
+    }
     return 0;
 }
 
 int RunHistoryShow(const HistoryOptions &options) {
-    const tav::History history(options.file.target.file.given);
+    const File &file = options.write.file.target.file;
+    const tav::History history(file.given);
+    if (!history.IsOn() && history.Commits().empty() && history.Checkpoints().empty() && !Exists(file)) {
+        throw Failure(fmt::format("{}: there is no such file", file.given));
+    }
     if (options.asJson) {
         PrintJson(history);
         return 0;
     }
-    fmt::print("history of {}: {}\n", options.file.target.file.given,
+    fmt::print("history of {}: {}\n", file.given,
                history.IsOn() ? fmt::format("on, the last {} commits are kept", history.Keep()) : "off");
     if (!history.Commits().empty()) {
         PrintCommits(history);
@@ -129,15 +143,14 @@ int RunHistoryShow(const HistoryOptions &options) {
 }
 
 int RunCheckpoint(const CheckpointOptions &options) {
-    const FileOptions &file = options.write.file;
-    const std::string &path = file.target.file.given;
+    const std::string &path = options.write.file.target.file.given;
     if (options.removes) {
-        tav::History::RemoveCheckpoint(path, options.name, file.wait);
+        tav::History::RemoveCheckpoint(path, options.name, ChangingOf(options.write));
     } else {
-        tav::History::AddCheckpoint(path, options.name, options.write.comment, file.wait);
+        tav::History::AddCheckpoint(path, options.name, options.write.comment, ChangingOf(options.write));
     }
-    PrintDone(file.target.file, fmt::format("{} {} of {}", options.removes ? "removed checkpoint" : "made checkpoint",
-                                            options.name, path));
+    SayDone(options.write,
+            fmt::format("{} {} of {}", options.removes ? "removed checkpoint" : "made checkpoint", options.name, path));
     return 0;
 }
 

@@ -12,12 +12,12 @@
 namespace tavcfg {
 
 struct HistoryOptions {
-    FileOptions file;
+    WriteOptions write;
     uint32_t keep;  // how many commits stay
     bool asJson;
 };
 
-/** Each switches the history on or off, or prints it. Throws tav::Error. */
+/** Each switches the history on or off, or prints it. Throws Failure and tav::Error. */
 int RunHistoryStart(const HistoryOptions &options);
 int RunHistoryStop(const HistoryOptions &options);
 int RunHistoryShow(const HistoryOptions &options);

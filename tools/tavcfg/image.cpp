@@ -24,33 +24,8 @@ namespace {
     throw Damage(fmt::format("cannot read {}: {}", file.given, why));
 }
 
-/** Throws Failure when something about the file itself keeps anyone from reading it, Damage when its size is wrong. */
-void RequireReadable(const File &file, const char *whatSize) {
-    const auto refuse = [&](const std::string &why) {
-        throw Failure(fmt::format("cannot read {}: {}", file.given, why));
-    };
-    std::error_code error;
-    const fs::file_status status = fs::status(file.path, error);
-    if (!fs::exists(status)) {
-        refuse(error ? error.message() : "No such file or directory");
-    }
-    if (!fs::is_regular_file(status)) {
-        refuse(fs::is_directory(status) ? "it is a directory" : "it is not a regular file");
-    }
-    if (access(file.path.c_str(), R_OK) != 0) {
-        refuse(std::generic_category().message(errno));
-    }
-    const uintmax_t size = fs::file_size(file.path, error);
-    if (!error && size == 0) {
-        RefuseContent(file, "it is empty");
-    }
-    if (!error && size > TAV_EXT_MAX_FILE_SIZE) {
-        RefuseContent(file, fmt::format("{} has {} bytes, more than 100 MiB", whatSize, size));
-    }
-}
-
 Image ReadPlain(const File &file) {
-    RequireReadable(file, "it");
+    RequireReadable(file);
     uint8_t *buffer = nullptr;
     Image image;
     const uint32_t code = TAV_ReadFileToBuffer(&buffer, &image.size, file.path.c_str());
@@ -66,7 +41,7 @@ Image ReadPlain(const File &file) {
  * the archive's, so it cannot read the backup of an archive; and it does not tell what is wrong.
  */
 Image ReadArchive(const File &file) {
-    RequireReadable(file, "the archive");
+    RequireReadable(file);
     const char *archive = file.path.c_str();
     const char *member = file.member.c_str();
     uint16_t count = 0;
@@ -100,6 +75,31 @@ Image ReadArchive(const File &file) {
 
 void BlockFree::operator()(uint8_t *block) const {
     MEL_Free_F(block, "tavcfg", __LINE__);
+}
+
+void RequireReadable(const File &file) {
+    const auto refuse = [&](const std::string &why) {
+        throw Failure(fmt::format("cannot read {}: {}", file.given, why));
+    };
+    std::error_code error;
+    const fs::file_status status = fs::status(file.path, error);
+    if (!fs::exists(status)) {
+        refuse(error ? error.message() : "No such file or directory");
+    }
+    if (!fs::is_regular_file(status)) {
+        refuse(fs::is_directory(status) ? "it is a directory" : "it is not a regular file");
+    }
+    if (access(file.path.c_str(), R_OK) != 0) {
+        refuse(std::generic_category().message(errno));
+    }
+    const uintmax_t size = fs::file_size(file.path, error);
+    if (!error && size == 0) {
+        RefuseContent(file, "it is empty");
+    }
+    if (!error && size > TAV_EXT_MAX_FILE_SIZE) {
+        RefuseContent(file,
+                      fmt::format("{} has {} bytes, more than 100 MiB", file.IsArchive() ? "the archive" : "it", size));
+    }
 }
 
 Image ReadImage(const File &file) {

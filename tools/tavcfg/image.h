@@ -22,6 +22,9 @@ struct Image {
     uint32_t size = 0;
 };
 
+/** Throws Failure when something about the file itself keeps anyone from reading it, Damage when its size is wrong. */
+void RequireReadable(const File &file);
+
 /** Reads a file. Throws Failure that says why it cannot be read, Damage when that is because of its content. */
 Image ReadImage(const File &file);
 

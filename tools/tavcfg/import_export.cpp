@@ -136,6 +136,9 @@ int RunImport(const ImportOptions &options) {
 }
 
 int RunExport(const ExportOptions &options) {
+    if (options.output != "-" && SameFile(options.file.target.file, NamedFile(options.output))) {
+        throw Failure(fmt::format("cannot export {} to itself", options.file.target.file.given));
+    }
     const tav::Snapshot snapshot = Read(options.file);
     RequireAsWritten(snapshot, options);
     TextOutput output(options.output);

@@ -8,7 +8,6 @@
 #include "body.h"
 #include "diagnose.h"
 #include "errors.h"
-#include "store.h"
 #include "value.h"
 
 using nlohmann::json;
@@ -39,16 +38,6 @@ std::string HeadHex(const Frame &frame, uint32_t type, size_t maxSize = Bytes::n
     return field == nullptr ? "" : ToHex(ValueOf(*field).substr(0, maxSize));
 }
 
-/** Why an image does not load; empty when it does. */
-std::string LoadProblem(const Target &target, const Image &image) {
-    try {
-        Store::Parse(target, image);
-        return {};
-    } catch (const Problem &problem) {
-        return problem.what();
-    }
-}
-
 /** Gathers what can be told of a file whose structure can be walked, be its checksum right or wrong. */
 Info Gather(const Target &target) {
     const Image image = ReadImage(target.file);
@@ -59,7 +48,7 @@ Info Gather(const Target &target) {
         TAV_GetFileSize(target.file.path.c_str(), &fileSize);
         const Tlv *time = frame.HeadField(EXT_TLV_MODIFY_TIME);
         const std::string version = HeadHex(frame, EXT_TLV_VERSION);
-        const std::string problem = LoadProblem(target, image);
+        const std::string problem = LoadProblem(image, target);
         if (!problem.empty()) {
             ReadBody(image, frame);  // throws where the TLVs of a record do not nest; in one that loads they do
         }

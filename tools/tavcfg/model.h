@@ -42,29 +42,8 @@ struct Vs {
 /** A file's content. */
 using Model = std::vector<Vs>;
 
-/** The virtual system of an id, or null. */
-const Vs *FindVs(const Model &model, uint32_t vsId);
-
-/** Returns whether TLVs of this type are records when they stand in a VS. */
-bool IsRecordClass(uint32_t type);
-
-/** The key fields of a class. */
-std::vector<uint32_t> KeyFids(uint32_t cid);
-
-/** Returns whether a field is one of its class's key fields. */
-bool IsKeyFid(uint32_t cid, uint32_t fid);
-
-/** What tells a record from all others of one VS, as bytes that are equal exactly for equal class and key. */
-Bytes KeyOf(const Record &record);
-
 /** Names a record for people: "VS 0 class 13 14=5". */
 std::string Describe(uint32_t vsId, const Record &record);
-
-/** Finds the record of a VS with the same class and key as the given one, or null. */
-const Record *FindRecord(const Vs &vs, const Record &key);
-
-/** Throws Problem when a record holds a field twice: where values are looked up by field, only the first counts. */
-void RefuseRepeats(const Record &record);
 
 /** Checks what the library demands of records, one by one and among each other. */
 class RecordCheck {

@@ -10,19 +10,15 @@
 
 #include "diagnose.h"
 #include "errors.h"
-#include "store.h"
 #include "tav/diff.h"
 #include "tav/script.h"
 
 namespace tavcfg {
 
-namespace {
-
-/** Throws Failure that says more precisely what a session has complained of, and the way out. */
 void Diagnose(const tav::Error &error, const FileOptions &options) {
     const File &file = options.target.file;
-    if (error.Code() == TAV_ERR_INVALID && options.ignoresRefer) {
-        ReadImage(file);
+    if (error.Code() == TAV_ERR_INVALID && (options.ignoresRefer || options.anyMember)) {
+        RequireReadable(file);
     } else if (error.Code() == TAV_ERR_INVALID) {
         RequireLoads(options.target);
     }
@@ -32,13 +28,21 @@ void Diagnose(const tav::Error &error, const FileOptions &options) {
     }
 }
 
-}  // namespace
-
 std::string ReferOf(const FileOptions &options) {
     return options.target.refer ? options.target.refer->path : "";
 }
 
+tav::ReadOptions ReadingOf(const FileOptions &options) {
+    return {.refer = ReferOf(options),
+            .ignoreRefer = options.ignoresRefer,
+            .wait = options.wait,
+            .anyMember = options.anyMember};
+}
+
 tav::Names FindNames(const std::string &given, const std::string &file) {
+    if (given == "-") {
+        return tav::Names::Parse(ReadText(given), "standard input");
+    }
     if (!given.empty()) {
         return tav::Names::Load(given);
     }
@@ -53,8 +57,7 @@ tav::Names FindNames(const std::string &given, const std::string &file) {
 
 tav::Snapshot Read(const FileOptions &options) {
     try {
-        return tav::Snapshot(options.target.file.given,
-                             {.refer = ReferOf(options), .ignoreRefer = options.ignoresRefer, .wait = options.wait});
+        return tav::Snapshot(options.target.file.given, ReadingOf(options));
     } catch (const tav::Error &error) {
         Diagnose(error, options);
         throw;
@@ -87,6 +90,18 @@ void PrintDone(const File &file, const std::string &line) {
     }
 }
 
+void SayDone(const WriteOptions &options, const std::string &line) {
+    if (options.isDryRun) {
+        fmt::print("dry run: {}\n", line);
+    } else {
+        PrintDone(options.file.target.file, line);
+    }
+}
+
+void SayUnchanged(const File &file) {
+    fmt::print("nothing to write: {} holds the same already\n", file.given);
+}
+
 bool Differ(const tav::Store &a, const tav::Store &b) {
     bool differ = false;
     const auto note = [&](auto...) { differ = true; };
@@ -99,7 +114,7 @@ int Commit(tav::Session *session, const WriteOptions &options, const std::string
     if (session->Commit(options.comment)) {
         PrintDone(file, done);
     } else {
-        fmt::print("nothing to write: {} holds the same already\n", file.given);
+        SayUnchanged(file);
     }
     return 0;
 }

@@ -20,6 +20,7 @@ namespace tavcfg {
 struct FileOptions {
     Target target;
     bool ignoresRefer = false;
+    bool anyMember = false;  // of an archive, whatever its member is called
     std::chrono::milliseconds wait{5000};
     tav::Names names = {};  // what may stand for numbers
     tav::Names shown = {};  // what is shown for numbers
@@ -41,6 +42,13 @@ tav::Names FindNames(const std::string &given, const std::string &file);
 /** The refer file's path as sessions want it: empty without one. */
 std::string ReferOf(const FileOptions &options);
 
+/** How a file is read, as sessions want it. */
+tav::ReadOptions ReadingOf(const FileOptions &options);
+
+/** Throws Failure that says more precisely what a session or snapshot has complained of, with the way out; or returns.
+ */
+void Diagnose(const tav::Error &error, const FileOptions &options);
+
 /** Reads a file. Throws tav::Error, and Failure that says precisely what is wrong with a file that does not load. */
 tav::Snapshot Read(const FileOptions &options);
 
@@ -52,6 +60,12 @@ void PrintPiece(std::string_view text);
 
 /** Prints a line about what was written, at once: throws Failure that says so when it cannot be printed. */
 void PrintDone(const File &file, const std::string &line);
+
+/** The same, or what would have been done when it is a dry run: for commands that change no record. */
+void SayDone(const WriteOptions &options, const std::string &line);
+
+/** Says that nothing had to be written. */
+void SayUnchanged(const File &file);
 
 /** Returns whether one of two stores has a virtual system or record that the other one lacks, or has otherwise. */
 bool Differ(const tav::Store &a, const tav::Store &b);

@@ -6,14 +6,15 @@
 
 namespace tavcfg {
 
-int RunRecover(const FileOptions &options, bool isDryRun) {
+int RunRecover(const WriteOptions &options) {
+    const FileOptions &file = options.file;
     const tav::Recovery recovery = tav::Recover(
-        options.target.file.given,
-        {.refer = ReferOf(options), .ignoreRefer = options.ignoresRefer, .wait = options.wait, .dryRun = isDryRun});
-    if (recovery.moves.empty() || isDryRun) {
-        fmt::print("{}{}\n", isDryRun ? "dry run: " : "", recovery.text);
+        file.target.file.given,
+        {.refer = ReferOf(file), .ignoreRefer = file.ignoresRefer, .wait = file.wait, .dryRun = options.isDryRun});
+    if (recovery.moves.empty()) {
+        fmt::print("{}\n", recovery.text);
     } else {
-        PrintDone(options.target.file, recovery.text);
+        SayDone(options, recovery.text);
     }
     return 0;
 }

@@ -12,7 +12,7 @@
 namespace tavcfg {
 
 /** Brings the right one of a file and its backup back, and moves the other one aside. Throws tav::Error. */
-int RunRecover(const FileOptions &options, bool isDryRun);
+int RunRecover(const WriteOptions &options);
 
 }  // namespace tavcfg
 
