@@ -59,8 +59,12 @@ void Complete(const Place &place) {
     Sync(draft.Get(), place.given);
 }
 
-void RemoveFolder(const Place &place, std::error_code &error) {
-    std::filesystem::remove_all(place.DraftFolder(), error);
+void RemoveFolder(const Place &place, std::error_code &error) noexcept {
+    try {
+        std::filesystem::remove_all(place.DraftFolder(), error);
+    } catch (const std::bad_alloc &) {
+        error = std::make_error_code(std::errc::not_enough_memory);
+    }
 }
 
 }  // namespace
