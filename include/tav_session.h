@@ -33,7 +33,8 @@
 
 /** What TAV_SessionOpen may do. */
 enum {
-    TAV_SESSION_CREATE = 1 /**< a file that is not there is made by the first commit */
+    TAV_SESSION_CREATE = 1, /**< a file that is not there is made by the first commit */
+    TAV_SESSION_REPLACE = 2 /**< start empty, also where the file does not load; but keep what it is */
 };
 
 /** An open session. */
@@ -48,7 +49,7 @@ typedef struct TAV_SessionLockHolder TAV_SessionLockHolder;
  * @param path     the file; an archive when its real name ends in ".zip"
  * @param refer    the refer file, or null; must be given exactly when the file carries a refer checksum
  * @param waitMs   how long to wait, in milliseconds, for the lock and for a program that writes without a session
- * @param flags    0 or TAV_SESSION_CREATE
+ * @param flags    TAV_SESSION_CREATE, TAV_SESSION_REPLACE, both, or 0
  * @param session  receives the session, the caller's (TAV_SessionClose); null on failure
  * @return TAV_OK; TAV_ERR_NULL for a null path or session; TAV_ERR_LOCKED; TAV_ERR_BACKUP; TAV_ERR_MISSING for a file
  *         that is not there and may not be created; TAV_ERR_INVALID when the file does not load, or is no regular file;
@@ -63,6 +64,15 @@ TAV_API uint32_t TAV_SessionOpen(const char *path, const char *refer, uint32_t w
  * it: neither TAV_ExtCfgFlush nor TAV_ExtCfgClose may be called for it. Null for a null session.
  */
 TAV_API CfgLocal *TAV_SessionStore(TAV_Session *session);
+
+/**
+ * Puts another store in the place of the session's, which is closed.
+ *
+ * @param session  the session
+ * @param store    the store; the session's from then on. It must be no other session's, no watch's, and not read-only
+ * @return TAV_OK; TAV_ERR_NULL, and then the store stays the caller's
+ */
+TAV_API uint32_t TAV_SessionReplace(TAV_Session *session, CfgLocal *store);
 
 /**
  * Brings the store to the file, which holds the whole old or the whole new content at every moment. A store without
@@ -125,10 +135,16 @@ TAV_API void TAV_SessionUnlock(TAV_SessionLockHolder *holder);
 TAV_API uint32_t TAV_SessionRecover(const char *path, const char *refer, uint32_t waitMs);
 
 /**
- * Returns why this thread's last call of a function above that returns a code has failed, or what it has recovered: one
- * line, with the file, the cause and the way out. Empty after any other success. Valid until the thread's next such
- * call; never null.
+ * Returns why this thread's last call of a function that returns a code, here and in tav_store.h, tav_changes.h,
+ * tav_history.h and tav_watch.h, has failed, or what it has recovered: one line, with the file, the cause and the way
+ * out. Empty after any other success. Valid until the thread's next such call; never null.
  */
 TAV_API const char *TAV_SessionErrorText(void);
+
+/**
+ * Returns what that text is about, with which it begins: a file, a line of a script, a record. Empty when it says no
+ * such thing, and after a success. As TAV_SessionErrorText.
+ */
+TAV_API const char *TAV_SessionErrorPlace(void);
 
 #endif

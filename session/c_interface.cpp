@@ -1,10 +1,9 @@
 /*
- * The C interface: the C++ one, with codes for exceptions.
+ * The C interface of sessions: the C++ one, with codes for exceptions.
  */
-#include <new>
-#include <optional>
-#include <string>
+#include <utility>
 
+#include "session/c_call.h"
 #include "tav/session.h"
 
 struct TAV_Session {
@@ -15,52 +14,9 @@ struct TAV_SessionLockHolder {
     tav::Lock lock;
 };
 
-namespace {
-
-/** The text of the thread's last call; a fixed one when there was no memory for it. */
-struct LastText {
-    std::string text;
-    bool isShort = false;
-};
-thread_local LastText t_last;
-
-void Keep(const char *text) noexcept {
-    try {
-        t_last.text = text;
-        t_last.isShort = false;
-    } catch (...) {
-        t_last.isShort = true;
-    }
-}
-
-/** Makes a call whose exceptions become codes. */
-template <typename Call>
-uint32_t Guard(Call call) noexcept {
-    try {
-        t_last = {};
-        return call();
-    } catch (const tav::Error &error) {
-        Keep(error.what());
-        return error.Code();
-    } catch (const std::bad_alloc &) {
-        Keep("memory is short");
-        return TAV_ERR_NO_MEMORY;
-    } catch (const std::exception &error) {
-        Keep(error.what());
-        return TAV_ERR_COPY;
-    }
-}
-
-uint32_t RefuseNull() noexcept {
-    Keep("a pointer is null");
-    return TAV_ERR_NULL;
-}
-
-std::string TextOf(const char *text) {
-    return text != nullptr ? text : "";
-}
-
-}  // namespace
+using session::Guard;
+using session::RefuseNull;
+using session::TextOf;
 
 uint32_t TAV_SessionOpen(const char *path, const char *refer, uint32_t waitMs, uint32_t flags, TAV_Session **session) {
     if (session != nullptr) {
@@ -72,13 +28,24 @@ uint32_t TAV_SessionOpen(const char *path, const char *refer, uint32_t waitMs, u
     return Guard([&] {
         *session = new TAV_Session{tav::Session(path, {.refer = TextOf(refer),
                                                        .wait = std::chrono::milliseconds(waitMs),
-                                                       .create = (flags & TAV_SESSION_CREATE) != 0})};
+                                                       .create = (flags & TAV_SESSION_CREATE) != 0,
+                                                       .replace = (flags & TAV_SESSION_REPLACE) != 0})};
         return TAV_OK;
     });
 }
 
 CfgLocal *TAV_SessionStore(TAV_Session *session) {
     return session != nullptr ? session->session.Store().Get() : nullptr;
+}
+
+uint32_t TAV_SessionReplace(TAV_Session *session, CfgLocal *store) {
+    if (session == nullptr || store == nullptr) {
+        return RefuseNull();
+    }
+    return Guard([&] {
+        session->session.Store() = tav::Store(store);
+        return TAV_OK;
+    });
 }
 
 uint32_t TAV_SessionCommit(TAV_Session *session, const char *comment) {
@@ -130,11 +97,7 @@ uint32_t TAV_SessionRecover(const char *path, const char *refer, uint32_t waitMs
     return Guard([&] {
         const tav::Recovery recovery =
             tav::Recover(path, {.refer = TextOf(refer), .wait = std::chrono::milliseconds(waitMs)});
-        Keep(recovery.text.c_str());
+        session::KeepText(recovery.text.c_str());
         return recovery.moves.empty() ? TAV_ERR_UNCHANGED : TAV_OK;
     });
-}
-
-const char *TAV_SessionErrorText(void) {
-    return t_last.isShort ? "memory is short" : t_last.text.c_str();
 }

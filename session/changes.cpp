@@ -299,6 +299,12 @@ class Application {
     std::vector<VsStep> vsSteps_;
 };
 
+void RequireWritable(const Store &store) {
+    if (store.Get()->mode == TAV_EXT_MODE_READ_ONLY) {
+        throw Error(TAV_ERR_REFUSED, "", "the store is read-only");
+    }
+}
+
 /** Where a change stands, for people. */
 std::string PlaceOf(const Change &change, size_t index) {
     return change.line != 0 ? fmt::format("line {}", change.line) : fmt::format("change {}", index + 1);
@@ -320,9 +326,7 @@ bool IsSameRecord(const Change &a, const Change &b) {
 }  // namespace
 
 Changes Apply(const Changes &changes, Store *store) {
-    if (store->Get()->mode == TAV_EXT_MODE_READ_ONLY) {
-        throw Error(TAV_ERR_REFUSED, "", "the store is read-only");
-    }
+    RequireWritable(*store);
     Application application(store);
     for (size_t i = 0; i < changes.size(); ++i) {
         try {
@@ -336,6 +340,17 @@ Changes Apply(const Changes &changes, Store *store) {
         }
     }
     return application.Inverse();
+}
+
+void Make(const Change &change, Store *store) {
+    RequireWritable(*store);
+    Application application(store);
+    try {
+        application.Make(change);
+    } catch (...) {
+        application.TakeBack();
+        throw;
+    }
 }
 
 void Clear(Store *store) {

@@ -63,6 +63,11 @@ using Changes = std::vector<Change>;
  */
 TAV_VISIBLE Changes Apply(const Changes &changes, Store *store);
 
+/**
+ * Makes one change in a store, in memory only. Throws as Apply does, with what the change is for as its place.
+ */
+TAV_VISIBLE void Make(const Change &change, Store *store);
+
 /** Takes every virtual system out of a store, which must not be read-only. */
 TAV_VISIBLE void Clear(Store *store);
 
