@@ -54,7 +54,8 @@ class Patience {
         const std::optional<struct stat> file = StatusOf(place_.Path()), backup = StatusOf(place_.Backup());
         const auto now = Clock::now();
         const Identity identity = IdentityOf(file);
-        if (identity != seen_) {
+        const bool isAnother = identity != seen_;  // than that which was looked at, perhaps
+        if (isAnother) {
             seen_ = identity;
             seenSince_ = now;
         }
@@ -63,7 +64,7 @@ class Patience {
         const bool isFlushed = backup && Age(backup->st_ctim) < kLongestFlush;
         isLeftBehind_ = backup.has_value();
         if (now >= until_ || missingLooks_ == kMissingLooks ||
-            (!isFlushed && (isLeftBehind_ || (!isMissing && isStill)))) {
+            (!isFlushed && !isAnother && (isLeftBehind_ || (!isMissing && isStill)))) {
             return false;
         }
         std::this_thread::sleep_for(kPause);
