@@ -5,7 +5,7 @@
  * Messages are taken, read, sent and returned through platform/dms_message.h. Codes are errno values. All functions may
  * be called by several threads at a time, but a port must be at rest when it is unbound. A port belongs to one process:
  * a child that is forked without exec leaves it alone. docs/hosted-platform.md says what is promised, and who may send
- * what.
+ * what; docs/fleet.md what differs where TAV_BUS_URL is set and messages go over servers, to other machines, too.
  */
 #ifndef TAV_POSIX_BUS_H
 #define TAV_POSIX_BUS_H
@@ -65,8 +65,12 @@ typedef void (*TAV_Posix_BusRefusalVisitor)(const TAV_Posix_BusRefusal *refusal,
  * @return 0; EADDRINUSE when a live process, this one included, has bound the component, and when a file that is no
  *         socket, or not this user's to remove, stands where its socket should; EACCES when another user has had it,
  *         also for root, when the folder is closed to this user, and when it is not safe (docs/hosted-platform.md);
- * ENAMETOOLONG when TAV_BUS_PATH is too long; EINVAL for a null argument, component 0, and when TAV_BUS_PATH is no
- * absolute path; else the system's code
+ *         ENAMETOOLONG when TAV_BUS_PATH is too long; EINVAL for a null argument, component 0, and when TAV_BUS_PATH
+ *         is no absolute path; else the system's code. Over servers, where it takes 2 seconds at most, and 2 a server
+ *         to connect: EADDRINUSE also when who has bound it does not answer; EACCES when a server does not allow it or
+ *         refuses the process; ECONNREFUSED without a server; ENOTCONN, ECONNRESET or ETIMEDOUT when the connection is
+ *         away; ENOTSUP in a process that was forked from one that has used the bus; EINVAL for settings that are
+ *         none; ELIBACC or ELIBBAD without the module
  */
 uint32_t TAV_Posix_BusBind(uint32_t componentId, TAV_Posix_BusPort **port);
 
@@ -81,8 +85,7 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port);
  * Receives the next message. Behind its end there are at least 64 KiB of zero bytes that may be read.
  *
  * Every call takes all datagrams out of the kernel's queue, which is short and common to all senders, and keeps those
- * that are messages for later calls: up to TAV_POSIX_BUS_MAX_WAITING of each sender, 1024 in all. What a sender has
- * sent beyond its share is dropped; when there are as many as may be in all, the others wait in the kernel.
+ * that are messages for later calls, up to TAV_POSIX_BUS_MAX_WAITING. When as many wait, the others stay in the kernel.
  *
  * @param port       the port
  * @param timeoutMs  time limit in milliseconds; 0 looks once, -1 waits without limit. Datagrams that are dropped do not
@@ -90,13 +93,15 @@ void TAV_Posix_BusUnbind(TAV_Posix_BusPort *port);
  * @param message    where the message goes, the caller's until DMS_MsgFree; left alone on failure
  * @param length     where its length in bytes goes; left alone on failure
  * @return 0; ETIMEDOUT when there was no message in time; EINTR when a signal came; ENOMEM when memory is short, and
- *         the message waits on; EINVAL for a null argument; else the system's code
+ *         the message waits on; EINVAL for a null argument; else the system's code. Over servers, once no message
+ *         waits: EADDRINUSE when the connection was away and another process has bound the component meanwhile,
+ *         ENOTCONN when it has ended for good; the port is of no more use then
  */
 uint32_t TAV_Posix_BusReceive(TAV_Posix_BusPort *port, int32_t timeoutMs, void **message, uint32_t *length);
 
 /**
- * Returns a descriptor that is readable while datagrams or messages wait, for poll(2) and its like, and for nothing
- * else. It belongs to the port, which must not be null.
+ * Returns a descriptor that is readable while datagrams or messages wait, or there is a failure to be received that
+ * stays, for poll(2) and its like, and for nothing else. It belongs to the port, which must not be null.
  */
 int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
 
@@ -109,7 +114,8 @@ int TAV_Posix_BusFd(const TAV_Posix_BusPort *port);
  * @param vr         the virtual router
  * @param vsId       the virtual system
  * @return 0; EPERM or EACCES when another user has announced it and the folder does not let this user replace it;
- *         EINVAL for a null port and for kind 0; EIO without random numbers; else the system's code
+ *         EINVAL for a null port and for kind 0; EIO without random numbers; else the system's code. Over servers:
+ *         EACCES when the server does not allow it; ENOTCONN or ECONNRESET when the connection is away
  */
 uint32_t TAV_Posix_BusServe(const TAV_Posix_BusPort *port, uint32_t component, uint32_t vr, uint32_t vsId);
 

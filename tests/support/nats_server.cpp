@@ -22,6 +22,13 @@ void Run(const std::string &command) {
     }
 }
 
+/** The first port behind a key of the file in which the server tells its ports; 0 without one. */
+int PortBehind(const std::string &told, const std::string &key) {
+    const std::string host = "127.0.0.1:";
+    const size_t at = told.find(key), place = told.find(host, at);
+    return at != std::string::npos && place != std::string::npos ? std::stoi(told.substr(place + host.size())) : 0;
+}
+
 }  // namespace
 
 NatsServer::NatsServer(const std::string &configuration) : configuration_(configuration) {
@@ -42,9 +49,9 @@ void NatsServer::Start() {
     const std::string ports = folder_.Path("nats-server_" + std::to_string(process_) + ".ports");
     for (int i = 0; i < 2000; ++i) {
         const std::string told = FileExists(ports) ? TextOf(ports) : "";
-        const size_t at = told.find("127.0.0.1:");
-        if (at != std::string::npos) {
-            port_ = std::stoi(told.substr(at + sizeof("127.0.0.1:") - 1));
+        if (told.ends_with("}")) {
+            port_ = PortBehind(told, "\"nats\"");
+            clusterPort_ = PortBehind(told, "\"cluster\"");
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

@@ -22,7 +22,9 @@ class NatsServer {
     std::string Url(const std::string &scheme = "nats", const std::string &host = "127.0.0.1") const {
         return scheme + "://" + host + ":" + std::to_string(port_);
     }
-    pid_t Process() const { return process_; }
+
+    /** Where other servers of its cluster find it; its configuration must say that it has one. */
+    std::string ClusterUrl() const { return "nats://127.0.0.1:" + std::to_string(clusterPort_); }
 
     /** Kills it, and starts it again on the same port. */
     void Kill();
@@ -32,6 +34,7 @@ class NatsServer {
     TempFolder folder_;
     std::string configuration_;
     int port_ = -1;  // the server's choice at first
+    int clusterPort_ = 0;
     pid_t process_ = 0;
 };
 
