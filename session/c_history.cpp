@@ -130,21 +130,21 @@ uint32_t TAV_HistoryAt(const TAV_History *history, const char *name, CfgLocal **
 }
 
 uint32_t TAV_HistoryStart(const char *path, uint32_t keep, uint32_t waitMs) {
-    return Do(path == nullptr, [&] { tav::History::Start(path, keep, milliseconds(waitMs)); });
+    return Do(path == nullptr, [&] { tav::History::Start(path, keep, {.wait = milliseconds(waitMs)}); });
 }
 
 uint32_t TAV_HistoryStop(const char *path, uint32_t waitMs) {
-    return Do(path == nullptr, [&] { tav::History::Stop(path, milliseconds(waitMs)); });
+    return Do(path == nullptr, [&] { tav::History::Stop(path, {.wait = milliseconds(waitMs)}); });
 }
 
 uint32_t TAV_HistoryAddCheckpoint(const char *path, const char *name, const char *comment, uint32_t waitMs) {
     return Do(path == nullptr || name == nullptr,
-              [&] { tav::History::AddCheckpoint(path, name, TextOf(comment), milliseconds(waitMs)); });
+              [&] { tav::History::AddCheckpoint(path, name, TextOf(comment), {.wait = milliseconds(waitMs)}); });
 }
 
 uint32_t TAV_HistoryRemoveCheckpoint(const char *path, const char *name, uint32_t waitMs) {
     return Do(path == nullptr || name == nullptr,
-              [&] { tav::History::RemoveCheckpoint(path, name, milliseconds(waitMs)); });
+              [&] { tav::History::RemoveCheckpoint(path, name, {.wait = milliseconds(waitMs)}); });
 }
 
 uint32_t TAV_WatchOpen(const char *path, const char *refer, uint32_t waitMs, TAV_Watch **watch) {
