@@ -30,6 +30,15 @@ std::vector<uint32_t> RecordClasses() {
     return cids;
 }
 
+/** Parses the number of a field that no class has a name for. */
+uint32_t NumberOf(const std::string &field) {
+    try {
+        return ParseId(field);
+    } catch (const Error &) {
+        throw Error(TAV_ERR_INVALID, "", fmt::format("'{}' is no known field", field));
+    }
+}
+
 /** Returns whether a value is less or greater than others: it has the length of its type, if that is fixed. */
 bool HasOrder(uint32_t fid, std::string_view value) {
     const Kind kind = KindOf(fid);
@@ -91,7 +100,7 @@ Filter::Term Filter::Parse(const std::string &text, const Names &names, std::opt
             }
         }
         if (term.byClass.empty()) {
-            term.forAll = ParseOperand(names.ParseField(cid.value_or(0), field), term, value);
+            term.forAll = ParseOperand(cid ? names.ParseField(*cid, field) : NumberOf(field), term, value);
         }
         return term;
     }

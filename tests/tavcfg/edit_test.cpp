@@ -96,8 +96,30 @@ TEST_F(EditTest, MalformedCommandLinesAreUsageErrors) {
     Refused(2, "key field 14 of class 13 is given twice", "add" + kIn13 + "14=9 14=8");
     Refused(2, "no key field", "get" + kIn13 + "14=5 15=1");
     Refused(2, "key field 14 of class 13 is missing", "del" + kIn13 + "15=1");
-    Refused(2, "'shwo' is no command; did you mean show?", "shwo x.dat");
-    Refused(2, "did you mean checkpoint?", "chekcpiont x.dat");
+    const struct {
+        const char *arguments, *why;
+    } rows[] = {
+        {"", "no command is given"},
+        {"history", "history: give one of start, stop, show"},
+        {"shwo x.dat", "'shwo' is no command; did you mean show?"},
+        {"chekcpiont x.dat", "did you mean checkpoint?"},
+        {"frobnicate", "'frobnicate' is no command (see tavcfg --help)"},
+        {"history strt x.dat", "'strt' is no command of history; did you mean start?"},
+        {"show x.dat --formt csv", "'--formt' is no option of show; did you mean --format?"},
+        {"--names n show x.dat", "'--names' is no option here; those of a command stand behind it"},
+        {"show x.dat y.dat", "'y.dat' is one word too many"},
+        {"passwd hash s3cret", "there is a word too many; passwords"},
+        {"show x.dat --vs", "--vs: its value is missing"},
+        {"show x.dat --vs 0 --vs 1", "--vs is given twice"},
+        {"show x.dat --format foo", "'foo' is none of table, csv, json, jsonl"},
+        {"show x.dat --limit -1", "'-1' is no whole number from 1 to"},
+        {"set x.dat --wait nan", "'nan' is no number of seconds from 0 to 86400"},
+        {"show x.dat --json --format csv", "--json and --format exclude each other"},
+        {"count x.dat --where foo=1", "'foo' is no known field"},
+    };
+    for (const auto &row : rows) {
+        Refused(2, row.why, row.arguments);
+    }
     EXPECT_EQ(Out("--version"), "tavcfg " TAVCFG_VERSION "\n");
     EXPECT_THAT(Out("add --help"), HasSubstr("FIELD=VALUE"));
 }
@@ -119,6 +141,8 @@ TEST_F(EditTest, ShowPrintsAlignedTables) {
     EXPECT_EQ(Out("show x.dat --vs 0 --class 7 --json"),
               "{\"vs\":[{\"id\":0,\"records\":[\n{\"class\":7,\"fields\":[[8,\"ssh\"],[9,22]]}]}]}\n");
     Refused(1, "no VS 9", "show x.dat --vs 9");
+    Refused(2, "neither x.dat nor x.dat has a VS 9", "diff x.dat x.dat --vs 9");
+    EXPECT_THAT(Out("show x.dat --class 7"), Not(HasSubstr("VS 3")));  // which is not asked for
 }
 
 TEST_F(EditTest, PatchWritesInPlaceOrNotAtAll) {
@@ -162,7 +186,11 @@ TEST_F(EditTest, BrokenFilesAndMissingOnesWithABackupAreNotWritten) {
     for (const std::string &arguments :
          {"add gone.dat" + record, std::string("import gone.dat x.json"), std::string("import --merge gone.dat x.json"),
           std::string("convert x.dat gone.dat"), std::string("convert --rewrite x.dat gone.dat")}) {
-        Refused(1, "tavcfg recover", arguments + " --wait 0");
+        Refused(1, "tavcfg recover gone.dat", arguments + " --wait 0");
+    }
+    for (const std::string command : {"checkpoint --wait 0 gone.dat a", "watch --wait 0 gone.dat", "info gone.dat",
+                                      "history show gone.dat", "convert --salvage gone.dat y.dat"}) {
+        Refused(1, "tavcfg recover gone.dat", command);
     }
     Out("set x.dat" + record + " 15=9");
     EXPECT_EQ(Content("x.dat.bak"), Text("precious"));
@@ -211,6 +239,8 @@ TEST_F(EditTest, ScriptsAreAppliedAsAWholeOrNotAtAll) {
     Put("x", "add 3");
     Put("x.dat.names.json", "{");
     Refused(1, "x.dat.names.json: parse error at line 1, column 2", "count x.dat");
+    Put("nothing", "");
+    EXPECT_EQ(Out("apply new.dat nothing"), "nothing to write: there is no new.dat, and nothing to put into it\n");
     EXPECT_EQ(Out("apply new.dat - <x"), "wrote new.dat: records added 0, changed 0, deleted 0\n");
 }
 

@@ -88,7 +88,7 @@ TEST_F(FilesTest, AFailedWriteLeavesTheOldFile) {
 
 TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     const std::string at = " x.dat --vs 0 --class 13 14=5";
-    Refused(1, "none.dat: there is no such file", "history show none.dat");
+    Refused(1, "none.dat: No such file", "history show none.dat");
     const std::string start = "the last 3 commits of x.dat are kept ";
     EXPECT_EQ(Out("history start x.dat --keep 3 --dry-run"), "dry run: " + start + "from now on\n");
     EXPECT_EQ(Out("checkpoint x.dat first --dry-run"), "dry run: made checkpoint first of x.dat\n");
@@ -181,6 +181,8 @@ TEST_F(FilesTest, OutputThatCannotBeWrittenIsAFailure) {
                     HasSubstr("x.dat was written, but standard output cannot be: No space left"));
     }
     EXPECT_EQ(Out("show x.dat | head -1"), "VS 0, class 13: 2 records\n");
+    Refused(1, "x: No such file or directory",
+            "verify x.dat; mkdir gone; cd gone; rmdir ../gone; '" TAVCFG_PROGRAM "' show x");
     // No file that is opened may take the place of a closed stream: the message would end up in it.
     EXPECT_EQ(Run("set x.dat --vs 0 --class 13 14=5 15=7 <&- >&-").code, 1);
     EXPECT_EQ(Out("get x.dat --vs 0 --class 13 14=5 --field 15"), "7\n");

@@ -3,12 +3,9 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
-#include <numeric>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 #include "errors.h"
@@ -17,6 +14,7 @@
 #include "rekey.h"
 #include "secret.h"
 #include "tav_version.h"
+#include "usage.h"
 
 namespace tavcfg {
 
@@ -36,7 +34,8 @@ const char *const kFooter =
     "does not show passwords and texts while they are typed.\n"
     "\n"
     "A FILE whose name ends in .zip is an archive. What writes takes the file's lock, and readers find the whole\n"
-    "old or the whole new file. Nothing is written while a FILE.bak lies beside FILE: look at it with recover.\n"
+    "old or the whole new file. A FILE.bak beside FILE comes from a program that writes without the lock, and has\n"
+    "died or is still at work: see recover.\n"
     "\n"
     "Where the number of a class or a field stands, its name may stand too: of the JSON file that --names or the\n"
     "variable TAV_NAMES gives, or of FILE.names.json. With --names, names are shown as well.\n"
@@ -174,46 +173,11 @@ class Commands {
     RekeyOptions rekey_;
 };
 
-/** How many letters must be put in, taken out or replaced to make one word of another. */
-size_t Distance(const std::string &a, const std::string &b) {
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i + 1);
-        for (size_t k = 0; k < b.size(); ++k) {
-            const size_t replaced = diagonal + (a[i] == b[k] ? 0 : 1);
-            diagonal = row[k + 1];
-            row[k + 1] = std::min({replaced, diagonal + 1, row[k] + 1});
-        }
-    }
-    return row.back();
-}
-
-/** Throws UsageError when the first word is none of the commands. */
-void RequireCommand(const CLI::App &app, int argc, const char *const *argv) {
-    if (argc < 2 || argv[1][0] == '-') {
-        return;
-    }
-    std::string nearest;
-    size_t least = SIZE_MAX;
-    for (const CLI::App *command : app.get_subcommands({})) {
-        const size_t distance = Distance(argv[1], command->get_name());
-        if (distance < least) {
-            least = distance;
-            nearest = command->get_name();
-        }
-    }
-    if (least > 0) {
-        throw UsageError(fmt::format("'{}' is no command; did you mean {}? (see tavcfg --help)", argv[1], nearest));
-    }
-}
-
 }  // namespace
 
 std::optional<Invocation> ParseCommandLine(int argc, const char *const *argv) {
     Invocation invocation;
     Commands commands(invocation);
-    RequireCommand(commands.App(), argc, argv);
     try {
         commands.App().parse(argc, argv);
     } catch (const CLI::CallForVersion &version) {
@@ -224,7 +188,7 @@ std::optional<Invocation> ParseCommandLine(int argc, const char *const *argv) {
         fmt::print("{}", chosen.empty() ? commands.App().help() : chosen.front()->help("tavcfg"));
         return {};
     } catch (const CLI::ParseError &error) {
-        throw UsageError(fmt::format("{} (see tavcfg --help)", error.what()));
+        RefuseCommandLine(commands.App(), error);
     }
     return invocation;
 }

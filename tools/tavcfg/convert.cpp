@@ -61,8 +61,6 @@ bool Copy(const ConvertOptions &options) {
         }
         if (error.Place() == in.target.file.given) {
             Diagnose(error, in);
-        } else if (error.Code() == TAV_ERR_BACKUP) {
-            Diagnose(error, WriteOut(options).file);
         }
         throw;
     }

@@ -176,6 +176,10 @@ bool DiffersBeyond(const DiffOptions &options, const Side &before, const Side &a
 int RunDiff(const DiffOptions &options) {
     const Side before = ReadSide(options.before, options.before.target.file);
     const Side after = ReadSide(options.before, options.after);
+    if (options.scope.vsId && !before.store.FindVs(*options.scope.vsId) && !after.store.FindVs(*options.scope.vsId)) {
+        throw Failure(fmt::format("neither {} nor {} has a VS {}", options.before.target.file.given,
+                                  options.after.given, *options.scope.vsId));
+    }
     const tav::Names &names = options.before.shown;
     bool differs = false;
     if (options.format == DiffFormat::kText) {

@@ -9,6 +9,7 @@
 #include "tav_crypt.h"
 #include "tav_extcfg.h"
 #include "tav_posix.h"
+#include "tav_session.h"
 
 namespace tavcfg {
 
@@ -52,6 +53,10 @@ std::string KeyFile() {
 }
 
 }  // namespace
+
+std::string WithWayOut(const tav::Error &error) {
+    return error.what() + (error.Code() == TAV_ERR_BACKUP ? ": tavcfg recover " + error.Place() : std::string());
+}
 
 std::string Explain(uint32_t code) {
     return fmt::format("{} (code 0x{:x})", Words(code), code);

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tav/error.h"
+
 namespace tavcfg {
 
 /** A command was refused or failed: what, which file and why, in one line. Exit code 1; 2 of commands that ask. */
@@ -34,6 +36,9 @@ class UsageError : public std::runtime_error {
 class Problem : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+/** What a session complains of, with the command that is the way out, where there is one. */
+std::string WithWayOut(const tav::Error &error);
 
 /** Says in words what a result code of the library means, with the code itself behind it. */
 std::string Explain(uint32_t code);

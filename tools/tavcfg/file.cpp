@@ -27,7 +27,9 @@ File NamedFile(const std::string &given) {
     if (given.empty()) {
         throw UsageError("a file name is empty");
     }
-    File file{given, fs::absolute(given).string(), {}};
+    std::error_code error;
+    const fs::path real = fs::canonical(given, error);  // where links lead: its name tells what it is
+    File file{given, (error ? fs::absolute(given) : real).string(), {}};
     if (file.path.size() > kMaxPath) {
         throw Failure(fmt::format("cannot use {}: its absolute name has {} characters, at most {} are possible", given,
                                   file.path.size(), kMaxPath));

@@ -12,7 +12,7 @@ namespace tavcfg {
 /** A configuration file. */
 struct File {
     std::string given;   // the name as typed, for messages
-    std::string path;    // the absolute name
+    std::string path;    // the absolute name; of a file that is there, without links
     std::string member;  // for an archive the name of its member, else empty
 
     bool IsArchive() const { return !member.empty(); }

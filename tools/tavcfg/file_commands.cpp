@@ -14,6 +14,7 @@
 #include "recover.h"
 #include "schema.h"
 #include "show.h"
+#include "usage.h"
 #include "watch.h"
 
 namespace tavcfg {
@@ -45,6 +46,12 @@ FileOptions FileOf(const FileWords &words) {
 
 WriteOptions WriteOf(const FileWords &words) {
     return {FileOf(words), words.dryRun, words.comment};
+}
+
+void RefuseBoth(bool one, const char *nameOfOne, bool other, const char *nameOfOther) {
+    if (one && other) {
+        throw UsageError(fmt::format("{} and {} exclude each other", nameOfOne, nameOfOther));
+    }
 }
 
 uint32_t VsOf(const FileWords &words) {
@@ -84,6 +91,7 @@ tav::JsonForm JsonFormOf(const FileWords &words) {
 }
 
 int Show(const FileWords &words) {
+    RefuseBoth(words.json, "--json", !words.format.empty(), "--format");
     const FileOptions file = FileOf(words);
     RequireFields(words.fields, file.names, "--fields");
     return RunShow({file, SelectionOf(words, file.names), words.fields, FormatOf(words)});
@@ -99,6 +107,7 @@ int Get(const FileWords &words) {
     if (words.raw && words.field.empty()) {
         throw UsageError("get: --raw needs --field");
     }
+    RefuseBoth(words.raw, "--raw", words.json, "--json");
     const tav::Change key = ParseChange(tav::Verb::kDelete, PlaceOf(words, file.names), words.arguments, file.names);
     const std::optional<uint32_t> fid =
         words.field.empty() ? std::nullopt : std::optional(ParseFieldId(words.field, *key.cid, file.names, "--field"));
@@ -124,9 +133,7 @@ HistoryOptions HistoryOf(const FileWords &words) {
 }
 
 int Import(const FileWords &words) {
-    if (words.merge && words.force) {
-        throw UsageError("import: --merge and --force exclude each other");
-    }
+    RefuseBoth(words.merge, "--merge", words.force, "--force");
     return RunImport({WriteOf(words), words.other, JsonFormOf(words), words.merge, words.force});
 }
 
@@ -143,6 +150,7 @@ int Convert(const FileWords &words) {
 }
 
 int Diff(const FileWords &words) {
+    RefuseBoth(words.script, "--script", words.json, "--json");
     const FileOptions file = FileOf(words);
     tav::DiffScope scope{OptionalVs(words), OptionalClass(words, file.names)};
     RequireFields(words.excluded, file.names, "--exclude");
@@ -202,7 +210,7 @@ void FileCommands::AddWait(CLI::App *command) {
         ->add_option("--wait", words_.wait,
                      "how long to wait for the file's lock, and for a program that is writing it")
         ->option_text("SECONDS")
-        ->check(CLI::Range(0.0, 86400.0));
+        ->check(Seconds());
 }
 
 /** Adds what tells how a file is read. */
@@ -284,9 +292,11 @@ void FileCommands::AddReaders() {
         show->get_option(list)->delimiter(',');
     }
     show->add_flag("--reverse", words_.reverse, "the last record first");
-    show->add_option("--limit", words_.limit, "show at most so many records")->option_text("N");
+    show->add_option("--limit", words_.limit, "show at most so many records")
+        ->option_text("N")
+        ->check(WholeNumber(1, UINT32_MAX));
     show->add_option("--format", words_.format, "table, csv, json, or jsonl, a record a line")
-        ->check(CLI::IsMember({"table", "csv", "json", "jsonl"}))
+        ->check(OneOf({"table", "csv", "json", "jsonl"}))
         ->option_text("FORMAT");
     show->add_flag("--json", words_.json, "the same as --format json");
     CLI::App *count = AddOnFile("count", "FILE", "print the number of records", Count);
@@ -363,7 +373,7 @@ void FileCommands::AddJson() {
     exporting->add_flag("--strict", words_.strict, "refuse a file that an import would not give back byte for byte");
     for (CLI::App *command : {import, exporting}) {
         command->add_option("--format", words_.format, "json, or jsonl, a record a line")
-            ->check(CLI::IsMember({"json", "jsonl"}))
+            ->check(OneOf({"json", "jsonl"}))
             ->option_text("FORMAT");
     }
 }
@@ -388,7 +398,10 @@ void FileCommands::AddDiff() {
     diff->add_flag("--json", words_.json, "print the same changes as JSON, one a line");
     AddList(diff, "--exclude", words_.excluded, "FIELD", "a field that makes no difference");
     diff->get_option("--exclude")->delimiter(',');
-    diff->preparse_callback([this](size_t) { invocation_->failureCode = 2; });
+    diff->preparse_callback([this](size_t) {
+        invocation_->failureCode = 2;
+        invocation_->cutShortCode = 1;  // what was printed is a difference
+    });
 }
 
 void FileCommands::AddRefer() {
@@ -421,7 +434,7 @@ void FileCommands::AddHistory() {
         [](const FileWords &words) { return RunHistoryStart(HistoryOf(words)); }, history);
     start->add_option("--keep", words_.keep, "how many commits stay; 20 unless said")
         ->option_text("N")
-        ->check(CLI::PositiveNumber);
+        ->check(WholeNumber(1, UINT32_MAX));
     CLI::App *stop = AddOnFile(
         "stop", "FILE", "keep no more", [](const FileWords &words) { return RunHistoryStop(HistoryOf(words)); },
         history);
@@ -458,7 +471,9 @@ void FileCommands::AddWatch() {
     watch->add_flag("--json", words_.json, "print JSON, a change a line");
     watch->add_option("--exec", words_.command, "run this after each commit, with its changes as the input")
         ->option_text("COMMAND");
-    watch->add_option("--limit", words_.limit, "end after so many commits")->option_text("N");
+    watch->add_option("--limit", words_.limit, "end after so many commits")
+        ->option_text("N")
+        ->check(WholeNumber(1, UINT32_MAX));
 }
 
 void FileCommands::AddTo(CLI::App *app, Invocation *invocation) {

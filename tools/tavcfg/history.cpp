@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "errors.h"
+#include "image.h"
 #include "table.h"
 #include "tav/diff.h"
 #include "tav/history.h"
@@ -125,7 +126,7 @@ int RunHistoryShow(const HistoryOptions &options) {
     const File &file = options.write.file.target.file;
     const tav::History history(file.given);
     if (!history.IsOn() && history.Commits().empty() && history.Checkpoints().empty() && !Exists(file)) {
-        throw Failure(fmt::format("{}: there is no such file", file.given));
+        RequireReadable(file);
     }
     if (options.asJson) {
         PrintJson(history);
@@ -156,6 +157,9 @@ int RunCheckpoint(const CheckpointOptions &options) {
 
 int RunRollback(const RollbackOptions &options) {
     const File &file = options.write.file.target.file;
+    if (!Exists(file)) {
+        FormerStore(file.given, options.state);  // leaves no lock file beside nothing when there is none
+    }
     tav::Session session = OpenToWrite(options.write, true);
     tav::Store former = FormerStore(file.given, options.state);
     if (options.write.isDryRun) {

@@ -83,6 +83,10 @@ void RequireReadable(const File &file) {
     };
     std::error_code error;
     const fs::file_status status = fs::status(file.path, error);
+    if (std::error_code ignored; !fs::exists(status) && fs::exists(file.path + ".bak", ignored)) {
+        refuse(fmt::format("it is missing, but a backup lies beside it, {0}.bak; recover it: tavcfg recover {0}",
+                           file.given));
+    }
     if (!fs::exists(status)) {
         refuse(error ? error.message() : "No such file or directory");
     }

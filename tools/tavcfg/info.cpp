@@ -152,8 +152,8 @@ int RunVerify(const FileOptions &options) {
         }
         throw Denial(damage.what());
     } catch (const tav::Error &error) {
-        if (error.Code() == TAV_ERR_INVALID) {
-            throw Denial(error.what());
+        if (error.Code() == TAV_ERR_INVALID || (error.Code() == TAV_ERR_BACKUP && Exists(options.target.file))) {
+            throw Denial(WithWayOut(error));
         }
         throw;
     }

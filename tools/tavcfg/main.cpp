@@ -93,17 +93,19 @@ int Run(int argc, const char *const *argv) {
         PrintError(denial.what());
         return 1;
     } catch (const tav::Error &error) {
-        PrintError(error.what());
+        PrintError(WithWayOut(error));
         if (error.Code() == TAV_ERR_LOCKED) {
             return 3;
         }
     } catch (const std::bad_alloc &) {
         PrintError("memory is short");
-    } catch (const std::system_error &error) {
+    } catch (const std::filesystem::filesystem_error &error) {
+        PrintError(fmt::format("{}: {}", error.path1().string(), error.code().message()));
+    } catch (const std::system_error &error) {  // of printing
         if (error.code() == std::errc::broken_pipe) {
-            return 0;  // whoever reads has seen enough
+            return invocation ? invocation->cutShortCode : 0;
         }
-        PrintError(fmt::format("cannot go on: {}", error.what()));
+        PrintError("cannot write to standard output: " + error.code().message());
     } catch (const std::exception &error) {
         PrintError(error.what());
     }

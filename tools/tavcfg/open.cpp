@@ -22,10 +22,6 @@ void Diagnose(const tav::Error &error, const FileOptions &options) {
     } else if (error.Code() == TAV_ERR_INVALID) {
         RequireLoads(options.target);
     }
-    if (error.Code() == TAV_ERR_BACKUP) {
-        const std::string wayOut = fmt::format("{}: tavcfg recover {}", error.what(), file.given);
-        Exists(file) ? throw Damage(wayOut) : throw Failure(wayOut);
-    }
 }
 
 std::string ReferOf(const FileOptions &options) {
@@ -113,6 +109,8 @@ int Commit(tav::Session *session, const WriteOptions &options, const std::string
     const File &file = options.file.target.file;
     if (session->Commit(options.comment)) {
         PrintDone(file, done);
+    } else if (session->IsNew()) {
+        fmt::print("nothing to write: there is no {}, and nothing to put into it\n", file.given);
     } else {
         SayUnchanged(file);
     }

@@ -45,8 +45,7 @@ std::string ReferOf(const FileOptions &options);
 /** How a file is read, as sessions want it. */
 tav::ReadOptions ReadingOf(const FileOptions &options);
 
-/** Throws Failure that says more precisely what a session or snapshot has complained of, with the way out; or returns.
- */
+/** Throws Failure that says more precisely what a session or snapshot has complained of; or returns. */
 void Diagnose(const tav::Error &error, const FileOptions &options);
 
 /** Reads a file. Throws tav::Error, and Failure that says precisely what is wrong with a file that does not load. */

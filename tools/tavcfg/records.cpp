@@ -41,11 +41,13 @@ std::vector<VsRecords> Select(const tav::Store &store, const Selection &selectio
     RequireFields(selection.sort, options.names, "--sort");
     std::vector<VsRecords> selected;
     size_t left = selection.limit;
+    const bool showsEmpty = selection.where.empty() && !selection.cid;
     for (const tav::VsView vs : store) {
         if (selection.vsId && *selection.vsId != vs.Id()) {
             continue;
         }
         selected.push_back({vs.Id(), {}});
+        const bool isEmpty = vs.begin() == vs.end();
         for (const tav::ClassView all : vs) {
             ClassRecords chosen{all.Cid(), {}};
             if (!selection.cid || *selection.cid == all.Cid()) {
@@ -59,6 +61,9 @@ std::vector<VsRecords> Select(const tav::Store &store, const Selection &selectio
             if (!chosen.records.empty()) {
                 selected.back().classes.push_back(std::move(chosen));
             }
+        }
+        if (selected.back().classes.empty() && !(isEmpty && showsEmpty)) {
+            selected.pop_back();
         }
     }
     return selected;

@@ -31,14 +31,15 @@ struct ClassRecords {
     std::vector<tav::RecordView> records;
 };
 
-/** Records of one virtual system, class by class; no class is empty. */
+/** Records of one virtual system, class by class; no class is empty. Without any it is a VS that holds none at all. */
 struct VsRecords {
     uint32_t vsId;
     std::vector<ClassRecords> classes;
 };
 
 /**
- * Selects records of a store, in the order of the file or as it is asked for. Throws Failure when there is no such VS,
+ * Selects records of a store, in the order of the file or as it is asked for; and virtual systems without records, when
+ * all records are asked for. Throws Failure when there is no such VS,
  * UsageError when a term is malformed.
  */
 std::vector<VsRecords> Select(const tav::Store &store, const Selection &selection, const FileOptions &options);

@@ -98,7 +98,7 @@ void PrintClass(uint32_t vsId, const ClassRecords &chosen, const ShowOptions &op
 void PrintTables(const std::vector<VsRecords> &selected, const ShowOptions &options) {
     const char *gap = "";
     for (const VsRecords &vs : selected) {
-        if (vs.classes.empty() && options.selection.where.empty()) {
+        if (vs.classes.empty()) {
             fmt::print("{}VS {}: no records\n", std::exchange(gap, "\n"), vs.vsId);
         }
         for (const ClassRecords &chosen : vs.classes) {
@@ -167,9 +167,6 @@ void PrintJson(const std::vector<VsRecords> &selected, const ShowOptions &option
     tav::JsonWriter writer(options.format == Format::kJson ? tav::JsonForm::kTree : tav::JsonForm::kLines, PrintPiece,
                            options.file.shown);
     for (const VsRecords &vs : selected) {
-        if (vs.classes.empty() && !options.selection.where.empty()) {
-            continue;
-        }
         writer.BeginVs(vs.vsId);
         for (const ClassRecords &chosen : vs.classes) {
             for (const tav::RecordView record : chosen.records) {
