@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """documents_test.py BUILD_TREE DOCUMENT...: does what the documents say, with what the build tree installs.
 
-Each document is worked through from its top in an empty folder. A fenced block whose language is followed by a name is a
-file, and is written there: ```c routes.c. A block of the language console is a session of one shell: `$ ` begins a
-command, `> ` goes on with it, and all else is what it prints, on either stream. `...` stands for what varies, and for any
-number of lines where it is a line of its own. A command must succeed, unless the next one is `echo $?`. Every block must
-say its language, and those of the other languages are for reading. In a manual page, blocks need no language: those
-that begin with `$ ` are sessions.
+Each document is worked through from its top in an empty folder. A fenced block whose language is followed by a name
+is a file, and is written there: ```c routes.c. A block of the language console is a session of one shell: `$ ` begins
+a command, `> ` goes on with it, and all else is what it prints, on either stream. `...` stands for what varies, and
+for any number of lines where it is a line of its own. A command must succeed, unless the next one is `echo $?`. Every
+block must say its language, and those of the other languages are for reading. In a manual page, blocks need no
+language: those that begin with `$ ` are sessions.
 """
 import os
 import pathlib
@@ -49,7 +49,7 @@ def commands(block):
             if command:
                 yield command
             command = (number, [line[2:]], [])
-        elif line.startswith("> ") and not command[2]:
+        elif (line + " ").startswith("> ") and not command[2]:
             command[1].append(line[2:])
         else:
             command[2].append(line)
