@@ -49,6 +49,11 @@ else()
     install(DIRECTORY include/platform DESTINATION ${TAV_INCLUDE_DIR})
 endif()
 
+# The hosted platform loads it from beside itself.
+if(TARGET tav_fleet_bus)
+    install(TARGETS tav_fleet_bus LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
 install(EXPORT tav_adapt NAMESPACE tav:: FILE tav_adapt-targets.cmake DESTINATION ${TAV_CMAKE_DIR})
 configure_package_config_file(cmake/tav_adapt-config.cmake.in ${TAV_GENERATED}/tav_adapt-config.cmake
     INSTALL_DESTINATION ${TAV_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
