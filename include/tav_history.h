@@ -97,7 +97,8 @@ TAV_API uint32_t TAV_HistoryAt(const TAV_History *history, const char *name, Cfg
  * @param path    the file, which must be there
  * @param keep    the newest so many commits stay, at least 1
  * @param waitMs  how long to wait for the lock, in milliseconds
- * @return TAV_OK; TAV_ERR_NULL; TAV_ERR_INVALID when `keep` is 0; TAV_ERR_NOT_SAVED; else as TAV_SessionOpen
+ * @return TAV_OK; TAV_ERR_UNCHANGED when it is so already; TAV_ERR_NULL; TAV_ERR_INVALID when `keep` is 0;
+ *         TAV_ERR_NOT_SAVED; else as TAV_SessionOpen
  */
 TAV_API uint32_t TAV_HistoryStart(const char *path, uint32_t keep, uint32_t waitMs);
 

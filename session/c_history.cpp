@@ -93,6 +93,16 @@ uint32_t Do(bool isNull, Call call) {
     });
 }
 
+/** Makes a call that tells whether something had to be changed. */
+template <typename Call>
+uint32_t Switch(bool isNull, Call call) {
+    return isNull ? RefuseNull() : Guard([&] { return call() ? TAV_OK : TAV_ERR_UNCHANGED; });
+}
+
+tav::HistoryOptions Waiting(uint32_t waitMs) {
+    return {.wait = milliseconds(waitMs)};
+}
+
 }  // namespace
 
 uint32_t TAV_HistoryOpen(const char *path, TAV_History **history) {
@@ -130,21 +140,20 @@ uint32_t TAV_HistoryAt(const TAV_History *history, const char *name, CfgLocal **
 }
 
 uint32_t TAV_HistoryStart(const char *path, uint32_t keep, uint32_t waitMs) {
-    return Do(path == nullptr, [&] { tav::History::Start(path, keep, {.wait = milliseconds(waitMs)}); });
+    return Switch(path == nullptr, [&] { return tav::History::Start(path, keep, Waiting(waitMs)); });
 }
 
 uint32_t TAV_HistoryStop(const char *path, uint32_t waitMs) {
-    return Do(path == nullptr, [&] { tav::History::Stop(path, {.wait = milliseconds(waitMs)}); });
+    return Switch(path == nullptr, [&] { return tav::History::Stop(path, Waiting(waitMs)); });
 }
 
 uint32_t TAV_HistoryAddCheckpoint(const char *path, const char *name, const char *comment, uint32_t waitMs) {
     return Do(path == nullptr || name == nullptr,
-              [&] { tav::History::AddCheckpoint(path, name, TextOf(comment), {.wait = milliseconds(waitMs)}); });
+              [&] { tav::History::AddCheckpoint(path, name, TextOf(comment), Waiting(waitMs)); });
 }
 
 uint32_t TAV_HistoryRemoveCheckpoint(const char *path, const char *name, uint32_t waitMs) {
-    return Do(path == nullptr || name == nullptr,
-              [&] { tav::History::RemoveCheckpoint(path, name, {.wait = milliseconds(waitMs)}); });
+    return Do(path == nullptr || name == nullptr, [&] { tav::History::RemoveCheckpoint(path, name, Waiting(waitMs)); });
 }
 
 uint32_t TAV_WatchOpen(const char *path, const char *refer, uint32_t waitMs, TAV_Watch **watch) {
