@@ -43,6 +43,9 @@ cc "$stranger/program.c" -o in_c $(pkg-config --cflags --libs tav_adapt tav_posi
 c++ -std=c++20 "$stranger/program.cpp" -o in_cxx $(pkg-config --cflags --libs tav_session) "-Wl,-rpath,$prefix/lib"
 try ./in_c ./in_cxx
 
+cp -r "$source/python/tests" tests # where no package lies beside them
+PYTHONPATH=$prefix/lib/python3/dist-packages quietly python3 -B -m unittest tests.test_stores
+
 quietly cmake -S "$stranger" -B stranger -DCMAKE_PREFIX_PATH="$prefix"
 quietly cmake --build stranger --target in_c in_cxx
 try stranger/in_c stranger/in_cxx
