@@ -129,9 +129,9 @@ TAV_API uint32_t TAV_ChangesGet(TAV_Changes *changes, size_t index, TAV_Change *
 
 /** How many records changes add, change and delete. */
 typedef struct TAV_ChangeCounts {
-    uint64_t added;
-    uint64_t changed;
-    uint64_t deleted;
+    uint64_t added;   /**< records added */
+    uint64_t changed; /**< records changed */
+    uint64_t deleted; /**< records deleted */
 } TAV_ChangeCounts;
 
 /** Counts the records of changes. TAV_OK, or TAV_ERR_NULL. */

@@ -41,9 +41,9 @@ typedef struct TAV_HistoryEntry {
     const char *program;  /**< name of the program */
     const char *comment;  /**< as given; may be empty */
     const char *checksum; /**< of the content, hexadecimal; empty for a commit that deleted the file */
-    uint64_t added;       /**< of a commit: how many records it added, changed and deleted */
-    uint64_t changed;
-    uint64_t deleted;
+    uint64_t added;       /**< of a commit: how many records it added */
+    uint64_t changed;     /**< of a commit: how many records it changed */
+    uint64_t deleted;     /**< of a commit: how many records it deleted */
 } TAV_HistoryEntry;
 
 /**

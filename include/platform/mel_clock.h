@@ -40,8 +40,8 @@ typedef struct MEL_DayTime {
 
 /** A reading of the tick counter, a 64-bit number in two words. */
 typedef struct MEL_CpuTick {
-    uint32_t low;
-    uint32_t high;
+    uint32_t low;  /**< the lower 32 bits */
+    uint32_t high; /**< the upper 32 bits */
 } MEL_CpuTick;
 
 /** Fills in the current system time (GMT on the hosted platform). */

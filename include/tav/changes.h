@@ -24,22 +24,23 @@ enum class Verb : uint8_t {
 
 /** A field of a change: its value is in host order. */
 struct ChangeField {
-    uint32_t fid;
-    std::string value;
+    uint32_t fid;      /**< field id */
+    std::string value; /**< its bytes; may be empty */
 
     bool operator==(const ChangeField &) const = default;
 };
 
 /** One change of a record, or of a virtual system. */
 struct Change {
-    Verb verb;
-    uint32_t vsId;
+    Verb verb;                   /**< what is done */
+    uint32_t vsId;               /**< where */
     std::optional<uint32_t> cid; /**< class of the record; nothing when the change is one of the virtual system */
     /** kAdd: all fields, in order. kSet: the key fields and the new values. kUnset, kDelete: the key fields. */
     std::vector<ChangeField> fields;
     std::vector<uint32_t> unset; /**< kUnset: the fields to take out, as often as they stand in the record */
     size_t line = 0;             /**< where it stands in its script, for messages; not compared */
 
+    /** Whether two changes do the same, wherever they stand. */
     bool operator==(const Change &other) const {
         return verb == other.verb && vsId == other.vsId && cid == other.cid && fields == other.fields &&
                unset == other.unset;
@@ -73,9 +74,9 @@ TAV_VISIBLE void Clear(Store *store);
 
 /** How many records changes add, change and delete. */
 struct ChangeCounts {
-    size_t added = 0;
-    size_t changed = 0;
-    size_t deleted = 0;
+    size_t added = 0;   /**< records added */
+    size_t changed = 0; /**< records changed */
+    size_t deleted = 0; /**< records deleted */
 
     bool operator==(const ChangeCounts &) const = default;
 };

@@ -24,10 +24,15 @@ struct DiffScope {
 
 /** What hears of the differences of two stores, in the order of `before`, and then of what `after` has beyond it. */
 struct DiffVisitor {
+    /** A virtual system that `after` lacks. */
     std::function<void(uint32_t vsId)> vsGone = {};
+    /** A virtual system that `before` lacks. */
     std::function<void(uint32_t vsId)> vsNew = {};
+    /** A record that `after` lacks. */
     std::function<void(uint32_t vsId, RecordView before)> gone = {};
+    /** A record that `before` lacks. */
     std::function<void(uint32_t vsId, RecordView after)> added = {};
+    /** A record that both have, with other fields. */
     std::function<void(uint32_t vsId, RecordView before, RecordView after)> changed = {};
 };
 

@@ -35,6 +35,7 @@ class TAV_VISIBLE Filter {
 
     /**
      * @param terms  all of which must hold
+     * @param names  names that may stand in terms
      * @param cid    the one class that will be asked for, in which names are looked up; without it, in all
      * Throws Error (TAV_ERR_INVALID), with the term as its place, for one that is malformed, whose name no class knows,
      * or whose value does not suit the field.
@@ -73,6 +74,7 @@ class TAV_VISIBLE Order {
     /**
      * @param cid     the class
      * @param fields  numbers or names, the most important first; a field that the class does not name is passed over
+     * @param names   names that may stand among the fields
      */
     Order(uint32_t cid, const std::vector<std::string> &fields, const Names &names = {});
 

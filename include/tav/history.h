@@ -33,8 +33,8 @@ struct Note {
 
 /** One commit. */
 struct HistoryCommit {
-    uint64_t number = 0; /**< counted from 1, since the history was first started */
-    Note note;
+    uint64_t number = 0;  /**< counted from 1, since the history was first started */
+    Note note;            /**< who, when, why */
     std::string checksum; /**< of the content that it brought, as Snapshot::Checksum; empty when it deleted the file */
     ChangeCounts counts;  /**< of records */
     bool hadFile = false; /**< whether there was a file before it, that loaded */
@@ -42,8 +42,8 @@ struct HistoryCommit {
 
 /** A named state of the file. */
 struct Checkpoint {
-    std::string name;
-    Note note;
+    std::string name;     /**< its name, which tells it from others of the file */
+    Note note;            /**< who, when, why */
     std::string checksum; /**< of its content */
 };
 
@@ -89,7 +89,9 @@ class TAV_VISIBLE History {
     /**
      * Switches the recording of commits on, or changes how many are kept. What was recorded before stays.
      *
-     * @param keep  the newest so many commits stay
+     * @param path     the file
+     * @param keep     the newest so many commits stay
+     * @param options  how it is done
      * @return false when nothing had to be changed. Throws Error as opening a session does (the file must be there),
      * and TAV_ERR_INVALID when `keep` is 0
      */

@@ -27,7 +27,10 @@
 namespace tav {
 
 /** The forms of JSON. */
-enum class JsonForm : uint8_t { kTree, kLines };
+enum class JsonForm : uint8_t {
+    kTree, /**< one text, records within virtual systems */
+    kLines /**< a line for each record */
+};
 
 /** Takes a piece of a text. What it throws goes to whoever has the text written. */
 using TextSink = std::function<void(std::string_view)>;
@@ -35,6 +38,7 @@ using TextSink = std::function<void(std::string_view)>;
 /** Writes virtual systems and records, one after the other, in bounded memory. */
 class TAV_VISIBLE JsonWriter {
   public:
+    /** Begins a text of a form, which goes to the sink; with names, they stand in it instead of numbers. */
     JsonWriter(JsonForm form, TextSink sink, Names names = {});
 
     /** Begins a virtual system, which ends the one before it. */

@@ -30,22 +30,31 @@ class TAV_VISIBLE Names {
     /** Reads the text of such a file. Throws Error (TAV_ERR_INVALID) that names the source and the place. */
     static Names Parse(std::string_view text, const std::string &source);
 
+    /** Whether nothing has a name. */
     bool IsEmpty() const { return classes_.empty() && fields_.empty(); }
 
-    /** The name of a class or of one of its fields; its number when it has none. */
+    /** The name of a class; its number when it has none. */
     std::string ClassText(uint32_t cid) const;
+
+    /** The name of a field of a class; its number when it has none. */
     std::string FieldText(uint32_t cid, uint32_t fid) const;
 
-    /** The class or field of a name; nothing when the name is unknown. */
+    /** The class of a name; nothing when the name is unknown. */
     std::optional<uint32_t> FindClass(std::string_view name) const;
+
+    /** The field of a name in a class; nothing when the name is unknown there. */
     std::optional<uint32_t> FindField(uint32_t cid, std::string_view name) const;
 
-    /** The class or field that a name or a number stands for. Throws Error (TAV_ERR_INVALID), without a place. */
+    /** The class that a name or a number stands for. Throws Error (TAV_ERR_INVALID), without a place. */
     uint32_t ParseClass(std::string_view text) const;
+
+    /** The field of a class that a name or a number stands for. Throws Error (TAV_ERR_INVALID), without a place. */
     uint32_t ParseField(uint32_t cid, std::string_view text) const;
 
-    /** Names a class or a field. Throws Error (TAV_ERR_INVALID), without a place, when the name is taken or is none. */
+    /** Names a class. Throws Error (TAV_ERR_INVALID), without a place, when the name is taken or is none. */
     void AddClass(uint32_t cid, const std::string &name);
+
+    /** Names a field of a class. Throws Error (TAV_ERR_INVALID), without a place, when the name is taken or is none. */
     void AddField(uint32_t cid, uint32_t fid, const std::string &name);
 
   private:

@@ -68,6 +68,7 @@ class TAV_VISIBLE Snapshot {
      */
     explicit Snapshot(const std::string &path, const ReadOptions &options = {});
 
+    /** The store, to be read. */
     const tav::Store &Store() const { return store_; }
 
     /** The store; its edits reach no file. */
@@ -91,7 +92,8 @@ class TAV_VISIBLE Session {
      * regular file; TAV_ERR_OPEN when folder, lock file or file cannot be opened or may not be written;
      * TAV_ERR_NOT_SAVED when what a session that died has left cannot be removed.
      *
-     * @param path  the file; an archive when its real name ends in ".zip"
+     * @param path     the file; an archive when its real name ends in ".zip"
+     * @param options  how it is opened
      */
     explicit Session(const std::string &path, const SessionOptions &options = {});
     ~Session();
@@ -140,8 +142,10 @@ struct RecoverOptions {
 
 /** What a recovery has done, or would do. */
 struct Recovery {
+    /** A file that was moved. */
     struct Move {
-        std::string from, to;
+        std::string from; /**< its path before */
+        std::string to;   /**< its path since */
     };
     std::vector<Move> moves; /**< files that were moved, in this order; none when there was nothing to recover */
     std::string text;        /**< all of it in one line, for people */

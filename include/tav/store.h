@@ -83,7 +83,7 @@ using Time = BEX_SysTime;
 /** An IPv4 or an IPv6 address, as the 21 bytes that a field keeps in host order. */
 class Address {
   public:
-    static constexpr size_t kSize = 21;
+    static constexpr size_t kSize = 21; /**< bytes of the value */
 
     /** An IPv4 address as a number: 0xC0000201 is 192.0.2.1. */
     explicit Address(uint32_t v4) : bytes_{4} { std::memcpy(&bytes_[kV4At], &v4, sizeof(v4)); }
@@ -114,6 +114,7 @@ class Address {
         return address;
     }
 
+    /** Whether it is an IPv4 address. */
     bool IsV4() const { return bytes_[0] == 4; }
 
     /** The IPv4 address as a number; 0 for an IPv6 address. */
@@ -150,9 +151,13 @@ class Address {
 /** One field of a record. */
 class FieldView {
   public:
+    /** Shows a field, which must not be null. */
     explicit FieldView(const TAV_ExtCfgFieldNode *node) : node_(node) {}
 
+    /** The node. */
     const TAV_ExtCfgFieldNode *Get() const { return node_; }
+
+    /** The field id. */
     uint32_t Id() const { return TAV_ExtCfgFieldId(node_); }
 
     /** The value as it is, in host order. */
@@ -261,10 +266,16 @@ struct Steps {
 /** One record: its fields in the order in which they were added. The same field may stand in it more than once. */
 class RecordView : public Walk<FieldView, TAV_ExtCfgRecordNode, TAV_ExtCfgFieldNode, Steps> {
   public:
+    /** Shows a record, which must not be null. */
     explicit RecordView(const TAV_ExtCfgRecordNode *node) : Walk(node) {}
 
+    /** The node. */
     const TAV_ExtCfgRecordNode *Get() const { return parent_; }
+
+    /** The class. */
     uint32_t Cid() const { return TAV_ExtCfgRecordCid(parent_); }
+
+    /** How many fields it has. */
     uint32_t FieldCount() const { return parent_->fields.count; }
 
     /** The first field of an id; nothing when there is none. */
@@ -273,19 +284,23 @@ class RecordView : public Walk<FieldView, TAV_ExtCfgRecordNode, TAV_ExtCfgFieldN
         return field != nullptr ? std::optional(FieldView(field)) : std::nullopt;
     }
 
-    /** The first field of an id, by type; nothing when there is none, and as FieldView says. */
+    /** The number of the first field of an id; nothing when there is none, and as FieldView::Number. */
     std::optional<uint64_t> Number(uint32_t fid) const {
         return Of(fid, [](FieldView field) { return field.Number(); });
     }
+    /** The text of the first field of an id; nothing when there is none. */
     std::optional<std::string_view> Text(uint32_t fid) const {
         return Of(fid, [](FieldView field) { return std::optional(field.Text()); });
     }
+    /** The value of the first field of an id, in host order; nothing when there is none. */
     std::optional<Bytes> Value(uint32_t fid) const {
         return Of(fid, [](FieldView field) { return std::optional(field.Value()); });
     }
+    /** The address of the first field of an id; nothing when there is none, and as FieldView::Address. */
     std::optional<tav::Address> Address(uint32_t fid) const {
         return Of(fid, [](FieldView field) { return field.Address(); });
     }
+    /** The time of the first field of an id; nothing when there is none, and as FieldView::Time. */
     std::optional<tav::Time> Time(uint32_t fid) const {
         return Of(fid, [](FieldView field) { return field.Time(); });
     }
@@ -301,18 +316,26 @@ class RecordView : public Walk<FieldView, TAV_ExtCfgRecordNode, TAV_ExtCfgFieldN
 /** The records of one class in one virtual system, in the order of their keys. */
 class ClassView : public Walk<RecordView, TAV_ExtCfgClassNode, TAV_ExtCfgRecordNode, Steps> {
   public:
+    /** Shows a class; of a null, no records, and then nothing but a walk is possible. */
     explicit ClassView(const TAV_ExtCfgClassNode *node) : Walk(node) {}
 
+    /** The node. */
     const TAV_ExtCfgClassNode *Get() const { return parent_; }
+
+    /** The class. */
     uint32_t Cid() const { return parent_->cid; }
 };
 
 /** One virtual system: its classes in the order of first use. */
 class VsView : public Walk<ClassView, TAV_ExtCfgVsNode, TAV_ExtCfgClassNode, Steps> {
   public:
+    /** Shows a virtual system, which must not be null. */
     explicit VsView(const TAV_ExtCfgVsNode *node) : Walk(node) {}
 
+    /** The node. */
     const TAV_ExtCfgVsNode *Get() const { return parent_; }
+
+    /** The id. */
     uint32_t Id() const { return parent_->vsId; }
 
     /** The records of a class; nothing when the VS has never had any. For walks at once see Store::Records. */
@@ -403,6 +426,8 @@ class Record {
         Require(fid, Kind::kText, "text");
         return Add(fid, Bytes(reinterpret_cast<const uint8_t *>(text.data()), text.size()));
     }
+
+    /** The same, for a text in quotes. */
     Record &Add(uint32_t fid, const char *text) { return Add(fid, std::string_view(text)); }
 
     /** Appends a field of addresses. Throws Error (TAV_ERR_INVALID) for another field. */
@@ -502,7 +527,10 @@ class Store {
     /** Gives the store away: TAV_ExtCfgClose is up to the caller. This object must not be used any more. */
     CfgLocal *Release() { return local_.release(); }
 
+    /** For range-for over the virtual systems. */
     auto begin() const { return VsWalk(Get()).begin(); }
+
+    /** Where begin() leads. */
     auto end() const { return std::default_sentinel; }
 
     /** A virtual system; nothing when the store has none of this id. */

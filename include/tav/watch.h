@@ -29,6 +29,7 @@ class TAV_VISIBLE Watch {
      * Loads the file and begins to watch. Throws Error as Snapshot does, but for a file that is not there; TAV_ERR_OPEN
      * when the system cannot watch the folder.
      *
+     * @param path     the file, which need not be there
      * @param options  how the file is read, every time
      */
     explicit Watch(const std::string &path, const ReadOptions &options = {});
