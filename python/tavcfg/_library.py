@@ -272,9 +272,9 @@ class Handle:
     """Something of the library's: used by one thread at a time, and freed once, by whoever comes
     first.
 
-    `with handle as pointer:` lends the pointer. It is freed by close(), when nothing refers to the
-    handle any more, or when the interpreter ends. What holds a lock or a descriptor is bound to its
-    process: a child made by fork can neither use nor close it.
+    `with handle as pointer:` lends the pointer. It is freed by close(), or when nothing refers to
+    the handle any more. What holds a lock or a descriptor is bound to its process: it is also freed
+    when the interpreter ends, and a child made by fork can neither use nor close it.
     """
 
     __slots__ = (
@@ -296,6 +296,7 @@ class Handle:
         self._uses = 0
         self._closing = False
         self._finalizer = weakref.finalize(self, _release, self._box, free, self._lock, self._owner)
+        self._finalizer.atexit = bound  # memory alone goes with the process
 
     @classmethod
     def open(
