@@ -82,7 +82,7 @@ bool IsOption(const std::string &word) {
 }
 
 bool TakesSecrets(const CLI::App &command) {
-    const std::string name = command.get_name();
+    const std::string &name = command.get_name();
     return name == "encrypt" || name == "decrypt" || command.get_parent()->get_name() == "passwd";
 }
 
@@ -127,7 +127,8 @@ std::string WhatIsWrong(const CLI::App &app, const CLI::ParseError &error) {
                    ? "no command is given"
                    : fmt::format("{}: give one of {}", given.back()->get_name(), fmt::join(commands, ", "));
     }
-    const std::string text = error.what(), name = text.substr(0, text.find(": "));
+    std::string text = error.what();
+    const std::string name = text.substr(0, text.find(": "));
     if (dynamic_cast<const CLI::ArgumentMismatch *>(&error) != nullptr) {
         return name + (text.find("received") != std::string::npos ? " is given twice" : ": its value is missing");
     }
