@@ -78,8 +78,8 @@ TAV_API TAV_Handler TAV_GetConstructHandlerByStage(uint32_t stage, const TAV_Con
  * @param state       the state, which must be below the number of states: the platform's assertion is raised otherwise,
  *                    and when that returns, the scan goes on in whatever column it gets to
  * @param table       the table
- * @param stateCount  number of states, which is the number of entries in a row
- * @return the handler; null for a null table, a table of no states, and when there is none
+ * @param stateCount  number of states, which is the number of entries in a row; with none, the assertion is raised
+ * @return the handler; null for a null table, after the assertion for a table of no states, and when there is none
  */
 TAV_API TAV_Handler TAV_GetMsgHandleByState(uint32_t event, uint32_t state, const TAV_StateHandler *table,
                                             uint32_t stateCount);

@@ -272,7 +272,7 @@ TAV_API int32_t TAVFTPCI_MsgHeaderSwapByteOrder(void *message, uint32_t logValue
  * type is reported and left as it is; one of 0 or 1 byte is not looked up, so nothing is reported; and one that the
  * message's end cuts off is left as it is. The total length that the message states must have been received.
  *
- * @param message  the message
+ * @param message  the message, of which 4 bytes at least must be there, whatever it states
  * @return TAVFTPCI_OK; TAVFTPCI_FAILED when it states less than a header: nothing is changed then
  */
 TAV_API uint32_t TAVFTPCI_SwapMsgBodyByteOrder2Loc(void *message);

@@ -219,6 +219,9 @@ uint32_t TAV_ExtCfgRecordMatchCond(const TAV_ExtCfgRecordNode *record, const TAV
 
 uint32_t TAV_ExtCfgRecordNodeSet(TAV_ExtCfgRecordNode *target, const TAV_ExtCfgRecordNode *source) {
     FAIL_IF_NULL(TAV_ERR_NULL, target, source);
+    if (target == source) {
+        return TAV_OK;  // a field that is held in two lengths would be replaced again and again
+    }
     for (const TAV_ExtCfgFieldNode *field : FieldsOf(source)) {
         TAV_ExtCfgFieldNode *old = TAV_ExtCfgFieldNodeFind(&target->fields, field->fid);
         const bool fits = old != nullptr && old->length == field->length;

@@ -9,9 +9,9 @@
 
 namespace {
 
-/** Adds a record to its class, unless it stands in a tree already: in two, it would be freed twice. */
-uint32_t AddToClass(TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
-    if (extcfg::IsLinked(record)) {
+/** Adds a record to its class, unless a tree or the store's query has it already: it would be freed twice. */
+uint32_t AddToClass(const CfgLocal *local, TAV_ExtCfgClassNode *classNode, TAV_ExtCfgRecordNode *record) {
+    if (extcfg::IsLinked(record) || record == local->queryDeleted) {
         LOG_AS("TAV_ExtCfgAddRecord", "Record is in a store already, cid %d", classNode->cid);
         return TAV_ERR_INVALID;
     }
@@ -38,7 +38,7 @@ uint32_t TAV_ExtCfgAddRecord(uint32_t vsId, TAV_ExtCfgRecordNode *record, CfgLoc
     FAIL_IF_NULL(TAV_ERR_NO_MEMORY, vs);
     TAV_ExtCfgClassNode *classNode = TAV_ExtCfgClassNodeGetInstance(vs, TAV_ExtCfgRecordCid(record));
     FAIL_IF_NULL(TAV_ERR_NO_MEMORY, classNode);
-    result = AddToClass(classNode, record);
+    result = AddToClass(local, classNode, record);
     FAIL_UNLESS(result, result == TAV_OK, "Report error: 0x%x", result);
     return TAV_OK;
 }

@@ -71,9 +71,11 @@ uint32_t TAV_ExtCfgStartQuery(uint32_t vsId, const TAV_ExtCfgRecordNode *conditi
     FAIL_IF_NULL(TAV_ERR_NULL, condition);
     FAIL_UNLESS(TAV_ERR_INVALID, IsValid(local), "Invalid CfgLocal");
     FAIL_UNLESS(TAV_ERR_REFUSED, local->mode != TAV_EXT_MODE_WRITE_ONLY, "CfgLocal is write-only mode");
+    // Copied first: it may be the deleted record that the former query has kept.
+    TAV_ExtCfgRecordNode *copy = CopyCondition(condition);
     TAV_ExtCfgEndQuery(local);
-    local->queryCondition = CopyCondition(condition);
-    FAIL_IF_NULL(TAV_ERR_NO_MEMORY, local->queryCondition);
+    FAIL_IF_NULL(TAV_ERR_NO_MEMORY, copy);
+    local->queryCondition = copy;
     local->queryVsId = vsId;
     local->queryFlag = 1;
     local->queryCursor = nullptr;

@@ -258,6 +258,30 @@ TEST_F(Edit, ARecordIsItsCallersUntilItIsAdded) {
     EXPECT_EQ(Add(store, 7, std::move(twin)), TAV_OK) << "a record that was refused is in no store";
 }
 
+TEST_F(Edit, WhatAQueryHasKeptIsNotTakenTwice) {
+    for (const bool asCondition : {false, true}) {
+        const Store store = Open(0, "/nowhere/a.dat");
+        ASSERT_EQ(Add(store, 0, Class13(1)), TAV_OK);
+        ASSERT_EQ(Add(store, 0, Class13(2)), TAV_OK);
+        ASSERT_EQ(TAV_ExtCfgStartQuery(0, Class13(0).get(), store.get()), TAV_OK);
+        TAV_ExtCfgRecordNode *kept = TAV_ExtCfgGetNextRecord(store.get());
+        ASSERT_EQ(TAV_ExtCfgDelRecord(0, kept, store.get()), TAV_OK);
+        if (asCondition) {
+            EXPECT_EQ(TAV_ExtCfgStartQuery(0, kept, store.get()), TAV_OK);
+        } else {
+            EXPECT_EQ(TAV_ExtCfgAddRecord(1, kept, store.get()), TAV_ERR_INVALID);
+        }
+        EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(store.get()), 14), Host32(2));
+    }
+}
+
+TEST_F(Edit, ARecordSetFromItselfStaysAsItIs) {
+    const Record record = MakeRecord(13, {{14, Host32(3)}, {15, Host16(2)}, {15, {9}}, {15, Host16(2)}});
+    const Bytes before = Encode(record.get());
+    EXPECT_EQ(TAV_ExtCfgRecordNodeSet(record.get(), record.get()), TAV_OK);
+    EXPECT_EQ(Encode(record.get()), before);
+}
+
 TEST_F(Edit, AKeyGivenTwiceChangesNothing) {
     const Bytes image = Image(VsTlv(0, {Tlv(13, {Tlv(14, Be32(3)), Tlv(15, Be16(33))})}));
     WriteFile(path, image);
