@@ -3,6 +3,7 @@
  */
 #include <fstream>
 #include <numeric>
+#include <optional>
 
 #include "growth.h"
 #include "peer_store.h"
@@ -27,15 +28,12 @@ std::vector<size_t> Mixed(size_t count) {
 }
 
 Node MakeNumbered(uint32_t cid, uint32_t key, uint16_t value) {
-    Node node(TAV_ExtCfgRecordNodeCreate(cid));
-    TAV_ExtCfgRecordAddFieldValue(node.get(), kKey, sizeof(key), &key);
-    TAV_ExtCfgRecordAddFieldValue(node.get(), 15, sizeof(value), &value);
-    return node;
+    return Node(cid).With(kKey, key).With(15, value);
 }
 
 void Add(const Store &store, uint32_t vsId, Node node) {
-    Require(TAV_ExtCfgAddRecord(vsId, node.get(), store.get()) == TAV_OK, "add");
-    static_cast<void>(node.release());  // the store's now
+    Require(TAV_ExtCfgAddRecord(vsId, node.Get(), store.Get()) == TAV_OK, "add");
+    static_cast<void>(node.Release());  // the store's now
 }
 
 /** Where an element goes: its VS, its class, its key. */
@@ -58,24 +56,24 @@ class Filled {
   public:
     Filled(size_t count, PlaceOf placeOf)
         : folder_("growth"), path_(folder_.Path() + "/a.dat"), elements_(Mixed(count)), placeOf_(placeOf) {
-        store_ = OpenStore(TAV_EXT_MODE_READ_WRITE, path_);
+        store_.emplace(OpenStore(TAV_EXT_MODE_READ_WRITE, path_));
         std::vector<Node> nodes;
         for (const size_t element : elements_) {
             nodes.push_back(MakeNumbered(placeOf(element).cid, placeOf(element).key, 1));
         }
         addSeconds_ = Seconds([&] {
             for (size_t at = 0; at < count; ++at) {
-                Add(store_, placeOf(elements_[at]).vsId, std::move(nodes[at]));
+                Add(*store_, placeOf(elements_[at]).vsId, std::move(nodes[at]));
             }
         });
     }
 
-    const Store &Get() const { return store_; }
+    CfgLocal *Get() const { return store_->Get(); }
     const std::string &Path() const { return path_; }
     double AddSeconds() const { return addSeconds_; }
     size_t Count() const { return elements_.size(); }
 
-    void Flush() const { Require(TAV_ExtCfgFlush(store_.get()) == TAV_OK, "flush"); }
+    void Flush() const { Require(TAV_ExtCfgFlush(Get()) == TAV_OK, "flush"); }
     void Close() { store_.reset(); }
 
     /** Calls visit(VS id, key record) for each element, and returns the seconds that the calls took. */
@@ -87,7 +85,7 @@ class Filled {
         }
         return Seconds([&] {
             for (size_t at = 0; at < keys.size(); ++at) {
-                Require(visit(placeOf_(elements_[at]).vsId, keys[at].get()), "element");
+                Require(visit(placeOf_(elements_[at]).vsId, keys[at].Get()), "element");
             }
         });
     }
@@ -97,7 +95,7 @@ class Filled {
     std::string path_;
     std::vector<size_t> elements_;
     PlaceOf placeOf_;
-    Store store_;
+    std::optional<Store> store_;
     double addSeconds_ = 0;
 };
 
@@ -115,7 +113,7 @@ double SecondsToAdd(const Filled &filled) {
 }
 
 double SecondsToGet(const Filled &filled) {
-    CfgLocal *local = filled.Get().get();
+    CfgLocal *local = filled.Get();
     const auto get = [=](uint32_t vsId, const TAV_ExtCfgRecordNode *key) {
         return TAV_ExtCfgGetRecord(vsId, key, local) != nullptr;
     };
@@ -124,24 +122,24 @@ double SecondsToGet(const Filled &filled) {
 }
 
 double SecondsToSet(const Filled &filled) {
-    CfgLocal *local = filled.Get().get();
+    CfgLocal *local = filled.Get();
     return filled.SecondsForEach(2, [=](uint32_t vsId, const TAV_ExtCfgRecordNode *record) {
         return TAV_ExtCfgSetRecord(vsId, record, local) == TAV_OK;
     });
 }
 
 double SecondsToDelete(const Filled &filled) {
-    CfgLocal *local = filled.Get().get();
+    CfgLocal *local = filled.Get();
     return filled.SecondsForEach(1, [=](uint32_t vsId, const TAV_ExtCfgRecordNode *key) {
         return TAV_ExtCfgDelRecord(vsId, key, local) == TAV_OK;
     });
 }
 
 double SecondsToQuery(const Filled &filled) {
-    CfgLocal *local = filled.Get().get();
-    const Node condition(TAV_ExtCfgRecordNodeCreate(kClass));
+    CfgLocal *local = filled.Get();
+    const Node condition(kClass);
     return Seconds([&] {
-        Require(TAV_ExtCfgStartQuery(kVs, condition.get(), local) == TAV_OK, "query");
+        Require(TAV_ExtCfgStartQuery(kVs, condition.Get(), local) == TAV_OK, "query");
         size_t found = 0;
         while (TAV_ExtCfgGetNextRecord(local) != nullptr) {
             ++found;
@@ -165,7 +163,7 @@ double SecondsToChangeInPlace(Filled &filled) {
     filled.Close();
     const Node record = MakeNumbered(kClass, KeyOf(filled.Count() / 2), 3);
     return Seconds([&] {
-        Require(TAV_ExtCfgSetRecordToFile(kVs, record.get(), filled.Path().c_str(), nullptr) == TAV_OK, "in place");
+        Require(TAV_ExtCfgSetRecordToFile(kVs, record.Get(), filled.Path().c_str(), nullptr) == TAV_OK, "in place");
     });
 }
 

@@ -9,16 +9,11 @@ namespace {
 
 /** Makes a file with that many records of class 13, whose values follow from `seed`. */
 void MakeFile(const std::string &path, size_t count, uint32_t seed) {
-    const Store store = OpenStore(TAV_EXT_MODE_WRITE_ONLY, path);
+    Store store = OpenStore(TAV_EXT_MODE_WRITE_ONLY, path);
     for (uint32_t key = 0; key < count; ++key) {
-        Node node(TAV_ExtCfgRecordNodeCreate(13));
-        const uint32_t value = key * seed;
-        TAV_ExtCfgRecordAddFieldValue(node.get(), 14, sizeof(key), &key);
-        TAV_ExtCfgRecordAddFieldValue(node.get(), 19, sizeof(value), &value);
-        Require(TAV_ExtCfgAddRecord(kVs, node.get(), store.get()) == TAV_OK, "add");
-        static_cast<void>(node.release());  // the store's now
+        store.Add(kVs, Node(13).With(14, key).With(19, key * seed));
     }
-    Require(TAV_ExtCfgFlush(store.get()) == TAV_OK, "flush");
+    Require(TAV_ExtCfgFlush(store.Get()) == TAV_OK, "flush");
 }
 
 /** Runs the tool in a folder. Its exit status must be one of the two that say that all went well. */

@@ -5,35 +5,29 @@
 #define TAV_BENCH_PEER_STORE_H
 
 #include <filesystem>
+#include <optional>
 
 #include "peer_floor.h"
-#include "tav_extcfg.h"
+#include "tav/store.h"
 
 namespace tav::bench {
 
 constexpr uint32_t kVs = 0;
 
-struct StoreDeleter {
-    void operator()(CfgLocal *local) const { TAV_ExtCfgClose(local); }
-    void operator()(TAV_ExtCfgRecordNode *record) const { TAV_ExtCfgRecordNodeFree(record); }
-};
-using Store = std::unique_ptr<CfgLocal, StoreDeleter>;
-using Node = std::unique_ptr<TAV_ExtCfgRecordNode, StoreDeleter>;
+using Node = tav::Record;
 
 inline Store OpenStore(uint32_t mode, const std::string &path) {
-    Store store(TAV_ExtCfgOpen(mode, path.c_str(), nullptr));
-    Require(store != nullptr, "store open");
-    return store;
+    return Store::Open(path, {}, mode);
 }
 
-/** Makes a node of a record, with the fields that the filter lets through. */
+/** Makes a node of a record, with the fields that the filter lets through; by the C interface, which is measured. */
 template <typename Record, typename Filter>
 Node MakeNode(const Record &record, Filter filter) {
-    Node node(TAV_ExtCfgRecordNodeCreate(Record::kClass));
+    Node node(Record::kClass);
     Record::Visit(record, [&](uint32_t fid, const auto &value) {
         if (filter(fid)) {
             const std::string_view bytes = BytesOf(value);
-            TAV_ExtCfgRecordAddFieldValue(node.get(), fid, static_cast<uint32_t>(bytes.size()), bytes.data());
+            TAV_ExtCfgRecordAddFieldValue(node.Get(), fid, static_cast<uint32_t>(bytes.size()), bytes.data());
         }
     });
     return node;
@@ -66,30 +60,30 @@ class StoreOpener {
         const Store store = OpenStore(TAV_EXT_MODE_WRITE_ONLY, path_);
         for (const Record &record : records) {
             Node node = MakeNode(record, [](uint32_t) { return true; });
-            Require(TAV_ExtCfgAddRecord(kVs, node.get(), store.get()) == TAV_OK, "store add");
-            static_cast<void>(node.release());  // the store's now
+            Require(TAV_ExtCfgAddRecord(kVs, node.Get(), store.Get()) == TAV_OK, "store add");
+            static_cast<void>(node.Release());  // the store's now
         }
-        Require(TAV_ExtCfgFlush(store.get()) == TAV_OK, "store flush");
+        Require(TAV_ExtCfgFlush(store.Get()) == TAV_OK, "store flush");
     }
 
-    void Open() { store_ = OpenStore(TAV_EXT_MODE_READ_ONLY, path_); }
+    void Open() { store_.emplace(OpenStore(TAV_EXT_MODE_READ_ONLY, path_)); }
 
     bool Check(const std::vector<Record> &records) const {
         const Record &probe = records[records.size() / 2];
         const Node key = MakeKey(probe);
-        Require(TAV_ExtCfgStartQuery(kVs, key.get(), store_.get()) == TAV_OK, "store query");
+        Require(TAV_ExtCfgStartQuery(kVs, key.Get(), store_->Get()) == TAV_OK, "store query");
         size_t count = 0;
-        while (TAV_ExtCfgGetNextRecord(store_.get()) != nullptr) {
+        while (TAV_ExtCfgGetNextRecord(store_->Get()) != nullptr) {
             ++count;
         }
-        return count == records.size() && Holds(TAV_ExtCfgGetRecord(kVs, key.get(), store_.get()), probe);
+        return count == records.size() && Holds(TAV_ExtCfgGetRecord(kVs, key.Get(), store_->Get()), probe);
     }
 
     void Close() { store_.reset(); }
 
   private:
     std::string path_;
-    Store store_;
+    std::optional<Store> store_;
 };
 
 template <typename Record>
@@ -109,7 +103,7 @@ class StoreGetter {
     size_t GetAll() {
         size_t found = 0;
         for (const Node &key : keys_) {
-            if (const auto *record = TAV_ExtCfgGetRecord(kVs, key.get(), store_.get())) {
+            if (const auto *record = TAV_ExtCfgGetRecord(kVs, key.Get(), store_.Get())) {
                 touched_ ^= *reinterpret_cast<const volatile uint8_t *>(record);
                 ++found;
             }
@@ -136,7 +130,7 @@ class StoreAnewGetter {
     size_t GetAll() {
         size_t found = 0;
         for (const Record &wanted : records_) {
-            if (const auto *record = TAV_ExtCfgGetRecord(kVs, MakeKey(wanted).get(), store_.get())) {
+            if (const auto *record = TAV_ExtCfgGetRecord(kVs, MakeKey(wanted).Get(), store_.Get())) {
                 touched_ ^= *reinterpret_cast<const volatile uint8_t *>(record);
                 ++found;
             }
@@ -156,7 +150,7 @@ class StoreFlusher {
   public:
     StoreFlusher(const std::string &path, const Record &record) : path_(path + ".flush.dat"), record_(record) {
         std::filesystem::copy_file(path + ".dat", path_);
-        store_ = OpenStore(TAV_EXT_MODE_READ_WRITE, path_);
+        store_.emplace(OpenStore(TAV_EXT_MODE_READ_WRITE, path_));
     }
     ~StoreFlusher() { std::filesystem::remove(path_); }
 
@@ -164,15 +158,15 @@ class StoreFlusher {
         ++(record_.*Record::kChanged);
         const Node node =
             MakeNode(record_, [](uint32_t fid) { return fid == Record::kKeyField || fid == Record::kChangedField; });
-        Require(TAV_ExtCfgSetRecord(kVs, node.get(), store_.get()) == TAV_OK, "store set");
+        Require(TAV_ExtCfgSetRecord(kVs, node.Get(), store_->Get()) == TAV_OK, "store set");
     }
 
-    void Flush() const { Require(TAV_ExtCfgFlush(store_.get()) == TAV_OK, "store flush"); }
+    void Flush() const { Require(TAV_ExtCfgFlush(store_->Get()) == TAV_OK, "store flush"); }
 
   private:
     std::string path_;
     Record record_;
-    Store store_;
+    std::optional<Store> store_;
 };
 
 }  // namespace tav::bench

@@ -1,5 +1,6 @@
 /*
- * Records, stores and blocks of the library that are released when their owner goes.
+ * Records, stores and blocks of the library that are released when their owner goes. Not tav::Record and tav::Store,
+ * which throw where a call fails: tests look at just that, at null and at result codes, and at what is left then.
  */
 #ifndef TAV_TESTS_OWNED_H
 #define TAV_TESTS_OWNED_H
