@@ -10,6 +10,7 @@
 
 #include "errors.h"
 #include "file_commands.h"
+#include "help.h"
 #include "passwd.h"
 #include "rekey.h"
 #include "secret.h"
@@ -19,30 +20,6 @@
 namespace tavcfg {
 
 namespace {
-
-const char *const kFooter =
-    "Values (FIELD=VALUE), by the data type of the field:\n"
-    "  integer    decimal, or hexadecimal with 0x in front\n"
-    "  text       as it is\n"
-    "  bytes      pairs of hexadecimal digits\n"
-    "  address    192.0.2.1 or 2001:db8::1\n"
-    "  time       2024-05-06T07:08:09.123\n"
-    "  any type   hex: and pairs of hexadecimal digits, in the byte order of the file; values that have no\n"
-    "             form of their own, or hold control characters, are also shown that way\n"
-    "\n"
-    "Passwords and texts to encrypt or decrypt are one line on standard input, never an argument; a terminal\n"
-    "does not show passwords and texts while they are typed.\n"
-    "\n"
-    "A FILE whose name ends in .zip is an archive. What writes takes the file's lock, and readers find the whole\n"
-    "old or the whole new file. A FILE.bak beside FILE comes from a program that writes without the lock, and has\n"
-    "died or is still at work: see recover.\n"
-    "\n"
-    "Where the number of a class or a field stands, its name may stand too: of the JSON file that --names or the\n"
-    "variable TAV_NAMES gives, or of FILE.names.json. With --names, names are shown as well.\n"
-    "\n"
-    "Exit codes: 0 done; 1 refused or failed, with one line on standard error; 2 a malformed command line, a\n"
-    "value that does not suit its field included; 3 another process holds the file's lock. Commands that ask\n"
-    "(diff; verify, passwd check, passwd verify): 0 same, or yes; 1 different, or no; 2 it could not be told.";
 
 /** Throws UsageError for a key context that is too long for the platform. */
 void RequireContext(const std::string &context) {
@@ -89,11 +66,11 @@ class Commands {
   public:
     explicit Commands(Invocation &invocation) : invocation_(invocation) {
         app_.require_subcommand(1);
-        app_.footer(kFooter);
         app_.set_version_flag("--version", "tavcfg " TAV_VERSION_STRING);
         files_.AddTo(&app_, &invocation_);
         AddPasswords();
         AddSecrets();
+        AddFooters(&app_);
     }
 
     CLI::App &App() { return app_; }
