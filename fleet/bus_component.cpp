@@ -25,6 +25,9 @@ constexpr std::chrono::milliseconds kMoment(50);
 // How often somebody may give way before the component counts as held: more claimants at a time than there will be.
 constexpr int kMostClaimants = 100;
 
+// How often nobody may answer who listens. Once also one does not whose process has just ended.
+constexpr int kMostSilent = 1;
+
 /** Returns a name that nobody else has made up. */
 std::string NewName() {
     std::random_device random;
@@ -64,28 +67,31 @@ uint32_t BoundComponent::Open() {
     Listen(&claims_, claims, "", &BoundComponent::OnClaim);
     uint32_t code = connection_.Settle(claims);
     if (code == 0) {
-        code = Claim();
+        code = Claim(kMostSilent);
     }
     if (code != 0) {
-        return code;
+        return code == ETIMEDOUT ? EADDRINUSE : code;
     }
     // A queue: should a cluster have fallen in two, and two hold the component for once, one of them gets a message.
     Listen(&messages_, messages, "port", &BoundComponent::OnMessage);
     return connection_.Settle(messages);
 }
 
-uint32_t BoundComponent::Claim() {
-    int quiet = 0, silent = 0;
-    for (int i = 0; quiet < 2 && silent < 2 && i < kMostClaimants; ++i) {
-        if (i > 0) {
-            std::this_thread::sleep_for(kMoment);
-        }
+/** Returns 0; EADDRINUSE; ETIMEDOUT when somebody does not answer; else the code of why it cannot be claimed. */
+uint32_t BoundComponent::Claim(int mostSilent) {
+    int quiet = 0, silent = 0, yielding = 0;
+    while (quiet < 2 && silent <= mostSilent && yielding < kMostClaimants) {
         const uint32_t code = AskClaimants();
         if (code != 0 && code != ENOENT && code != ETIMEDOUT) {
             return code;
         }
         quiet = code == ENOENT ? quiet + 1 : 0;
-        silent += code == ETIMEDOUT;  // once also one whose process has just ended does not answer
+        silent += code == ETIMEDOUT;
+        yielding += code == 0;
+        std::this_thread::sleep_for(quiet < 2 ? kMoment : kMoment.zero());
+    }
+    if (silent > mostSilent) {
+        return ETIMEDOUT;
     }
     const std::lock_guard lock(mutex_);
     if (quiet < 2 || state_ != State::kClaiming) {
@@ -175,15 +181,18 @@ bool BoundComponent::IsLost() {
     return state_ == State::kLost;
 }
 
-bool BoundComponent::Resume() {
+BoundComponent::Resumed BoundComponent::Resume() {
     std::unique_lock lock(mutex_);
     const bool hasToClaim = state_ == State::kClaiming && hasHeld_;
     lock.unlock();
-    const uint32_t code = hasToClaim ? Claim() : 0;
-    if (code != 0 && code != ENOTCONN && code != ECONNRESET) {  // else the connection is away again, and comes back
+    const uint32_t code = hasToClaim ? Claim(0) : 0;
+    if (code == ETIMEDOUT) {
+        return Resumed::kSilent;
+    }
+    if (code != 0 && code != ENOTCONN && code != ECONNRESET) {
         Lose(code);
     }
-    return !IsLost();
+    return IsLost() ? Resumed::kLost : Resumed::kDone;
 }
 
 void BoundComponent::GiveUp() {

@@ -45,11 +45,15 @@ class BoundComponent : public std::enable_shared_from_this<BoundComponent> {
     /** The connection is away: somebody else may bind the component now. */
     void Suspend();
 
-    /**
-     * The connection is back: claims the component again. Returns false when it is lost, because somebody else has
-     * bound it; receiving says so from now on.
-     */
-    bool Resume();
+    /** What has come of claiming a component again. */
+    enum class Resumed {
+        kDone,    // it is held, or the connection is away again
+        kLost,    // somebody else has bound it; receiving says so from now on
+        kSilent,  // somebody does not answer: to be tried again
+    };
+
+    /** The connection is back: claims the component again. */
+    Resumed Resume();
 
     /** The connection is gone for good: receiving says so from now on. */
     void GiveUp();
@@ -57,7 +61,7 @@ class BoundComponent : public std::enable_shared_from_this<BoundComponent> {
   private:
     enum class State { kClaiming, kHeld, kLost };
 
-    uint32_t Claim();
+    uint32_t Claim(int mostSilent);
     uint32_t AskClaimants();
     void Listen(Subscription *subscription, const std::string &subject, const std::string &queue,
                 void (BoundComponent::*handler)(const natsMsg *));

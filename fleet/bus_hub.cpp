@@ -65,6 +65,15 @@ BusHub::BusHub(const Access &access) : connection_(access, Events()), services_(
     connection_.Open();
 }
 
+/** Claims a component again. Returns false when that has to be tried once more. */
+bool BusHub::HasResumed(BoundComponent &binding) {
+    const BoundComponent::Resumed resumed = binding.Resume();
+    if (resumed == BoundComponent::Resumed::kLost) {
+        services_.Withdraw(binding.Name());
+    }
+    return resumed != BoundComponent::Resumed::kSilent;
+}
+
 ConnectionEvents BusHub::Events() {
     const auto lost = [this] {
         for (const auto &binding : Bindings()) {
@@ -72,10 +81,9 @@ ConnectionEvents BusHub::Events() {
         }
     };
     const auto restored = [this] {
-        for (const auto &binding : Bindings()) {
-            if (!binding->Resume()) {
-                services_.Withdraw(binding->Name());
-            }
+        std::vector<std::shared_ptr<BoundComponent>> bindings = Bindings();
+        while (!bindings.empty()) {
+            std::erase_if(bindings, [this](const auto &binding) { return HasResumed(*binding); });
         }
         services_.Renew();
     };

@@ -53,6 +53,7 @@ class BusHub {
     };
 
     ConnectionEvents Events();
+    bool HasResumed(BoundComponent &binding);
     std::shared_ptr<BoundComponent> Find(const ComponentName &component);
     std::vector<std::shared_ptr<BoundComponent>> Bindings();
     uint32_t CodeOfPause(const std::string &subject);

@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <functional>
-#include <optional>
 #include <thread>
 
 #include "bus_peer.h"
@@ -175,14 +174,6 @@ TEST(FleetBus, AComponentThatWasBoundElsewhereMeanwhileIsLost) {
     EXPECT_EQ(second.Do("send 8 7 16"), 0);
 }
 
-/** The server's configuration that docs/fleet.md shows. */
-std::string DocumentedConfiguration() {
-    const Bytes bytes = ReadFile(TAV_SOURCES "/docs/fleet.md");
-    const std::string document(bytes.begin(), bytes.end());
-    const size_t begin = document.find("```conf\n") + 8;
-    return document.substr(begin, document.find("```", begin) - begin);
-}
-
 /** A connection past the platform, for what no component sends. */
 class RawConnection {
   public:
@@ -221,6 +212,31 @@ class RawConnection {
   private:
     natsConnection *connection_ = nullptr;
 };
+
+TEST(FleetBus, AComponentOutlastsWhatTheServerStillHasOfItsOldConnection) {
+    const NatsServer server("ping_interval: \"100ms\"\nping_max: 1");
+    BusPeer holder(On(server)), sender(On(server));
+    EXPECT_EQ((Codes{holder.Do("bind 7"), holder.Do("bind 9")}), (Codes{0, 0}));
+    holder.Signal(SIGSTOP);  // until the server takes it for dead
+    Await(sender, "send 8 7 16", ENOENT);
+    RawConnection ghost(server);
+    ghost.Listen("tav.b.7", [&] {
+        holder.Signal(SIGCONT);
+        std::this_thread::sleep_for(milliseconds(2500));
+        EXPECT_EQ((Codes{sender.Do("send 8 7 16"), sender.Do("send 8 9 16")}), (Codes{EAGAIN, 0}));
+    });
+    Await(sender, "send 8 7 16", 0);
+    EXPECT_EQ((Codes{holder.Do("receive 7 0"), sender.Do("bind 7")}), (Codes{-8, EADDRINUSE}));
+    EXPECT_EQ(holder.Complaints(), "");
+}
+
+/** The server's configuration that docs/fleet.md shows. */
+std::string DocumentedConfiguration() {
+    const Bytes bytes = ReadFile(TAV_SOURCES "/docs/fleet.md");
+    const std::string document(bytes.begin(), bytes.end());
+    const size_t begin = document.find("```conf\n") + 8;
+    return document.substr(begin, document.find("```", begin) - begin);
+}
 
 /** An envelope, byte by byte, and the smallest message behind it. */
 Bytes Envelope(uint32_t from, uint32_t to, uint32_t magic = 0x54415642, uint16_t version = 1, size_t size = 36) {
@@ -398,13 +414,13 @@ TEST(FleetBus, OneLineSaysWhyThereIsNoConnection) {
     }
 }
 
-#ifndef TAV_EMULATED  // where the emulator would take the variable for itself
+#ifndef TAV_FOREIGN  // where programs take libraries from one place alone
 TEST(FleetBus, TheModuleIsLoadedFromItsOwnPlaceAlone) {
     const NatsServer server;
     const TempFolder folder;
     auto environment = On(server);
-    environment["LD_PRELOAD"] = folder.Path("libtav_posix.so");
-    std::filesystem::copy(TAV_HOSTED_LIBRARY, folder.Path("libtav_posix.so"));
+    environment["LD_LIBRARY_PATH"] = folder.Path();
+    std::filesystem::copy(TAV_HOSTED_LIBRARY, folder.Path(TAV_HOSTED_NAME));
     const auto expect = [&](int64_t code, const std::string &line) {
         BusPeer peer(environment);
         EXPECT_EQ((Codes{peer.Do("bind 7"), peer.Do("bind 7")}), (Codes{code, code == 0 ? EADDRINUSE : code}));
