@@ -4,10 +4,10 @@
 #include "change_event.h"
 
 #include <cstring>
-#include <new>
+#include <memory>
 
 #include "event_messages.h"
-#include "store_records.h"
+#include "store_fields.h"
 
 namespace {
 
@@ -39,18 +39,19 @@ uint32_t MatchClass(const void *data, uint32_t /*length*/, uintptr_t event, uint
 /** The private form of field and key conditions: what a record of the class must hold. */
 struct RecordCondition {
     uint32_t cid;
-    Record fields;  // a record of the class with the one field
+    tav::Record fields;  // a record of the class with the one field
 };
 
 /** Builds a condition; a failure leaves `data` null, which says that it cannot be parsed now. */
 void BuildCondition(uint32_t cid, uint32_t fid, Bytes value, void **data, uint32_t *length) {
-    Record fields(TAV_ExtCfgRecordNodeCreate(cid));
-    if (!fields || !AddField(fields, fid, value)) {
-        return;
+    try {
+        auto condition = std::make_unique<RecordCondition>(RecordCondition{cid, tav::Record(cid)});
+        condition->fields.Add(fid, value);
+        *length = sizeof(*condition);
+        *data = condition.release();
+    } catch (const std::exception &) {
+        // a value that is too long, or no memory
     }
-    auto *condition = new (std::nothrow) RecordCondition{cid, std::move(fields)};
-    *data = condition;
-    *length = condition != nullptr ? sizeof(*condition) : 0;
 }
 
 void ParseField(const void *tlv, void **data, uint32_t *length, uintptr_t /*userData*/) {
@@ -78,7 +79,7 @@ uint32_t MatchRecord(const void *data, uint32_t /*length*/, uintptr_t event, uin
     const auto &condition = *static_cast<const RecordCondition *>(data);
     Change &change = ChangeOf(event);
     return Answer(change,
-                  condition.cid == change.cid && TAV_ExtCfgRecordMatchCond(change.record, condition.fields.get()) != 0);
+                  condition.cid == change.cid && TAV_ExtCfgRecordMatchCond(change.record, condition.fields.Get()) != 0);
 }
 
 void FreeCondition(void *data, uintptr_t /*userData*/) {
@@ -89,8 +90,8 @@ void FreeCondition(void *data, uintptr_t /*userData*/) {
 uint32_t SameCondition(const void *dataA, const void *dataB, uint32_t /*length*/) {
     const auto &a = *static_cast<const RecordCondition *>(dataA);
     const auto &b = *static_cast<const RecordCondition *>(dataB);
-    const bool isSame = a.cid == b.cid && TAV_ExtCfgRecordMatchCond(a.fields.get(), b.fields.get()) != 0 &&
-                        TAV_ExtCfgRecordMatchCond(b.fields.get(), a.fields.get()) != 0;
+    const bool isSame = a.cid == b.cid && TAV_ExtCfgRecordMatchCond(a.fields.Get(), b.fields.Get()) != 0 &&
+                        TAV_ExtCfgRecordMatchCond(b.fields.Get(), a.fields.Get()) != 0;
     return isSame ? 1 : 0;
 }
 

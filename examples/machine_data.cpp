@@ -141,16 +141,3 @@ std::vector<NetworkEntry> ReadNetwork() {
     AddIpv6Routes(entries);
     return entries;
 }
-
-std::string AddressText(const AddressValue &address) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (address[0] == kFamilyIpv4) {
-        uint32_t word = 0;
-        memcpy(&word, &address[kIpv4Offset], sizeof(word));
-        const in_addr ipv4 = {htonl(word)};
-        inet_ntop(AF_INET, &ipv4, text, sizeof(text));
-    } else {
-        inet_ntop(AF_INET6, &address[kIpv6Offset], text, sizeof(text));
-    }
-    return text;
-}

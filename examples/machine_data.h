@@ -34,7 +34,4 @@ std::vector<Service> ReadServices();
 /** Lists the addresses of this machine's interfaces and the destinations of its routes. */
 std::vector<NetworkEntry> ReadNetwork();
 
-/** Writes an address as text. */
-std::string AddressText(const AddressValue &address);
-
 #endif

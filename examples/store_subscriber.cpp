@@ -24,7 +24,8 @@
 #include "numbers.h"
 #include "platform/dms_message.h"
 #include "platform/mel_environment.h"
-#include "store_records.h"
+#include "store_fields.h"
+#include "tav/values.h"
 #include "tav_posix.h"
 
 namespace {
@@ -73,13 +74,13 @@ std::vector<uint8_t> ParseCondition(const std::string &text) {
     const uint32_t cid = ParseNumber(CutPart(rest), "class");
     if (kind == "field") {
         const uint32_t fid = ParseNumber(CutPart(rest), "field");
-        return MakeTlv(kFieldCondition, {cid, fid}, ParseValue(fid, rest));
+        return MakeTlv(kFieldCondition, {cid, fid}, BytesOf(tav::ParseValue(fid, rest)));
     }
     const std::optional<uint32_t> keyFid = KeyFieldOf(cid);
     if (kind != "key" || !keyFid) {
         throw std::invalid_argument("'" + text + "' is no condition, or its class is not known");
     }
-    return MakeTlv(kKeyCondition, {cid}, ParseValue(*keyFid, rest));
+    return MakeTlv(kKeyCondition, {cid}, BytesOf(tav::ParseValue(*keyFid, rest)));
 }
 
 uint32_t ParseRule(const std::string &rule) {
@@ -123,9 +124,9 @@ Options ParseOptions(const std::vector<std::string> &arguments) {
 
 /** Shows a TLV's value, which is in file order. */
 std::string FileValueText(uint32_t type, const uint8_t *value, uint32_t length) {
-    std::vector<uint8_t> hostValue(length);
+    std::string hostValue(length, '\0');
     const uint32_t result = TAV_ExtTlvConvertEndian(type, length, value, hostValue.data());
-    return result == TAV_OK ? ValueText(type, hostValue) : "?";
+    return result == TAV_OK ? tav::FormatValue(type, hostValue) : "?";
 }
 
 /** Visitor of a record's fields: appends one to the text. */
@@ -285,7 +286,7 @@ int main(int argc, char **argv) {
     Options options;
     try {
         options = ParseOptions({argv + 1, argv + argc});
-    } catch (const std::invalid_argument &error) {
+    } catch (const std::exception &error) {
         fprintf(stderr,
                 "store_subscriber: %s\n"
                 "usage: store_subscriber COMPONENT WATCHER VS any|all [--events N] [--unbook]"

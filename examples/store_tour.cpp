@@ -11,8 +11,7 @@
 #include <utility>
 
 #include "machine_data.h"
-#include "store_records.h"
-#include "tav_extcfg.h"
+#include "tav/store.h"
 #include "tav_posix.h"
 
 namespace {
@@ -45,119 +44,102 @@ void Show(const std::string &call, uint32_t result, uint32_t expected = TAV_OK) 
     }
 }
 
-/** Hands on what must be there. Throws std::runtime_error when it is not. */
-template <typename Pointer>
-Pointer Need(Pointer pointer, const char *what) {
-    if (!pointer) {
-        throw std::runtime_error(std::string(what) + " failed");
-    }
-    return pointer;
-}
-
-template <typename Number>
-bool AddNumber(const Record &record, uint32_t fid, Number number) {
-    return AddField(record, fid, {reinterpret_cast<const uint8_t *>(&number), sizeof(number)});
-}
-
-bool AddText(const Record &record, uint32_t fid, const std::string &text) {
-    return AddField(record, fid, {reinterpret_cast<const uint8_t *>(text.data()), text.size()});
-}
-
-// Records are made of fields that the library may refuse: too long, or no memory. There is no record then.
-
 /** Makes a record of class 7 that holds the key alone. */
-Record ServiceKey(const std::string &name) {
-    Record record(TAV_ExtCfgRecordNodeCreate(kServiceClass));
-    return record && AddText(record, kServiceName, name) ? std::move(record) : nullptr;
+tav::Record ServiceKey(const std::string &name) {
+    return tav::Record(kServiceClass).With(kServiceName, name);
 }
 
-Record ServiceRecord(const Service &service) {
-    Record record = ServiceKey(service.name);
-    const bool isWhole = record && AddNumber(record, kServicePort, service.port) &&
-                         (service.notes.empty() || AddText(record, kServiceNotes, service.notes));
-    return isWhole ? std::move(record) : nullptr;
-}
-
-Record NetworkRecord(uint32_t number, const NetworkEntry &entry) {
-    Record record(TAV_ExtCfgRecordNodeCreate(kNetworkClass));
-    const bool isWhole =
-        record && AddNumber(record, kEntryNumber, number) &&
-        AddNumber(record, kEntryKind, static_cast<uint16_t>(entry.isRoute ? 2 : 1)) &&
-        AddField(record, kEntryAddress, entry.address) && AddNumber(record, kEntryInterface, entry.interfaceIndex) &&
-        AddNumber(record, kEntryPrefix, entry.prefixLength) && AddNumber(record, kEntryMetric, entry.metric);
-    return isWhole ? std::move(record) : nullptr;
-}
-
-/** Hands a record to the store, which owns it from then on; a refused one stays ours and is freed. */
-uint32_t Add(const Store &store, Record record) {
-    const uint32_t result = TAV_ExtCfgAddRecord(kVs, record.get(), store.get());
-    if (result == TAV_OK) {
-        static_cast<void>(record.release());
+tav::Record ServiceRecord(const Service &service) {
+    tav::Record record = ServiceKey(service.name).With(kServicePort, service.port);
+    if (!service.notes.empty()) {
+        record.Add(kServiceNotes, service.notes);
     }
-    return result;
+    return record;
+}
+
+tav::Record NetworkRecord(uint32_t number, const NetworkEntry &entry) {
+    return tav::Record(kNetworkClass)
+        .With(kEntryNumber, number)
+        .With(kEntryKind, entry.isRoute ? 2 : 1)
+        .With(kEntryAddress, tav::Bytes(entry.address))
+        .With(kEntryInterface, entry.interfaceIndex)
+        .With(kEntryPrefix, entry.prefixLength)
+        .With(kEntryMetric, entry.metric);
+}
+
+/** Makes a record and hands it to the store. Returns false when one of them is refused: too long, or there already. */
+template <typename Make>
+bool Add(tav::Store *store, Make make) {
+    try {
+        store->Add(kVs, make());
+        return true;
+    } catch (const tav::Error &) {
+        return false;
+    }
 }
 
 /** Opens a store anew and fills it from this machine. */
-Store FillStore(const std::string &path) {
-    Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_WRITE_ONLY, path.c_str(), nullptr)), "opening");
+tav::Store FillStore(const std::string &path) {
+    tav::Store store = tav::Store::Open(path, {}, TAV_EXT_MODE_WRITE_ONLY);
     unsigned services = 0;
     unsigned refused = 0;
     for (const Service &service : ReadServices()) {
-        Add(store, ServiceRecord(service)) == TAV_OK ? ++services : ++refused;
+        Add(&store, [&] { return ServiceRecord(service); }) ? ++services : ++refused;
     }
     uint32_t entries = 0;
     for (const NetworkEntry &entry : ReadNetwork()) {
-        Add(store, NetworkRecord(entries + 1, entry)) == TAV_OK ? ++entries : ++refused;
+        Add(&store, [&] { return NetworkRecord(entries + 1, entry); }) ? ++entries : ++refused;
     }
     printf("   %u services (class 7), %u addresses and routes (class 13), %u refused\n", services, entries, refused);
     return store;
 }
 
-/** Reads a field of a fixed size. Throws std::runtime_error when the record has none of that size. */
-template <typename Value>
-Value ValueOf(const TAV_ExtCfgRecordNode *record, uint32_t fid) {
-    Value value = {};
-    uint32_t length = 0;
-    const uint32_t result = TAV_ExtCfgRecordGetFieldValue(record, fid, sizeof(value), &value, &length);
-    Need(result == TAV_OK && length == sizeof(value), "reading a field");
-    return value;
+/** Reads a field of numbers. Throws std::runtime_error when the record has none. */
+unsigned NumberIn(tav::RecordView record, uint32_t fid) {
+    const std::optional<uint64_t> number = record.Number(fid);
+    if (!number) {
+        throw std::runtime_error("reading a field failed");
+    }
+    return static_cast<unsigned>(*number);
 }
 
-/** Finds a service by its name. */
-const TAV_ExtCfgRecordNode *FindService(const Store &store, const std::string &name) {
-    const Record key = Need(ServiceKey(name), "making a record");
-    return Need(TAV_ExtCfgGetRecord(kVs, key.get(), store.get()), "finding the service");
+/** Reads the port of a service. */
+unsigned PortOf(const tav::Store &store, const std::string &name) {
+    const std::optional<tav::RecordView> service = store.Find(kVs, ServiceKey(name));
+    if (!service) {
+        throw std::runtime_error("finding the service failed");
+    }
+    return NumberIn(*service, kServicePort);
 }
 
 /** Makes a change of one field of a service: the key says which record, what follows replaces its values. */
-Record PortChange(const std::string &name, uint16_t port) {
-    Record change = Need(ServiceKey(name), "making a record");
-    Need(AddNumber(change, kServicePort, port), "adding a field");
-    return change;
+tav::Record PortChange(const std::string &name, uint16_t port) {
+    return ServiceKey(name).With(kServicePort, port);
 }
 
 /** Walks all records of class 13 in the order of their keys. */
 void QueryNetwork(const std::string &path) {
-    const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path.c_str(), nullptr)), "opening");
-    const Record condition = Need(Record(TAV_ExtCfgRecordNodeCreate(kNetworkClass)), "making a record");
-    Show("TAV_ExtCfgStartQuery(vs 0, class 13)", TAV_ExtCfgStartQuery(kVs, condition.get(), store.get()));
-    while (const TAV_ExtCfgRecordNode *record = TAV_ExtCfgGetNextRecord(store.get())) {
-        const auto isRoute = ValueOf<uint16_t>(record, kEntryKind) == 2;
-        printf("   %3u  %-7s  %s/%u\n", ValueOf<uint32_t>(record, kEntryNumber), isRoute ? "route" : "address",
-               AddressText(ValueOf<AddressValue>(record, kEntryAddress)).c_str(),
-               ValueOf<uint16_t>(record, kEntryPrefix));
+    const tav::Store store = tav::Store::Open(path);
+    const tav::Record condition(kNetworkClass);
+    Show("TAV_ExtCfgStartQuery(vs 0, class 13)", TAV_ExtCfgStartQuery(kVs, condition.Get(), store.Get()));
+    while (const TAV_ExtCfgRecordNode *node = TAV_ExtCfgGetNextRecord(store.Get())) {
+        const tav::RecordView record(node);
+        printf("   %3u  %-7s  %s/%u\n", NumberIn(record, kEntryNumber),
+               NumberIn(record, kEntryKind) == 2 ? "route" : "address",
+               record.Address(kEntryAddress).value().ToText().c_str(), NumberIn(record, kEntryPrefix));
     }
-    Show("TAV_ExtCfgEndQuery()", TAV_ExtCfgEndQuery(store.get()));
+    Show("TAV_ExtCfgEndQuery()", TAV_ExtCfgEndQuery(store.Get()));
 }
 
 /** Reads one record by its key, overwrites a field of it, and flushes twice: the second flush has nothing to write. */
 void GetSetFlush(const std::string &path) {
-    const Store store = OpenForEditing(path);
-    printf("   ssh/tcp has port %u\n", ValueOf<uint16_t>(FindService(store, "ssh/tcp"), kServicePort));
-    const Record change = PortChange("ssh/tcp", 2022);
-    Show("TAV_ExtCfgSetRecord(vs 0, ssh/tcp with port 2022)", TAV_ExtCfgSetRecord(kVs, change.get(), store.get()));
-    Show("TAV_ExtCfgFlush()", TAV_ExtCfgFlush(store.get()));
-    Show("TAV_ExtCfgFlush() again: nothing to write", TAV_ExtCfgFlush(store.get()), TAV_ERR_UNCHANGED);
+    const tav::Store store =
+        tav::Store::Open(path, {}, TAV_EXT_MODE_READ_WRITE);  // which is sound: it was just written
+    printf("   ssh/tcp has port %u\n", PortOf(store, "ssh/tcp"));
+    const tav::Record change = PortChange("ssh/tcp", 2022);
+    Show("TAV_ExtCfgSetRecord(vs 0, ssh/tcp with port 2022)", TAV_ExtCfgSetRecord(kVs, change.Get(), store.Get()));
+    Show("TAV_ExtCfgFlush()", TAV_ExtCfgFlush(store.Get()));
+    Show("TAV_ExtCfgFlush() again: nothing to write", TAV_ExtCfgFlush(store.Get()), TAV_ERR_UNCHANGED);
 }
 
 /**
@@ -165,22 +147,19 @@ void GetSetFlush(const std::string &path) {
  * files that can be made again. The record that is handed in loses its key field.
  */
 void PatchInPlace(const std::string &path) {
-    const Record change = PortChange("ssh/tcp", 22);
+    const tav::Record change = PortChange("ssh/tcp", 22);
     Show("TAV_ExtCfgSetRecordToFile(vs 0, ssh/tcp with port 22)",
-         TAV_ExtCfgSetRecordToFile(kVs, change.get(), path.c_str(), nullptr));
-    const Store store = Need(Store(TAV_ExtCfgOpen(TAV_EXT_MODE_READ_ONLY, path.c_str(), nullptr)), "opening");
-    printf("   the file still loads, and ssh/tcp has port %u\n",
-           ValueOf<uint16_t>(FindService(store, "ssh/tcp"), kServicePort));
+         TAV_ExtCfgSetRecordToFile(kVs, change.Get(), path.c_str(), nullptr));
+    printf("   the file still loads, and ssh/tcp has port %u\n", PortOf(tav::Store::Open(path), "ssh/tcp"));
 }
 
 void Tour(const std::string &plain, const std::string &archive) {
     Heading("A store is filled in memory");
-    Store filled = FillStore(plain);
+    const tav::Store filled = FillStore(plain);
 
     Heading("It becomes a plain file, and an archive");
-    Show("TAV_ExtCfgFlush() to machine.dat", TAV_ExtCfgFlush(filled.get()));
-    Show("TAV_WriteExtCfgFile(machine.zip)", TAV_WriteExtCfgFile(archive.c_str(), filled.get()));
-    filled.reset();
+    Show("TAV_ExtCfgFlush() to machine.dat", TAV_ExtCfgFlush(filled.Get()));
+    Show("TAV_WriteExtCfgFile(machine.zip)", TAV_WriteExtCfgFile(archive.c_str(), filled.Get()));
 
     Heading("The archive is opened read-only and queried");
     QueryNetwork(archive);

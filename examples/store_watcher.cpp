@@ -28,7 +28,9 @@
 #include "event_messages.h"
 #include "numbers.h"
 #include "platform/mel_memory.h"
-#include "store_records.h"
+#include "store_fields.h"
+#include "tav/session.h"
+#include "tav/values.h"
 #include "tav_posix.h"
 
 namespace {
@@ -99,25 +101,16 @@ void ReportChange(ARU_Detect_Handle *handle, const std::string &command, Change 
     printf("vs %u: %s -> event, conditions matched: %u, %s\n", change.vsId, command.c_str(), change.matches, outcome);
 }
 
-/** Makes an empty record. */
-Record MakeRecord(uint32_t cid) {
-    Record record(TAV_ExtCfgRecordNodeCreate(cid));
-    if (!record) {
-        throw std::bad_alloc();
-    }
-    return record;
-}
-
 /** An edit, taken from a command. */
 struct Edit {
     bool isDelete;
     uint32_t vsId;
     uint32_t cid;
-    Record record;  // the key field, and of a set the other fields
+    tav::Record record;  // the key field, and of a set the other fields
 };
 
 /** Adds the field of one FID=VALUE to a record. The library needs each field once. */
-void AddAssignment(const std::string &assignment, std::vector<uint32_t> &fids, const Record &record) {
+void AddAssignment(const std::string &assignment, std::vector<uint32_t> &fids, tav::Record *record) {
     const size_t equals = assignment.find('=');
     if (equals == std::string::npos) {
         throw std::invalid_argument("'" + assignment + "' is not FID=VALUE");
@@ -126,13 +119,11 @@ void AddAssignment(const std::string &assignment, std::vector<uint32_t> &fids, c
     if (std::find(fids.begin(), fids.end(), fid) != fids.end()) {
         throw std::invalid_argument("field " + std::to_string(fid) + " is given twice");
     }
-    if (!AddField(record, fid, ParseValue(fid, assignment.substr(equals + 1)))) {
-        throw std::bad_alloc();
-    }
+    record->Add(fid, BytesOf(tav::ParseValue(fid, assignment.substr(equals + 1))));
     fids.push_back(fid);
 }
 
-/** Parses a command other than `quit`. Throws std::invalid_argument. */
+/** Parses a command other than `quit`. Throws std::invalid_argument, and tav::Error for a value. */
 Edit ParseEdit(const std::string &command, const std::vector<uint32_t> &vsIds) {
     std::istringstream words(command);
     std::string verb, vs, cls, assignment;
@@ -141,7 +132,8 @@ Edit ParseEdit(const std::string &command, const std::vector<uint32_t> &vsIds) {
         throw std::invalid_argument(
             "a command is set VS CLASS KEYFID=VALUE FID=VALUE..., del VS CLASS KEYFID=VALUE, or quit");
     }
-    Edit edit = {verb == "del", ParseNumber(vs, "VS"), ParseNumber(cls, "class"), nullptr};
+    const uint32_t cid = ParseNumber(cls, "class");
+    Edit edit = {verb == "del", ParseNumber(vs, "VS"), cid, tav::Record(cid)};
     if (std::find(vsIds.begin(), vsIds.end(), edit.vsId) == vsIds.end()) {
         throw std::invalid_argument("VS " + vs + " is not watched");
     }
@@ -149,10 +141,9 @@ Edit ParseEdit(const std::string &command, const std::vector<uint32_t> &vsIds) {
     if (!keyFid) {
         throw std::invalid_argument("class " + cls + " is not known");
     }
-    edit.record = MakeRecord(edit.cid);
     std::vector<uint32_t> fids;
     while (words >> assignment) {
-        AddAssignment(assignment, fids, edit.record);
+        AddAssignment(assignment, fids, &edit.record);
     }
     if (fids.empty() || fids.front() != *keyFid || (edit.isDelete && fids.size() > 1)) {
         throw std::invalid_argument("class " + cls + " is keyed by field " + std::to_string(*keyFid) +
@@ -178,61 +169,63 @@ class Watcher {
   private:
     void Set(const std::string &command, Edit edit);
     void Delete(const std::string &command, const Edit &edit);
-    bool Flush(const std::string &command, uint32_t vsId);
+    bool Commit(const std::string &command, uint32_t vsId);
     void Execute(const std::string &command);
     bool ReadCommands();
 
     std::vector<uint32_t> vsIds_;
-    Store store_;
+    tav::Session session_;  // as long as this process watches, no other one changes the file
     BusPort port_;
     Detection detection_;
     std::string input_;  // what has been read of the standard input and not been executed yet
 };
 
 Watcher::Watcher(const Options &options)
-    : vsIds_(options.vsIds), store_(OpenForEditing(options.path)), port_(options.componentId) {
+    : vsIds_(options.vsIds), session_(options.path, {.create = true}), port_(options.componentId) {
     for (const uint32_t vsId : vsIds_) {
         detection_ = AddVs(std::move(detection_), options.componentId, vsId);
     }
 }
 
 /** Brings an edit to the file. Returns false when that holds the same already: nothing has happened then. */
-bool Watcher::Flush(const std::string &command, uint32_t vsId) {
-    const uint32_t result = TAV_ExtCfgFlush(store_.get());
-    if (result == TAV_ERR_UNCHANGED) {
-        printf("vs %u: %s -> nothing has changed, no event\n", vsId, command.c_str());
-        return false;
+bool Watcher::Commit(const std::string &command, uint32_t vsId) {
+    bool isWritten = false;
+    try {
+        isWritten = session_.Commit(command);
+    } catch (const tav::Error &error) {
+        // A process whose file no longer follows its memory has nothing reliable to tell any more.
+        throw std::runtime_error(error.what());
     }
-    // A process whose file no longer follows its memory has nothing reliable to tell any more.
-    Require(result, "writing the file");
-    return true;
+    if (!isWritten) {
+        printf("vs %u: %s -> nothing has changed, no event\n", vsId, command.c_str());
+    }
+    return isWritten;
 }
 
 void Watcher::Set(const std::string &command, Edit edit) {
-    const TAV_ExtCfgRecordNode *stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());
-    if (stored != nullptr) {
-        Require(TAV_ExtCfgSetRecord(edit.vsId, edit.record.get(), store_.get()), "changing the record");
-        stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());  // an edit ends the use of the old
+    tav::Store &store = session_.Store();
+    const tav::Record key = tav::Record::KeyOf(edit.record.View());
+    if (store.Find(edit.vsId, key)) {
+        store.Set(edit.vsId, edit.record);
     } else {
-        Require(TAV_ExtCfgAddRecord(edit.vsId, edit.record.get(), store_.get()), "adding the record");
-        stored = edit.record.release();  // the store's from here on
+        store.Add(edit.vsId, std::move(edit.record));
     }
-    if (Flush(command, edit.vsId)) {
-        ReportChange(detection_.get(), command, {kSetText, edit.vsId, edit.cid, stored});
+    if (Commit(command, edit.vsId)) {
+        const tav::RecordView stored = store.Find(edit.vsId, key).value();  // an edit ends the use of the old one
+        ReportChange(detection_.get(), command, {kSetText, edit.vsId, edit.cid, stored.Get()});
     }
 }
 
 /** The event shows the record as it was, so it is copied before it goes. */
 void Watcher::Delete(const std::string &command, const Edit &edit) {
-    const TAV_ExtCfgRecordNode *stored = TAV_ExtCfgGetRecord(edit.vsId, edit.record.get(), store_.get());
-    if (stored == nullptr) {
+    const std::optional<tav::RecordView> stored = session_.Store().Find(edit.vsId, edit.record);
+    if (!stored) {
         throw std::invalid_argument("there is no such record");
     }
-    const Record copy = MakeRecord(edit.cid);
-    Require(TAV_ExtCfgRecordNodeSet(copy.get(), stored), "copying the record");
-    Require(TAV_ExtCfgDelRecord(edit.vsId, edit.record.get(), store_.get()), "deleting the record");
-    if (Flush(command, edit.vsId)) {
-        ReportChange(detection_.get(), command, {kDeletedText, edit.vsId, edit.cid, copy.get()});
+    const tav::Record copy(*stored);
+    session_.Store().Remove(edit.vsId, edit.record);
+    if (Commit(command, edit.vsId)) {
+        ReportChange(detection_.get(), command, {kDeletedText, edit.vsId, edit.cid, copy.Get()});
     }
 }
 
@@ -246,6 +239,8 @@ void Watcher::Execute(const std::string &command) {
             Set(command, std::move(edit));
         }
     } catch (const std::invalid_argument &error) {
+        fprintf(stderr, "store_watcher: %s: %s\n", command.c_str(), error.what());
+    } catch (const tav::Error &error) {
         fprintf(stderr, "store_watcher: %s: %s\n", command.c_str(), error.what());
     }
 }
