@@ -19,6 +19,7 @@ namespace session {
 namespace {
 
 constexpr char kIndex[] = "index", kNext[] = "index.next", kDraft[] = "index.draft";
+constexpr char kCopyEnding[] = ".zst";
 
 /** Returns whether an index that was stored before a commit has come true. */
 bool HasComeTrue(const Index &next, const std::string &checksum) {
@@ -41,8 +42,24 @@ std::string StatedChecksum(const Place &place) {
 Index HistoryFolder::Read() const {
     // The next one first: what replaces the other meanwhile is seen then.
     const std::optional<Index> next = ReadIndex(Path(kNext));
-    const std::optional<Index> index = ReadIndex(Path(kIndex));
-    return next && HasComeTrue(*next, StatedChecksum(place_)) ? *next : index.value_or(Index());
+    return next && HasComeTrue(*next, StatedChecksum(place_)) ? *next : ReadSettled();
+}
+
+Index HistoryFolder::ReadSettled() const {
+    if (std::optional<Index> index = ReadIndex(Path(kIndex))) {
+        return *std::move(index);
+    }
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(place_.History(), error)) {
+        if (entry.path().extension() == kCopyEnding) {  // an index comes before the first copy
+            throw tav::Error(TAV_ERR_INVALID, place_.given,
+                             "the index of the history is lost; move its folder aside: " + place_.History());
+        }
+    }
+    if (error && error != std::errc::no_such_file_or_directory) {
+        FailOfSystem(TAV_ERR_OPEN, place_.History(), "cannot be read", error.value());
+    }
+    return {};
 }
 
 Index HistoryFolder::Settle(const std::string &checksum) const {
@@ -54,12 +71,14 @@ Index HistoryFolder::Settle(const std::string &checksum) const {
         throw tav::Error(TAV_ERR_INVALID, place_.given,
                          place_.History() + " is no folder with a history; move it aside");
     }
-    if (const std::optional<Index> next = ReadIndex(Path(kNext)); next && HasComeTrue(*next, checksum)) {
+    const std::optional<Index> next = ReadIndex(Path(kNext));
+    if (next && HasComeTrue(*next, checksum)) {
         TakeNext();
-    } else if (next) {
+    }
+    Index index = ReadSettled();
+    if (next) {
         DropNext();
     }
-    Index index = ReadIndex(Path(kIndex)).value_or(Index());
     RemoveUnnamed(index);
     return index;
 }
@@ -76,7 +95,7 @@ void HistoryFolder::RemoveUnnamed(const Index &index) const {
     std::set<fs::path> unnamed;
     for (const auto &entry : fs::directory_iterator(place_.History(), error)) {
         const std::string name = entry.path().filename();
-        const bool isOurs = name.ends_with(".zst") || name == kDraft;
+        const bool isOurs = name.ends_with(kCopyEnding) || name == kDraft;
         if (isOurs && !named.contains(name)) {
             unnamed.insert(entry.path());
         }
@@ -87,6 +106,13 @@ void HistoryFolder::RemoveUnnamed(const Index &index) const {
 }
 
 void HistoryFolder::Create(const struct stat &like) const {
+    MakeFolder(like);
+    if (!Exists(Path(kIndex))) {
+        Write({}, like);
+    }
+}
+
+void HistoryFolder::MakeFolder(const struct stat &like) const {
     const std::string path = place_.History();
     if (mkdir(path.c_str(), 0700) != 0) {
         if (errno == EEXIST) {

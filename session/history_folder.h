@@ -30,7 +30,7 @@ class HistoryFolder {
      */
     Index Settle(const std::string &checksum) const;
 
-    /** Makes the folder when it is not there, for those who may use the file. */
+    /** Makes the folder and an empty index, what of them is not there, for those who may use the file. */
     void Create(const struct stat &like) const;
 
     /** Makes an index the history's. */
@@ -53,7 +53,11 @@ class HistoryFolder {
   private:
     std::string Path(const std::string &name) const { return place_.History() + "/" + name; }
     void WriteAs(const std::string &name, const Index &index, const struct stat &like) const;
+    void MakeFolder(const struct stat &like) const;
     void RemoveUnnamed(const Index &index) const;
+
+    /** The index; an empty one when there is none, and no copy. Throws Error when there are copies without one. */
+    Index ReadSettled() const;
 
     const Place &place_;
 };

@@ -60,7 +60,7 @@ class TAV_VISIBLE History {
 
     /**
      * Reads the history. A file without one has one that is off and empty. Throws Error: TAV_ERR_INVALID when its index
-     * is damaged; TAV_ERR_OPEN when it cannot be read.
+     * is damaged, or lost where copies are; TAV_ERR_OPEN when it cannot be read.
      */
     explicit History(const std::string &path);
 

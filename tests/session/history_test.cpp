@@ -128,6 +128,11 @@ TEST_P(HistoryTest, DamageIsSeen) {
         EXPECT_EQ(error.Code(), TAV_ERR_INVALID) << index;
         EXPECT_THAT(error.what(), HasSubstr("move its folder aside")) << index;
     }
+    fs::remove(Hidden("index"));
+    const auto kept = NamesIn(Hidden());
+    EXPECT_THAT(ErrorOf([&] { SetEntry(path_, 1, 2); }).what(), HasSubstr("lost; move its folder aside"));
+    EXPECT_EQ(ErrorOf([&] { tav::History history(path_); }).Code(), TAV_ERR_INVALID);
+    EXPECT_EQ(NamesIn(Hidden()), kept);
     fs::remove_all(Hidden());
     fs::create_directory(folder_.Path("other"));
     WriteFile(folder_.Path("other/1.zst"), Text("somebody else's"));
