@@ -27,7 +27,7 @@ class BusPeer {
      *
      *   bind ID; unbind ID; serve ID KIND VS            the code
      *   find KIND VS                                    the id, or the negative code
-     *   send FROM TO SIZE [INTERFACES [CODE]]           the code; INTERFACES 103: interface 1, part 3
+     *   send FROM TO SIZE [INTERFACES [CODE]]           the code; INTERFACES 103: interface 1, sub-interface 3
      *   receive ID MILLISECONDS                         the negative id of the sender, or the code
      *   stream FROM TO COUNT                            "CODE:TIMES " of what came of COUNT numbered messages
      *   drain ID LAST                                   "COUNT WRONG": received up to number LAST, and out of order
