@@ -270,6 +270,9 @@ tav::Store ParseBody(Block &image, const std::string &place) {
 }
 
 BuiltImage BuildImage(const tav::Store &store, const Refer &refer, const std::string &place) {
+    if (store.Get() == nullptr) {  // which is no store without a VS: that one deletes the file
+        throw tav::Error(TAV_ERR_INVALID, place, "its store has been moved or released, there is nothing to write");
+    }
     RequireReadableRecords(store, place);
     const uint32_t bodySize = TAV_CalcExtCfgFileBodySize(store.Get());
     if (bodySize == 0) {

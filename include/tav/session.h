@@ -115,10 +115,10 @@ class TAV_VISIBLE Session {
     /**
      * Brings the store to the file, which holds the whole old or the whole new content at every moment. A store without
      * any VS deletes the file. The session goes on and may be changed and committed again. Throws Error:
-     * TAV_ERR_INVALID when the store holds what could not be read back; TAV_ERR_CHANGED; TAV_ERR_NOT_SAVED;
-     * TAV_ERR_OPEN when the file that is there cannot be looked at; TAV_ERR_REFUSED when it would be larger than 100
-     * MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum. After a failure the file is as it was, unless the
-     * text says otherwise.
+     * TAV_ERR_INVALID when the store holds what could not be read back, or was moved or released; TAV_ERR_CHANGED;
+     * TAV_ERR_NOT_SAVED; TAV_ERR_OPEN when the file that is there cannot be looked at; TAV_ERR_REFUSED when it would be
+     * larger than 100 MiB; TAV_ERR_NOT_FOUND when the refer file gives no checksum. After a failure the file is as it
+     * was, unless the text says otherwise.
      *
      * @param comment  what the history keeps about it, UTF-8
      * @return false when the file holds the same already: it is not touched, and the history neither

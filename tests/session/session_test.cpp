@@ -364,6 +364,16 @@ TEST(Session, RefusesWhatCouldNotBeReadBack) {
     EXPECT_THAT(NamesIn(folder.Path()), ElementsAre());
 }
 
+TEST(Session, AStoreThatWasTakenOutDeletesNoFile) {
+    const TempFolder folder;
+    const std::string path = folder.Path("x.dat");
+    MakeFile(path, {{1, 10}});
+    tav::Session session(path);
+    const tav::Store mine = std::move(session.Store());
+    EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_INVALID);
+    EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
+}
+
 TEST_P(SessionTest, RecoversAndDeletesNothing) {
     const TempFolder made;
     const std::string name = GetParam();
