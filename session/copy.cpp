@@ -46,7 +46,7 @@ std::optional<Loaded> LoadTarget(const Place &target, Clock::time_point until) {
 
 bool Copy(const std::string &from, const std::string &to, const CopyOptions &options) {
     session::CompleteTypeTable();
-    const Clock::time_point until = Clock::now() + options.read.wait;
+    const Clock::time_point until = session::EndOf(options.read.wait);
     Place source = session::Resolve(from);
     source.anyMember = options.read.anyMember;
     const Place target = session::Resolve(to);

@@ -25,7 +25,7 @@ using session::Index;
 struct LockedHistory {
     LockedHistory(const std::string &path, std::chrono::milliseconds wait)
         : place(session::Resolve(path)),
-          until(session::Clock::now() + wait),
+          until(session::EndOf(wait)),
           lock((session::RequireUsable(place, false), place), until) {
         session::CompleteTypeTable();
         std::optional<session::Loaded> loaded = session::Load(place, session::ReferOf("", true), until);

@@ -122,6 +122,11 @@ void Acquire(const Descriptor &file, const Place &place, Clock::time_point until
 
 }  // namespace
 
+Clock::time_point EndOf(milliseconds wait) {
+    constexpr milliseconds kLongest = std::chrono::years(100);  // the clock counts nanoseconds, for 292 years
+    return Clock::now() + std::clamp(wait, milliseconds(0), kLongest);
+}
+
 HeldLock::HeldLock(const Place &place, Clock::time_point until) : file_(OpenLockFile(place)) {
     Acquire(file_, place, until);
     while (!IsCurrent(file_, place.LockFile())) {

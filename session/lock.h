@@ -14,6 +14,9 @@ namespace session {
 
 using Clock = std::chrono::steady_clock;
 
+/** The moment when a wait that begins now is over. Waits of more than 100 years are cut, none is negative. */
+Clock::time_point EndOf(std::chrono::milliseconds wait);
+
 /** The lock, held. */
 class HeldLock {
   public:

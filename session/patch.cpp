@@ -119,7 +119,7 @@ void WriteInPlace(const Place &place, const Change &change, const session::Refer
 
 std::optional<Change> Patch(const std::string &path, const Change &change, const PatchOptions &options) {
     session::CompleteTypeTable();
-    const session::Clock::time_point until = session::Clock::now() + options.wait;
+    const session::Clock::time_point until = session::EndOf(options.wait);
     const Place place = session::Resolve(path);
     const session::Refer refer = session::ReferOf(options.refer, false);
     if (options.inPlace && !place.name.ends_with(".dat")) {

@@ -41,8 +41,8 @@ std::map<std::string, Identity> LookAround(const Place &place) {
 /** Waits until nothing has changed for a while, however long that is: only changes count against the time. */
 void AwaitStillness(const Place &place, milliseconds still, Clock::time_point until) {
     auto states = LookAround(place);
-    auto since = Clock::now();
-    while (Clock::now() - since < still) {
+    auto end = EndOf(still);
+    while (Clock::now() < end) {
         std::this_thread::sleep_for(kPause);
         auto now = LookAround(place);
         if (now == states) {
@@ -53,7 +53,7 @@ void AwaitStillness(const Place &place, milliseconds still, Clock::time_point un
                              "a program that writes without a session is changing it; try again when it is done");
         }
         states = std::move(now);
-        since = Clock::now();
+        end = EndOf(still);
     }
 }
 
@@ -124,7 +124,7 @@ tav::Recovery Decide(const Place &place, const Candidate &file, const Candidate 
 }
 
 tav::Recovery RecoverPlace(const Place &place, const tav::RecoverOptions &options) {
-    const Clock::time_point until = Clock::now() + options.wait;
+    const Clock::time_point until = EndOf(options.wait);
     const HeldLock lock(place, until);
     AwaitStillness(place, options.still, until);
     const Refer refer = ReferOf(options.refer, options.ignoreRefer);

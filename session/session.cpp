@@ -16,7 +16,7 @@ struct Lock::State {
 };
 
 Lock::Lock(const std::string &path, std::chrono::milliseconds wait)
-    : state_(new State{session::HeldLock(session::Resolve(path), session::Clock::now() + wait)}) {}
+    : state_(new State{session::HeldLock(session::Resolve(path), session::EndOf(wait))}) {}
 Lock::~Lock() = default;
 Lock::Lock(Lock &&) noexcept = default;
 Lock &Lock::operator=(Lock &&) noexcept = default;
@@ -25,8 +25,8 @@ Snapshot::Snapshot(const std::string &path, const ReadOptions &options) : store_
     session::CompleteTypeTable();
     session::Place place = session::Resolve(path);
     place.anyMember = options.anyMember;
-    std::optional<session::Loaded> loaded = session::Load(place, session::ReferOf(options.refer, options.ignoreRefer),
-                                                          session::Clock::now() + options.wait);
+    std::optional<session::Loaded> loaded =
+        session::Load(place, session::ReferOf(options.refer, options.ignoreRefer), session::EndOf(options.wait));
     if (!loaded) {
         session::RefuseMissing(place);
     }
@@ -39,7 +39,7 @@ struct Session::State {
         : place(session::Resolve(given)),
           path(place.Path()),
           refer(session::ReferOf(options.refer, options.ignoreRefer)),
-          until(session::Clock::now() + options.wait),
+          until(session::EndOf(options.wait)),
           lock((session::RequireUsable(place, options.create), place), until),
           store(tav::Store::New(place.Path(), refer.path)) {
         session::Draft::RemoveLeftover(place);

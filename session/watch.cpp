@@ -57,7 +57,7 @@ struct Watch::State {
 
     /** Loads the file. Returns whether it has another content; that is `after` then. */
     bool Load() {
-        std::optional<session::Loaded> loaded = session::Load(place, refer, Clock::now() + options.wait);
+        std::optional<session::Loaded> loaded = session::Load(place, refer, session::EndOf(options.wait));
         const std::optional<session::Digest> now =
             loaded ? std::optional(loaded->content.checksums.body) : std::nullopt;
         if (isLoaded && now == checksum) {
@@ -111,7 +111,7 @@ Watch::Watch(Watch &&) noexcept = default;
 Watch &Watch::operator=(Watch &&) noexcept = default;
 
 bool Watch::Wait(std::optional<milliseconds> timeout) {
-    const auto until = timeout ? std::optional(Clock::now() + *timeout) : std::nullopt;
+    const auto until = timeout ? std::optional(session::EndOf(*timeout)) : std::nullopt;
     do {
         if (state_->TakeEvents() && state_->Load()) {
             return true;
