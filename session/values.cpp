@@ -101,6 +101,20 @@ Bytes ParseValue(uint32_t fid, std::string_view text) {
 
 namespace tav {
 
+namespace {
+
+/** Makes a call whose Problem becomes an Error. */
+template <typename Call>
+auto Public(Call call) {
+    try {
+        return call();
+    } catch (const session::Problem &problem) {
+        throw Error(TAV_ERR_INVALID, "", problem.what());
+    }
+}
+
+}  // namespace
+
 bool IsRecordClass(uint32_t cid) {
     return TAV_GetExtTlvDataType(cid) == TAV_EXT_DATA_TYPE_CONTAINER;
 }
@@ -112,7 +126,7 @@ bool IsKeyField(uint32_t cid, uint32_t fid) {
 }
 
 std::string FormatValue(uint32_t fid, std::string_view value) {
-    const session::Bytes inFileOrder = session::SwapOrder(fid, value);
+    const session::Bytes inFileOrder = Public([&] { return session::SwapOrder(fid, value); });
     if (std::optional<std::string> form = session::Friendly(fid, inFileOrder)) {
         return *form;
     }
@@ -132,19 +146,11 @@ std::string DescribeRecord(uint32_t vsId, RecordView record) {
 }
 
 std::string ParseValue(uint32_t fid, std::string_view text) {
-    try {
-        return session::ParseValue(fid, text);
-    } catch (const session::Problem &problem) {
-        throw Error(TAV_ERR_INVALID, "", problem.what());
-    }
+    return Public([&] { return session::ParseValue(fid, text); });
 }
 
 uint32_t ParseId(std::string_view text) {
-    try {
-        return static_cast<uint32_t>(session::ParseNumber(text, UINT32_MAX));
-    } catch (const session::Problem &problem) {
-        throw Error(TAV_ERR_INVALID, "", problem.what());
-    }
+    return Public([&] { return static_cast<uint32_t>(session::ParseNumber(text, UINT32_MAX)); });
 }
 
 int CompareValues(uint32_t fid, std::string_view a, std::string_view b) {
@@ -157,7 +163,7 @@ int CompareValues(uint32_t fid, std::string_view a, std::string_view b) {
             return isOddA ? 1 : -1;
         }
     }
-    return session::SwapOrder(fid, a).compare(session::SwapOrder(fid, b));
+    return Public([&] { return session::SwapOrder(fid, a).compare(session::SwapOrder(fid, b)); });
 }
 
 }  // namespace tav
