@@ -75,7 +75,7 @@ History::History(const std::string &path) : path_(path) {
     Index index = HistoryFolder(place).Read();
     isOn_ = index.isOn;
     keep_ = index.keep;
-    commits_ = std::move(index.commits);
+    commits_.assign(index.commits.begin(), index.commits.end());
     checkpoints_ = std::move(index.checkpoints);
 }
 
@@ -88,7 +88,8 @@ Store History::Before(size_t count) const {
                     fmt::format("its history goes 1 to {} commits back, not {}", commits_.size(), count));
     }
     const HistoryCommit &commit = commits_[commits_.size() - count];
-    return commit.hadFile ? HistoryFolder(session::Resolve(path_)).Load(HistoryFolder::CopyOf(commit)) : Store::New("");
+    const session::Place place = session::Resolve(path_);
+    return commit.hadFile ? HistoryFolder(place).LoadFormer(commit) : Store::New("");
 }
 
 Store History::At(const std::string &checkpoint) const {
@@ -97,7 +98,8 @@ Store History::At(const std::string &checkpoint) const {
     if (found == checkpoints.end()) {
         RefuseUnknown(path_, checkpoint);
     }
-    return HistoryFolder(session::Resolve(path_)).Load(HistoryFolder::CopyOf(*found));
+    const session::Place place = session::Resolve(path_);
+    return HistoryFolder(place).Load(HistoryFolder::CopyOf(*found), found->checksum);
 }
 
 bool History::Start(const std::string &path, uint32_t keep, const HistoryOptions &options) {

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <set>
@@ -158,7 +159,7 @@ void HistoryFolder::Keep(const std::string &copy, const Block &image, const stru
     WriteNewFile(Path(copy), Compress(image.View()).View(), like);
 }
 
-tav::Store HistoryFolder::Load(const std::string &copy) const {
+tav::Store HistoryFolder::Load(const std::string &copy, const std::string &checksum) const {
     const std::string path = Path(copy);
     const Descriptor file = OpenFile(path, O_RDONLY | O_NOFOLLOW);
     struct stat status {};
@@ -166,7 +167,16 @@ tav::Store HistoryFolder::Load(const std::string &copy) const {
         FailOfSystem(TAV_ERR_OPEN, path, "this copy cannot be read");
     }
     Block image = Decompress(ReadAll(file, static_cast<size_t>(status.st_size), path), path);
+    if (!checksum.empty() && checksum != ActualChecksum(image)) {
+        throw tav::Error(TAV_ERR_INVALID, path, "this copy holds something else than its entry in the index says");
+    }
     return ParseBody(image, path);
+}
+
+tav::Store HistoryFolder::LoadFormer(const tav::HistoryCommit &commit) const {
+    const Index index = Read();
+    const auto found = std::ranges::find(index.commits, commit.number, &IndexedCommit::number);
+    return Load(CopyOf(commit), found != index.commits.end() ? found->former : "");
 }
 
 void HistoryFolder::Drop(const std::string &copy) const {

@@ -41,10 +41,15 @@ class HistoryFolder {
     void TakeNext() const;
     void DropNext() const;
 
-    /** Keeps an image under a name; loads and drops it. */
+    /** Keeps an image under a name, and drops it. */
     void Keep(const std::string &copy, const Block &image, const struct stat &like) const;
-    tav::Store Load(const std::string &copy) const;
     void Drop(const std::string &copy) const;
+
+    /** Loads a copy. Throws Error (TAV_ERR_INVALID) when its checksum is another one; an empty one is not compared. */
+    tav::Store Load(const std::string &copy, const std::string &checksum) const;
+
+    /** Loads the copy of what was there before a commit. Throws as Load. */
+    tav::Store LoadFormer(const tav::HistoryCommit &commit) const;
 
     /** The names of copies. */
     static std::string CopyOf(const tav::HistoryCommit &commit) { return std::to_string(commit.number) + ".zst"; }

@@ -37,7 +37,7 @@ tav::Note NoteFrom(const json &form) {
             form.at("comment")};
 }
 
-json ToJson(const tav::HistoryCommit &commit) {
+json ToJson(const IndexedCommit &commit) {
     json form = ToJson(commit.note);
     form["number"] = commit.number;
     form["checksum"] = commit.checksum;
@@ -45,15 +45,17 @@ json ToJson(const tav::HistoryCommit &commit) {
     form["changed"] = commit.counts.changed;
     form["deleted"] = commit.counts.deleted;
     form["hadFile"] = commit.hadFile;
+    form["former"] = commit.former;
     return form;
 }
 
-tav::HistoryCommit CommitFrom(const json &form) {
-    return {form.at("number"),
-            NoteFrom(form),
-            form.at("checksum"),
-            {form.at("added"), form.at("changed"), form.at("deleted")},
-            form.at("hadFile")};
+IndexedCommit CommitFrom(const json &form) {
+    return {{form.at("number"),
+             NoteFrom(form),
+             form.at("checksum"),
+             {form.at("added"), form.at("changed"), form.at("deleted")},
+             form.at("hadFile")},
+            form.value("former", "")};  // which those that were written before do not have
 }
 
 json ToJson(const tav::Checkpoint &checkpoint) {
@@ -97,7 +99,7 @@ std::string UserName() {
 std::string FormatIndex(const Index &index) {
     json form = {{"version", kVersion}, {"on", index.isOn},         {"keep", index.keep},
                  {"next", index.next},  {"commits", json::array()}, {"checkpoints", json::array()}};
-    for (const tav::HistoryCommit &commit : index.commits) {
+    for (const IndexedCommit &commit : index.commits) {
         form["commits"].push_back(ToJson(commit));
     }
     for (const tav::Checkpoint &checkpoint : index.checkpoints) {

@@ -12,12 +12,17 @@
 
 namespace session {
 
+/** A commit as an index keeps it. */
+struct IndexedCommit : tav::HistoryCommit {
+    std::string former;  // the checksum of its copy; empty when there is none
+};
+
 /** What an index says. */
 struct Index {
     bool isOn = false;
     uint32_t keep = 0;                         // so many of the newest commits
     uint64_t next = 1;                         // the number of the next commit
-    std::vector<tav::HistoryCommit> commits;   // the oldest first
+    std::vector<IndexedCommit> commits;        // the oldest first
     std::vector<tav::Checkpoint> checkpoints;  // by name
 };
 

@@ -302,6 +302,12 @@ std::optional<Digest> BodyChecksum(const Block &image) {
     return head ? ChecksumIn(*head, EXT_TLV_CHECKSUM) : std::nullopt;
 }
 
+std::string ActualChecksum(const Block &image) {
+    const std::optional<Value> head = HeadOf(image);
+    const std::optional<Digest> checksum = head ? ChecksumOf(BodyOf(*head, image)) : std::nullopt;
+    return checksum ? ToHex(*checksum) : "";
+}
+
 bool CarriesRefer(const Block &image) {
     const std::optional<Value> head = HeadOf(image);
     return head && FieldOf(*head, EXT_TLV_REFER_CHECKSUM);

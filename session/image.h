@@ -78,6 +78,9 @@ BuiltImage RebuildImage(const Block &image, const Refer &refer, const std::strin
 /** The body's checksum as an image's head states it; nothing when there is none. */
 std::optional<Digest> BodyChecksum(const Block &image);
 
+/** The checksum that an image's body has, in hexadecimal digits; empty when there is none. */
+std::string ActualChecksum(const Block &image);
+
 /** Whether an image carries the checksum of a refer file. */
 bool CarriesRefer(const Block &image);
 

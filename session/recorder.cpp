@@ -54,7 +54,8 @@ void Recorder::Prepare(const tav::Store &after, const std::string &checksum, con
     const tav::Store nothing = tav::Store::New("");
     const tav::ChangeCounts counts = Count(former ? former->content : nothing, after);
     next_ = *index_;
-    next_.commits.push_back({next_.next++, NoteNow(comment), checksum, counts, former.has_value()});
+    next_.commits.push_back({{next_.next++, NoteNow(comment), checksum, counts, former.has_value()},
+                             former ? ActualChecksum(former->image) : ""});
     while (next_.commits.size() > next_.keep) {
         dropped_.push_back(HistoryFolder::CopyOf(next_.commits.front()));
         next_.commits.erase(next_.commits.begin());

@@ -119,6 +119,15 @@ TEST_P(HistoryTest, DamageIsSeen) {
         WriteFile(Hidden("1.zst"), damaged);
         EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(2); }).Code(), TAV_ERR_INVALID) << at;
     }
+    tav::History::AddCheckpoint(path_, "now");
+    SetEntry(path_, 1, 7);
+    SetEntry(path_, 1, 8);
+    for (const char *name : {"1.zst", "checkpoint-now.zst"}) {
+        fs::copy_file(Hidden("4.zst"), Hidden(name), fs::copy_options::overwrite_existing);
+    }
+    EXPECT_EQ(EntriesOf(tav::History(path_).Before(1)), (Entries{{1, 7}}));
+    EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(4); }).Code(), TAV_ERR_INVALID) << "another copy";
+    EXPECT_EQ(ErrorOf([&] { tav::History(path_).At("now"); }).Code(), TAV_ERR_INVALID) << "another copy";
     for (const char *index : {"", "{", "{}", R"({"version":2})", R"({"version":1,"on":5})", "[]",
                               R"({"version":1,"on":true,"keep":0,"next":1,"commits":[],"checkpoints":[]})",
                               R"({"version":1,"on":false,"keep":0,"next":1,"commits":[],"checkpoints":[{"name":"../x",
