@@ -85,6 +85,19 @@ TEST_F(FilterTest, ComparesByType) {
         {"id=4294967296", "out of range"},
         {"12~(", "'(' is no pattern: "},
     };
+    const std::pair<std::string, const char *> tooMuch[] = {
+        {std::string(30'000, '('), "has 30000 bytes, at most 1024"},
+        {std::string("a\0b", 3), "zero byte"},
+        {"(((a{1,255}){1,255}){1,255})", "repeats too much"},
+        {"a{255}{255}", "repeats too much"},
+        {"((a{50})?){50,}", "repeats too much"},
+        {"[]{2}(]{2001}", "repeats too much"},
+        {"((((((((((a+)+)+)+)+)+)+)+)+)+)+", "repeats too much"},
+    };
+    for (const auto &[pattern, why] : tooMuch) {
+        EXPECT_THAT(ErrorOf([&, each = pattern] { Matching({"12~" + each}); }).second, HasSubstr(why));
+    }
+    EXPECT_EQ(Matching({"12~^([a-z]{1,4}[+]{0,9}\\(?){1,100}$"}), "1");
     for (const auto &[term, why] : refused) {
         const std::string text = ErrorOf([&, each = term] { Matching({each}); }).second;
         EXPECT_THAT(text, StartsWith(std::string(term) + (*term == '\0' ? "" : ": ")));
