@@ -64,6 +64,23 @@ Block ReadAll(const Descriptor &file, size_t size, const std::string &place) {
     return block;
 }
 
+Descriptor OpenRegular(const std::string &path, int flags) {
+    Descriptor file = OpenFile(path, O_RDONLY | O_NONBLOCK | flags);
+    struct stat status {};
+    if (file && fstat(file.Get(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw tav::Error(TAV_ERR_INVALID, path, "is not a regular file");
+    }
+    return file;
+}
+
+Block ReadAll(const Descriptor &file, const std::string &place) {
+    struct stat status {};
+    if (fstat(file.Get(), &status) != 0) {
+        FailOfSystem(TAV_ERR_OPEN, place, "cannot be read");
+    }
+    return ReadAll(file, static_cast<size_t>(status.st_size), place);
+}
+
 void WriteNewFile(const std::string &path, std::span<const uint8_t> content, const struct stat &like) {
     const Descriptor file = OpenFile(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0600);
     if (!file) {

@@ -86,6 +86,15 @@ struct Block {
 Block ReadAll(const Descriptor &file, size_t size, const std::string &place);
 
 /**
+ * Opens a file to be read. Negative descriptor and errno on failure. Throws Error (TAV_ERR_INVALID) when it is no
+ * regular one: a pipe would hold us up.
+ */
+Descriptor OpenRegular(const std::string &path, int flags = 0);
+
+/** Reads an open file whole. Throws Error (TAV_ERR_OPEN). */
+Block ReadAll(const Descriptor &file, const std::string &place);
+
+/**
  * Writes a new file with this mode and owner, and brings it to stable storage. Throws Error (TAV_ERR_NOT_SAVED) with
  * the cause; what was written by then is removed.
  */

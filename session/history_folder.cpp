@@ -161,12 +161,11 @@ void HistoryFolder::Keep(const std::string &copy, const Block &image, const stru
 
 tav::Store HistoryFolder::Load(const std::string &copy, const std::string &checksum) const {
     const std::string path = Path(copy);
-    const Descriptor file = OpenFile(path, O_RDONLY | O_NOFOLLOW);
-    struct stat status {};
-    if (!file || fstat(file.Get(), &status) != 0) {
+    const Descriptor file = OpenRegular(path, O_NOFOLLOW);
+    if (!file) {
         FailOfSystem(TAV_ERR_OPEN, path, "this copy cannot be read");
     }
-    Block image = Decompress(ReadAll(file, static_cast<size_t>(status.st_size), path), path);
+    Block image = Decompress(ReadAll(file, path), path);
     if (!checksum.empty() && checksum != ActualChecksum(image)) {
         throw tav::Error(TAV_ERR_INVALID, path, "this copy holds something else than its entry in the index says");
     }

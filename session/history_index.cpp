@@ -109,15 +109,14 @@ std::string FormatIndex(const Index &index) {
 }
 
 std::optional<Index> ReadIndex(const std::string &path) {
-    const Descriptor file = OpenFile(path, O_RDONLY | O_NOFOLLOW);
+    const Descriptor file = OpenRegular(path, O_NOFOLLOW);
     if (!file && errno == ENOENT) {
         return {};
     }
-    struct stat status {};
-    if (!file || fstat(file.Get(), &status) != 0) {
+    if (!file) {
         FailOfSystem(TAV_ERR_OPEN, path, "cannot be read");
     }
-    const Block text = ReadAll(file, static_cast<size_t>(status.st_size), path);
+    const Block text = ReadAll(file, path);
     try {
         return IndexFrom(json::parse(text.View().begin(), text.View().end()));
     } catch (const std::runtime_error &error) {

@@ -6,12 +6,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-#include <system_error>
 
+#include "session/errors.h"
+#include "session/files.h"
 #include "session/json_events.h"
 #include "session/problem.h"
 #include "session/value_forms.h"
@@ -127,19 +124,12 @@ std::optional<uint32_t> FindIn(const Map &map, const Key &key) {
 }  // namespace
 
 Names Names::Load(const std::string &path) {
-    struct Close {
-        void operator()(std::FILE *file) const { fclose(file); }
-    };
-    const std::unique_ptr<std::FILE, Close> file(fopen(path.c_str(), "rb"));
-    std::string text;
-    std::array<char, 4096> piece;
-    for (size_t count = 1; file != nullptr && count > 0; text.append(piece.data(), count)) {
-        count = fread(piece.data(), 1, piece.size(), file.get());
+    const session::Descriptor file = session::OpenRegular(path);
+    if (!file) {
+        session::FailOfSystem(TAV_ERR_READ, path, "it cannot be read");
     }
-    if (file == nullptr || ferror(file.get()) != 0) {
-        throw Error(TAV_ERR_READ, path, "it cannot be read: " + std::generic_category().message(errno));
-    }
-    return Parse(text, path);
+    const session::Block text = session::ReadAll(file, path);
+    return Parse({reinterpret_cast<const char *>(text.bytes.get()), text.size}, path);
 }
 
 Names Names::Parse(std::string_view text, const std::string &source) {

@@ -3,6 +3,8 @@
  */
 #include "tav/history.h"
 
+#include <sys/stat.h>
+
 #include "file.h"
 #include "store.h"
 
@@ -137,6 +139,9 @@ TEST_P(HistoryTest, DamageIsSeen) {
         EXPECT_EQ(error.Code(), TAV_ERR_INVALID) << index;
         EXPECT_THAT(error.what(), HasSubstr("move its folder aside")) << index;
     }
+    fs::remove(Hidden("index"));
+    ASSERT_EQ(mkfifo(Hidden("index").c_str(), 0600), 0);
+    EXPECT_THAT(ErrorOf([&] { SetEntry(path_, 1, 2); }).what(), HasSubstr("index: is not a regular file"));
     fs::remove(Hidden("index"));
     const auto kept = NamesIn(Hidden());
     EXPECT_THAT(ErrorOf([&] { SetEntry(path_, 1, 2); }).what(), HasSubstr("lost; move its folder aside"));

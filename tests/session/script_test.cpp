@@ -3,6 +3,8 @@
  */
 #include "tav/script.h"
 
+#include <sys/stat.h>
+
 #include "random_store.h"
 #include "tav/names.h"
 
@@ -101,7 +103,9 @@ TEST(Names, RefusalsNameFileAndPlace) {
     }
     EXPECT_THAT(ErrorOf([&] { tav::Names::Load(folder.Path("none")); }).second,
                 HasSubstr("none: it cannot be read: No"));
-    EXPECT_THAT(ErrorOf([&] { tav::Names::Load(folder.Path(".")); }).second, HasSubstr("it cannot be read: Is a dir"));
+    EXPECT_THAT(ErrorOf([&] { tav::Names::Load(folder.Path(".")); }).second, HasSubstr("is not a regular file"));
+    ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+    EXPECT_THAT(ErrorOf([&] { tav::Names::Load(folder.Path("fifo")); }).second, HasSubstr("is not a regular file"));
     WriteFile(path, Text(kNames));
     EXPECT_EQ(tav::Names::Load(path).FindField(13, "address"), 18u);
 }
