@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "session/errors.h"
 #include "session/files.h"
@@ -23,7 +24,17 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
 
-constexpr int kVersion = 1;  // of the form; a greater one cannot be read
+constexpr unsigned kVersion = 1;            // of the form; a greater one cannot be read
+constexpr uint64_t kMaxNumber = INT64_MAX;  // of a commit; so many there will never be
+
+/** A number that is there, and at most as large. */
+uint64_t NumberFrom(const json &form, const std::string &key, uint64_t max) {
+    const json &number = form.at(key);
+    if (!number.is_number_unsigned() || number.get<uint64_t>() > max) {
+        throw std::runtime_error("its \"" + key + "\" is out of range");
+    }
+    return number.get<uint64_t>();
+}
 
 json ToJson(const tav::Note &note) {
     return {{"time", std::chrono::duration_cast<milliseconds>(note.time.time_since_epoch()).count()},
@@ -33,8 +44,9 @@ json ToJson(const tav::Note &note) {
 }
 
 tav::Note NoteFrom(const json &form) {
-    return {system_clock::time_point(milliseconds(form.at("time").get<int64_t>())), form.at("user"), form.at("program"),
-            form.at("comment")};
+    constexpr auto kLast = std::chrono::floor<milliseconds>(system_clock::time_point::max().time_since_epoch());
+    const milliseconds time(static_cast<int64_t>(NumberFrom(form, "time", static_cast<uint64_t>(kLast.count()))));
+    return {system_clock::time_point(time), form.at("user"), form.at("program"), form.at("comment")};
 }
 
 json ToJson(const IndexedCommit &commit) {
@@ -50,10 +62,11 @@ json ToJson(const IndexedCommit &commit) {
 }
 
 IndexedCommit CommitFrom(const json &form) {
-    return {{form.at("number"),
+    return {{NumberFrom(form, "number", kMaxNumber),
              NoteFrom(form),
              form.at("checksum"),
-             {form.at("added"), form.at("changed"), form.at("deleted")},
+             {NumberFrom(form, "added", SIZE_MAX), NumberFrom(form, "changed", SIZE_MAX),
+              NumberFrom(form, "deleted", SIZE_MAX)},
              form.at("hadFile")},
             form.value("former", "")};  // which those that were written before do not have
 }
@@ -66,12 +79,23 @@ json ToJson(const tav::Checkpoint &checkpoint) {
 }
 
 Index IndexFrom(const json &form) {
-    if (form.at("version").get<int>() > kVersion) {
+    if (NumberFrom(form, "version", UINT64_MAX) > kVersion) {
         throw std::runtime_error("a newer version has written it");
     }
-    Index index{form.at("on"), form.at("keep"), form.at("next"), {}, {}};
+    Index index{form.at("on"),
+                static_cast<uint32_t>(NumberFrom(form, "keep", UINT32_MAX)),
+                NumberFrom(form, "next", kMaxNumber),
+                {},
+                {}};
+    uint64_t last = 0;
     for (const json &commit : form.at("commits")) {
         index.commits.push_back(CommitFrom(commit));
+        if (std::exchange(last, index.commits.back().number) >= index.commits.back().number) {
+            throw std::runtime_error("its commits are not in order");
+        }
+    }
+    if (last >= index.next) {  // the next copy would replace another one
+        throw std::runtime_error("its next commit is one that it has");
     }
     for (const json &checkpoint : form.at("checkpoints")) {
         index.checkpoints.push_back({checkpoint.at("name"), NoteFrom(checkpoint), checkpoint.at("checksum")});

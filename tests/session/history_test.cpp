@@ -131,6 +131,12 @@ TEST_P(HistoryTest, DamageIsSeen) {
     EXPECT_EQ(ErrorOf([&] { tav::History(path_).Before(4); }).Code(), TAV_ERR_INVALID) << "another copy";
     EXPECT_EQ(ErrorOf([&] { tav::History(path_).At("now"); }).Code(), TAV_ERR_INVALID) << "another copy";
     for (const char *index : {"", "{", "{}", R"({"version":2})", R"({"version":1,"on":5})", "[]",
+                              R"({"version":1,"on":true,"keep":-1,"next":1,"commits":[],"checkpoints":[]})",
+                              R"({"version":1,"on":true,"keep":4294967296,"next":1,"commits":[],"checkpoints":[]})",
+                              R"({"version":1,"on":true,"keep":1,"next":0,"commits":[],"checkpoints":[]})",
+                              R"({"version":1,"on":true,"keep":1,"next":1.5,"commits":[],"checkpoints":[]})",
+                              R"({"version":1,"on":false,"keep":0,"next":1,"commits":[],"checkpoints":[{"name":"x",
+                                  "time":9223372036855,"user":"","program":"","comment":"","checksum":""}]})",
                               R"({"version":1,"on":true,"keep":0,"next":1,"commits":[],"checkpoints":[]})",
                               R"({"version":1,"on":false,"keep":0,"next":1,"commits":[],"checkpoints":[{"name":"../x",
                                   "time":0,"user":"","program":"","comment":"","checksum":""}]})"}) {
