@@ -47,6 +47,7 @@ void MakeLikeBefore(const Descriptor &draft, const Place &place) {
 
 /** Gives the draft the mode and the owner of the file that is there, if one is, and makes it last. */
 void Complete(const Place &place) {
+    static_cast<void>(chmod(place.Draft().c_str(), 0600));  // whatever the umask
     const Descriptor draft = OpenFile(place.Draft(), O_RDONLY | O_NOFOLLOW);
     if (!draft) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its draft cannot be opened");
@@ -61,6 +62,8 @@ void Complete(const Place &place) {
 
 void RemoveFolder(const Place &place, std::error_code &error) noexcept {
     try {
+        // An umask may have left an empty folder without rights, which cannot be looked into.
+        static_cast<void>(rmdir(place.DraftFolder().c_str()));
         std::filesystem::remove_all(place.DraftFolder(), error);
     } catch (const std::bad_alloc &) {
         error = std::make_error_code(std::errc::not_enough_memory);
@@ -70,7 +73,7 @@ void RemoveFolder(const Place &place, std::error_code &error) noexcept {
 }  // namespace
 
 Draft::Draft(const Place &place, std::span<const uint8_t> image) : place_(place) {
-    if (mkdir(place.DraftFolder().c_str(), 0700) != 0) {
+    if (!MakeOwnFolder(place.DraftFolder())) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "its draft folder " + place.DraftFolder() + " cannot be made");
     }
     try {

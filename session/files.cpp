@@ -38,6 +38,14 @@ Descriptor OpenFile(const std::string &path, int flags, mode_t mode) {
     return Descriptor(Retry([&] { return open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
+bool MakeOwnFolder(const std::string &path) {
+    if (mkdir(path.c_str(), 0700) != 0) {
+        return false;
+    }
+    static_cast<void>(fchmodat(AT_FDCWD, path.c_str(), 0700, AT_SYMLINK_NOFOLLOW));  // an umask may have taken rights
+    return true;
+}
+
 std::optional<struct stat> StatusOf(const std::string &path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0) {

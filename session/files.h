@@ -41,6 +41,9 @@ class Descriptor {
 /** Opens a file, and again when a signal interrupts it. Negative descriptor and errno on failure. */
 Descriptor OpenFile(const std::string &path, int flags, mode_t mode = 0);
 
+/** Makes a folder for its owner alone, whatever the umask. False and errno on failure. */
+bool MakeOwnFolder(const std::string &path);
+
 /** What tells one state of a file from another. Its name, mode and owner are no part of it. */
 struct Identity {
     dev_t device = 0;

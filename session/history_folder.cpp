@@ -115,7 +115,7 @@ void HistoryFolder::Create(const struct stat &like) const {
 
 void HistoryFolder::MakeFolder(const struct stat &like) const {
     const std::string path = place_.History();
-    if (mkdir(path.c_str(), 0700) != 0) {
+    if (!MakeOwnFolder(path)) {
         if (errno == EEXIST) {
             return;
         }

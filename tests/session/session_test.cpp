@@ -7,6 +7,7 @@
 
 #include "file.h"
 #include "store.h"
+#include "tav/history.h"
 
 namespace fs = std::filesystem;
 
@@ -302,6 +303,30 @@ TEST(Session, RefusesClearly) {
     }
     EXPECT_THAT(ErrorOf([&] { tav::Session session(folder.Path(std::string(120, 'x'))); }).what(),
                 HasSubstr("too long"));
+}
+
+TEST(Session, NoUmaskLocksItsUserOut) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    for (const char *name : {"x.dat", "x.zip"}) {
+        for (const mode_t mask : {0777u, 0277u}) {
+            const TempFolder folder;
+            chmod(folder.Path().c_str(), 0777);
+            const std::string path = folder.Path(name);
+            EXPECT_EQ(Await(Start([&] {
+                          ASSERT_EQ(setgid(4322) + setuid(4321), 0);
+                          umask(mask);
+                          SetEntry(path, 1, 10);
+                          tav::History::Start(path);
+                          umask(022);
+                          SetEntry(path, 1, 11);
+                          EXPECT_EQ(ReadEntries(path), (Entries{{1, 11}}));
+                      })),
+                      0)
+                << name << ' ' << mask;
+        }
+    }
 }
 
 /** What a user may not do, root may: so another user tries. */
