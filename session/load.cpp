@@ -155,6 +155,7 @@ bool IsMissing(const Place &place) {
 }
 
 Refer ReferOf(const std::string &path, bool ignore) {
+    RequireNoZero(path);
     return {path.empty() ? "" : std::filesystem::absolute(path).string(), ignore};
 }
 

@@ -37,10 +37,17 @@ fs::path FollowLinks(const std::string &given) {
 
 }  // namespace
 
+void RequireNoZero(const std::string &path) {
+    if (path.find('\0') != std::string::npos) {  // behind which the system would see nothing
+        throw tav::Error(TAV_ERR_INVALID, path.c_str(), "the name of a file cannot hold a zero byte");
+    }
+}
+
 Place Resolve(const std::string &given) {
     if (given.empty()) {
         throw tav::Error(TAV_ERR_INVALID, "", "the name of the file is empty");
     }
+    RequireNoZero(given);
     const fs::path path = FollowLinks(given);
     const fs::path parent = path.has_parent_path() ? path.parent_path() : ".";
     std::error_code error;

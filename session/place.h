@@ -32,9 +32,13 @@ struct Place {
     std::string Hidden(const char *suffix) const { return Beside("." + name + suffix); }
 };
 
+/** Throws Error (TAV_ERR_INVALID) for a name with a zero byte in it. */
+void RequireNoZero(const std::string &path);
+
 /**
- * Finds the real place of a file. Throws Error: TAV_ERR_INVALID for an empty name and one that gets too long for the
- * product; TAV_ERR_OPEN when its folder is not there or cannot be entered, or links go in a circle.
+ * Finds the real place of a file. Throws Error: TAV_ERR_INVALID for an empty name, one with a zero byte, and one that
+ * gets too long for the product; TAV_ERR_OPEN when its folder is not there or cannot be entered, or links go in a
+ * circle.
  */
 Place Resolve(const std::string &given);
 

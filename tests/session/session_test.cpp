@@ -301,6 +301,7 @@ TEST(Session, RefusesClearly) {
         EXPECT_EQ(error.Code(), each.code);
         EXPECT_THAT(error.what(), HasSubstr(each.text));
     }
+    EXPECT_THAT(ErrorOf([&] { tav::Session session(path + std::string("\0y", 2)); }).what(), HasSubstr("zero byte"));
     EXPECT_THAT(ErrorOf([&] { tav::Session session(folder.Path(std::string(120, 'x'))); }).what(),
                 HasSubstr("too long"));
 }
