@@ -6,8 +6,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 
 #include "session/errors.h"
 #include "tav_session.h"
@@ -20,8 +22,10 @@ void WriteImage(const Place &place, std::span<const uint8_t> image) {
     const auto write = place.IsArchive() ? TAV_ZipBufferToExtCfgFile : TAV_WriteBufferToFile;
     errno = 0;
     const uint32_t code = write(image.data(), static_cast<uint32_t>(image.size()), place.Draft().c_str());
-    // The product's codes do not tell a full disk from others. What the system said last may, if it is about a disk.
-    if (code != TAV_OK && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG || errno == EIO || errno == EROFS)) {
+    // The product's codes do not tell a full disk from others. What the system said last may, unless it is about what
+    // was tidied up or looked for.
+    constexpr int kCauses[] = {EACCES, EDQUOT, EFBIG, EIO, EMFILE, ENFILE, ENOMEM, ENOSPC, EPERM, EROFS};
+    if (code != TAV_OK && std::ranges::find(kCauses, errno) != std::end(kCauses)) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "cannot be written");
     }
     if (code != TAV_OK) {

@@ -2,6 +2,7 @@
  * Sessions, snapshots, locks and recovery: what they promise for one file, and what they refuse.
  */
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include <thread>
 
@@ -112,6 +113,21 @@ TEST_P(SessionTest, AFileThatIsMadeAgainIsWhatItWas) {
     EXPECT_EQ(modeAfter(0755), 0604u);
     EXPECT_EQ(modeAfter(01777), 0640u);
     umask(umaskBefore);
+}
+
+TEST_P(SessionTest, TellsWhyADraftCannotBeWritten) {
+    tav::Session session(path_, {.create = true});
+    session.Store().AddVs(0);
+    const int next = dup(0);
+    close(next);
+    struct rlimit limit {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t before = std::exchange(limit.rlim_cur, next);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const tav::Error error = ErrorOf([&] { session.Commit(); });
+    limit.rlim_cur = before;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_THAT(error.what(), HasSubstr("cannot be written: Too many open files"));
 }
 
 TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
