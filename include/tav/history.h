@@ -28,7 +28,7 @@ struct Note {
     std::chrono::system_clock::time_point time; /**< to the millisecond */
     std::string user;                           /**< name of the user, or the number where there is no name */
     std::string program;                        /**< name of the program */
-    std::string comment;                        /**< as given; may be empty */
+    std::string comment;                        /**< as given, with any characters; may be empty */
 };
 
 /** One commit. */
