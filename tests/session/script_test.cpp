@@ -75,6 +75,8 @@ TEST(Script, RefusalsNameLineAndReason) {
         EXPECT_THAT(text, StartsWith("line 3: ")) << line;
         EXPECT_THAT(text, HasSubstr(why));
     }
+    const tav::Change tooLong{tav::Verb::kAdd, 0, 13, {{14, "12345"}}, {}};
+    EXPECT_EQ(ErrorOf([&] { tav::WriteChange(tooLong); }).first, TAV_ERR_INVALID);
 }
 
 TEST(Names, RefusalsNameFileAndPlace) {

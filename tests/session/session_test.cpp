@@ -135,6 +135,7 @@ TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
     auto session = std::make_optional<tav::Session>(path_);
     const auto start = std::chrono::steady_clock::now();
     const tav::Error error = ErrorOf([&] { tav::Lock lock(path_, kShort); });
+    EXPECT_EQ(ErrorOf([&] { tav::Lock lock(path_, milliseconds::min()); }).Code(), TAV_ERR_LOCKED);
     EXPECT_EQ(error.Code(), TAV_ERR_LOCKED);
     EXPECT_THAT(error.what(), HasSubstr("process " + std::to_string(getpid()) + " (session_test"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
@@ -145,7 +146,7 @@ TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
         session->Commit();
         session.reset();
     });
-    tav::Session next(path_, {.wait = std::chrono::seconds(10)});
+    tav::Session next(path_, {.wait = milliseconds::max()});
     EXPECT_EQ(EntriesOf(next.Store()), (Entries{{1, 11}}));
     later.join();
 }
