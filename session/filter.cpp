@@ -4,10 +4,9 @@
 #include "tav/filter.h"
 
 #include <fmt/format.h>
-#include <regex.h>
+#include <re2/re2.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "session/values.h"
@@ -46,94 +45,30 @@ bool HasOrder(uint32_t fid, std::string_view value) {
            value.size() == session::LimitOf(fid);
 }
 
-constexpr size_t kMaxPattern = 1024;     // bytes
-constexpr size_t kMaxWrittenOut = 2000;  // parts, with repeats written out
-
-/** Where a bracket expression ends, that begins here. */
-size_t EndOfBracket(std::string_view text, size_t at) {
-    at += text.substr(at + 1).starts_with('^') ? 2 : 1;
-    for (++at; at < text.size() && text[at] != ']'; ++at) {  // the first one is a member, even when it is a ]
-        if (text[at - 1] == '[' && (text[at] == ':' || text[at] == '.' || text[at] == '=')) {
-            at = std::min(text.find(std::string{text[at], ']'}, at + 1), text.size() - 1) + 1;
-        }
-    }
-    return at;
-}
-
-/** How often a repeat makes regcomp write out what stands before it. Moves to its end. */
-size_t CountOf(std::string_view text, size_t *at) {
-    if (text[*at] != '{') {
-        return text[*at] == '+' ? 2 : 1;  // xx*
-    }
-    const size_t end = text.find_first_not_of("0123456789,", *at + 1);
-    if (end == std::string_view::npos || text[end] != '}') {
-        return 1;
-    }
-    size_t number = 0, most = 1;
-    for (++*at; *at < end; ++*at) {
-        const char c = text[*at];
-        number = c == ',' ? 0 : std::min(10 * number + static_cast<size_t>(c - '0'), kMaxWrittenOut + 1);
-        most = std::max(most, number);
-    }
-    return text[end - 1] == ',' ? most + 1 : most;
-}
-
-/** Refuses what regcomp would write out, repeat by repeat, until memory or its stack ends. */
-void RequireSmall(std::string_view text) {
-    const auto refuse = [](const std::string &why) { throw Error(TAV_ERR_INVALID, "", "the pattern " + why); };
-    if (text.find('\0') != std::string_view::npos) {
-        refuse("holds a zero byte");
-    }
-    if (text.size() > kMaxPattern) {
-        refuse(fmt::format("has {} bytes, at most {} are possible", text.size(), kMaxPattern));
-    }
-    std::vector<size_t> sizes{0};  // of the groups around, written out
-    size_t last = 0;               // of what a repeat would be about
-    for (size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (c == '(') {
-            sizes.push_back(0);
-            last = 0;
-        } else if (c == '*' || c == '?' || c == '+' || c == '{') {
-            const size_t count = CountOf(text, &at);
-            sizes.back() += last * (count - 1);
-            last *= count;
-        } else {
-            last = 1;
-            if (c == ')' && sizes.size() > 1) {
-                last += sizes.back();
-                sizes.pop_back();
-            }
-            sizes.back() += last;
-            at = c == '[' ? EndOfBracket(text, at) : c == '\\' ? at + 1 : at;
-        }
-        if (sizes.back() > kMaxWrittenOut) {
-            refuse(fmt::format("repeats too much: written out it may have {} parts at most", kMaxWrittenOut));
-        }
-    }
-}
-
 }  // namespace
 
-/** A regular expression. */
+/** A regular expression, by a library whose time and memory have a bound whatever the pattern. */
 class Filter::Pattern {
   public:
-    explicit Pattern(const std::string &text) {
-        RequireSmall(text);
-        if (const int code = regcomp(&regex_, text.c_str(), REG_EXTENDED | REG_NOSUB); code != 0) {
-            std::array<char, 256> why;
-            regerror(code, &regex_, why.data(), why.size());
-            throw Error(TAV_ERR_INVALID, "", fmt::format("'{}' is no pattern: {}", text, why.data()));
+    explicit Pattern(const std::string &text) : regex_(text, Syntax()) {
+        if (!regex_.ok()) {
+            throw Error(TAV_ERR_INVALID, "", fmt::format("'{}' is no pattern: {}", text, regex_.error()));
         }
     }
-    ~Pattern() { regfree(&regex_); }
-    Pattern(const Pattern &) = delete;
-    Pattern &operator=(const Pattern &) = delete;
 
-    bool Matches(const std::string &text) const { return regexec(&regex_, text.c_str(), 0, nullptr, 0) == 0; }
+    bool Matches(const std::string &text) const { return re2::RE2::PartialMatch(text, regex_); }
 
   private:
-    regex_t regex_;
+    static re2::RE2::Options Syntax() {
+        re2::RE2::Options options;
+        options.set_posix_syntax(true);
+        options.set_one_line(true);
+        options.set_never_capture(true);
+        options.set_log_errors(false);
+        return options;
+    }
+
+    re2::RE2 regex_;
 };
 
 Filter::Filter(const std::vector<std::string> &terms, const Names &names, std::optional<uint32_t> cid) {

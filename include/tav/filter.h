@@ -24,10 +24,10 @@ namespace tav {
  *   14=5   14!=5   14<5   14<=5   14>5   14>=5   12~pattern
  *
  * Values are compared by their type, as CompareValues does; a value that does not have the length of its type is
- * neither less nor greater than any. A pattern is an extended regular expression of POSIX for a part of the value as it
- * is shown, of at most 1,024 bytes, and of at most 2,000 parts when its repeats are written out. Of a field that a
- * record holds more than once, the first one counts. A record without the field matches != alone. A field may be named;
- * records of classes that have no field of the name are records without it.
+ * neither less nor greater than any. A pattern is an extended regular expression, in UTF-8, for a part of the value as
+ * it is shown: that of egrep, without references to what matched before, and with at most 1,000 repeats. Of a field
+ * that a record holds more than once, the first one counts. A record without the field matches != alone. A field may be
+ * named; records of classes that have no field of the name are records without it.
  */
 class TAV_VISIBLE Filter {
   public:
