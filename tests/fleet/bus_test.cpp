@@ -364,6 +364,25 @@ TEST_F(FleetBusPort, TellsTransferMessagesOfTheOtherByteOrderAndRefusesOthers) {
     EXPECT_EQ(Receive(), Bytes());
 }
 
+/** With a peer of another machine, which script/test-foreign names. */
+TEST(FleetBus, MachinesOfTwoKindsUnderstandEachOther) {
+    const char *const program = getenv("TAV_TEST_FOREIGN_PEER");
+    if (program == nullptr) {
+        GTEST_SKIP() << "no program of another machine";
+    }
+    const NatsServer server;
+    BusPeer here(On(server)), there(On(server), program);
+    EXPECT_EQ((Codes{here.Do("bind 7"), there.Do("bind 8"), there.Do("bind 7")}), (Codes{0, 0, EADDRINUSE}));
+    EXPECT_EQ(
+        (Codes{there.Do("serve 8 180 1"), here.Do("find 180 1"), here.Do("serve 7 180 1"), there.Do("find 180 1")}),
+        (Codes{0, 8, 0, 7}));
+    EXPECT_EQ((Codes{here.Do("query 7 8 66051"), there.Do("query 8 7 4294967040")}), (Codes{0, 0}));
+    EXPECT_EQ(there.Ask("asked 8"), "32 66051 66052 66053 5");
+    EXPECT_EQ(here.Ask("asked 7"), "32 4294967040 4294967041 4294967042 5");
+    const int64_t expected = here.Ask("order") == there.Ask("order") ? 0 : EPROTONOSUPPORT;
+    EXPECT_EQ((Codes{here.Do("send 7 8 36 101"), there.Do("send 8 7 36 101")}), (Codes{expected, expected}));
+}
+
 TEST_F(FleetBusPort, AForkedChildIsToldToKeepOff) {
     const auto tryAll = [&] {
         uint32_t id = 0;

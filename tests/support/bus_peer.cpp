@@ -9,7 +9,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
-BusPeer::BusPeer(const std::map<std::string, std::string> &changes) : complaints_(tmpfile()) {
+BusPeer::BusPeer(const std::map<std::string, std::string> &changes, const char *program) : complaints_(tmpfile()) {
+    program = program != nullptr ? program : BUS_PEER;
     int commands[2], results[2];
     if (complaints_ == nullptr || pipe2(commands, O_CLOEXEC) != 0 || pipe2(results, O_CLOEXEC) != 0) {
         throw std::runtime_error("pipes for a peer");
@@ -23,7 +24,7 @@ BusPeer::BusPeer(const std::map<std::string, std::string> &changes) : complaints
         for (const auto &[variable, value] : changes) {
             setenv(variable.c_str(), value.c_str(), 1);
         }
-        execl(BUS_PEER, BUS_PEER, nullptr);
+        execl(program, program, nullptr);
         _exit(127);
     }
     close(commands[0]);

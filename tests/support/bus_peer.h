@@ -14,8 +14,11 @@
 /** Runs as long as the object lives, on the bus that the environment says when it begins. */
 class BusPeer {
   public:
-    /** @param changes  variables of the environment that it has otherwise */
-    explicit BusPeer(const std::map<std::string, std::string> &changes = {});
+    /**
+     * @param changes  variables of the environment that it has otherwise
+     * @param program  the program, when it is that of another machine
+     */
+    explicit BusPeer(const std::map<std::string, std::string> &changes = {}, const char *program = nullptr);
     ~BusPeer();
     BusPeer(const BusPeer &) = delete;
     BusPeer &operator=(const BusPeer &) = delete;
@@ -31,6 +34,9 @@ class BusPeer {
      *   receive ID MILLISECONDS                         the negative id of the sender, or the code
      *   stream FROM TO COUNT                            "CODE:TIMES " of what came of COUNT numbered messages
      *   drain ID LAST                                   "COUNT WRONG": received up to number LAST, and out of order
+     *   query FROM TO N                                 the result: asks about a transfer with identifiers N, N+1, N+2
+     *   asked ID                                        "LENGTH N N+1 N+2 OPERATION" of such a question
+     *   order                                           "big" or "little"
      *   echo ID                                         twice: when it begins, and when nothing has come for 2 seconds
      */
     std::string Ask(const std::string &command);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <bit>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -14,6 +15,7 @@
 
 #include "platform/dms_message.h"
 #include "platform/mel_environment.h"
+#include "tav_ftpci.h"
 #include "tav_posix_bus.h"
 
 namespace {
@@ -90,6 +92,38 @@ void ReceiveOne(std::istream &command) {
     std::cout << (received.code == 0 ? -int64_t{received.sender} : int64_t{received.code});
 }
 
+/** Asks what became of a transfer, with three identifiers from a number on. */
+void Query(std::istream &command) {
+    NFTPCI_CommHandle handle = {};
+    handle.sender = Number(command);
+    handle.receiver = Number(command);
+    const uint32_t id = Number(command);
+    std::cout << NFTPCI_AsyncTransFileQuery(id, id + 1, id + 2, &handle);
+}
+
+/** Receives such a question, in whatever byte order: its length, its identifiers, the operation. */
+void ReceiveQuery(std::istream &command) {
+    void *message = nullptr;
+    uint32_t length = 0;
+    const uint32_t code = TAV_Posix_BusReceive(ports[Number(command)], 5000, &message, &length);
+    if (code != 0) {
+        std::cout << code;
+        return;
+    }
+    TAVFTPCI_SwapMsgBodyByteOrder2Loc(message);
+    uint16_t stated = 0, operation = 0;
+    uint32_t ids[3] = {};
+    memcpy(&stated, message, sizeof(stated));
+    memcpy(ids, static_cast<uint8_t *>(message) + 8, sizeof(ids));
+    memcpy(&operation, static_cast<uint8_t *>(message) + 24, sizeof(operation));
+    std::cout << stated << " " << ids[0] << " " << ids[1] << " " << ids[2] << " " << operation;
+    DMS_MsgFree(0, message);
+}
+
+void TellByteOrder(std::istream & /*command*/) {
+    std::cout << (std::endian::native == std::endian::big ? "big" : "little");
+}
+
 /** Sends numbered messages; one that is told to be full is sent again, any other failure is counted by its code. */
 void Stream(std::istream &command) {
     const uint32_t sender = Number(command), receiver = Number(command), count = Number(command);
@@ -137,8 +171,9 @@ void Echo(std::istream &command) {
 
 int main() {
     const std::map<std::string, void (*)(std::istream &)> commands = {
-        {"bind", Bind}, {"unbind", Unbind},      {"serve", Serve},   {"find", Find},   {"send", Send},
-        {"echo", Echo}, {"receive", ReceiveOne}, {"stream", Stream}, {"drain", Drain},
+        {"bind", Bind}, {"unbind", Unbind},      {"serve", Serve},        {"find", Find},
+        {"send", Send}, {"query", Query},        {"asked", ReceiveQuery}, {"order", TellByteOrder},
+        {"echo", Echo}, {"receive", ReceiveOne}, {"stream", Stream},      {"drain", Drain},
     };
     for (std::string line; std::getline(std::cin, line);) {
         std::istringstream command(line);
