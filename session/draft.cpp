@@ -29,7 +29,7 @@ void WriteImage(const Place &place, std::span<const uint8_t> image) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "cannot be written");
     }
     if (code != TAV_OK) {
-        throw tav::Error(TAV_ERR_NOT_SAVED, place.given, "cannot be written: " + ProductWords(code));
+        throw tav::Error(TAV_ERR_NOT_SAVED, place.given, "cannot be written: " + tav::CodeText(code));
     }
 }
 

@@ -1,5 +1,5 @@
 /*
- * What failures are called: codes of the system and of the product in words, and the way out.
+ * What failures are called: codes of the system in words, and the way out.
  */
 #ifndef SESSION_ERRORS_H
 #define SESSION_ERRORS_H
@@ -9,14 +9,12 @@
 #include <string>
 
 #include "tav/error.h"
+#include "tav_session.h"
 
 namespace session {
 
 /** An errno code in the system's words, with the way out behind it where there is a usual one. */
 std::string SystemWords(int error);
-
-/** A result code of the product in words, with the code itself behind it. */
-std::string ProductWords(uint32_t code);
 
 /** Throws Error: "place: what: the system's words". */
 [[noreturn]] void FailOfSystem(uint32_t code, const std::string &place, const std::string &what, int error = errno);

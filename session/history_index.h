@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tav/history.h"
+#include "tav/history_entries.h"
 
 namespace session {
 

@@ -81,7 +81,7 @@ std::string ReferProblem(const Value &head, const Refer &refer) {
     const uint32_t code = TAV_GetExtCfgFileChecksum(refer.path.c_str(), actual.data(), TAV_EXT_CHECKSUM_SIZE);
     if (code != TAV_OK) {
         return fmt::format("its refer file {} cannot be read, or refers to a file itself: {}", refer.path,
-                           ProductWords(code));
+                           tav::CodeText(code));
     }
     return ChecksumIn(head, EXT_TLV_REFER_CHECKSUM) == actual
                ? ""
@@ -114,7 +114,7 @@ std::string Diagnose(const Block &image, const Refer &refer, uint32_t code) {
     if (std::string problem = refer.ignore ? "" : ReferProblem(*head, refer); !problem.empty()) {
         return problem;
     }
-    return fmt::format("its records do not load: {}", ProductWords(code));
+    return fmt::format("its records do not load: {}", tav::CodeText(code));
 }
 
 /**
@@ -193,7 +193,7 @@ uint32_t BuiltHeadSize(const Refer &refer) {
 [[noreturn]] void RefuseToBuild(uint32_t code, const Refer &refer, const std::string &place) {
     throw tav::Error(code, place,
                      code == TAV_ERR_NOT_FOUND ? "its refer file " + refer.path + " gives no checksum"
-                                               : "its image cannot be built: " + ProductWords(code));
+                                               : "its image cannot be built: " + tav::CodeText(code));
 }
 
 /** Builds the head before an image's body. */
@@ -264,7 +264,7 @@ tav::Store ParseBody(Block &image, const std::string &place) {
     const Value body = BodyOf(*head, image);
     const uint32_t code = TAV_ExtTlvProcForEach(TAV_ParseExtCfgVsNode, body.bytes, body.length, &context);
     if (code != TAV_OK) {
-        throw tav::Error(TAV_ERR_INVALID, place, "its records do not load: " + ProductWords(code));
+        throw tav::Error(TAV_ERR_INVALID, place, "its records do not load: " + tav::CodeText(code));
     }
     return store;
 }

@@ -111,7 +111,7 @@ void WriteInPlace(const Place &place, const Change &change, const session::Refer
     }
     if (code != TAV_OK) {
         throw Error(TAV_ERR_NOT_SAVED, place.given,
-                    "it may have been written in part, and be broken; verify it: " + session::ProductWords(code));
+                    "it may have been written in part, and be broken; verify it: " + CodeText(code));
     }
 }
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <set>
 
-#include "tav/changes.h"
+#include "tav/change.h"
 #include "tav/error.h"
 #include "tav/store.h"
 

@@ -40,6 +40,12 @@ class TAV_VISIBLE Error : public std::runtime_error {
     std::string place_;
 };
 
+/**
+ * A result code of tav_base.h in words, with the code itself behind them: for codes of the C interface, which says no
+ * more. From libtav_session.so.
+ */
+TAV_VISIBLE std::string CodeText(uint32_t code);
+
 }  // namespace tav
 
 #endif

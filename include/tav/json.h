@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "tav/changes.h"
+#include "tav/change.h"
 #include "tav/error.h"
 #include "tav/names.h"
 #include "tav/store.h"

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "tav/changes.h"
+#include "tav/change.h"
 #include "tav/error.h"
 
 namespace tav {

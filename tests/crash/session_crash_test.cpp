@@ -11,6 +11,7 @@
 #include "store.h"
 #include "tav/history.h"
 #include "tav/patch.h"
+#include "tav/session.h"
 
 namespace {
 

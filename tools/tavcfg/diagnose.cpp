@@ -118,7 +118,7 @@ std::string Explanation(const Image &image, const std::optional<File> &refer, ui
     } catch (const Problem &problem) {
         return problem.what();
     }
-    return Explain(code);
+    return tav::CodeText(code);
 }
 
 }  // namespace
@@ -164,7 +164,7 @@ std::string ReferProblem(const File &refer) {
     } catch (const std::runtime_error &problem) {
         return fmt::format("refer file {} cannot serve: {}", refer.given, problem.what());
     }
-    return fmt::format("refer file {} cannot serve: {}", refer.given, Explain(code));
+    return fmt::format("refer file {} cannot serve: {}", refer.given, tav::CodeText(code));
 }
 
 void RequireRefer(const Target &target) {

@@ -15,31 +15,6 @@ namespace tavcfg {
 
 namespace {
 
-const char *Words(uint32_t code) {
-    switch (code) {
-        case TAV_ERR_COPY:
-            return "a copy or the digest failed";
-        case TAV_ERR_NO_MEMORY:
-            return "memory is short";
-        case TAV_ERR_DIGEST:
-            return "the digest failed";
-        case TAV_ERR_READ:
-            return "it could not be read";
-        case TAV_ERR_REFUSED:
-            return "it would be larger than 100 MiB, or the disk took only a part";
-        case TAV_ERR_OPEN:
-            return "it could not be opened";
-        case TAV_ERR_INVALID:
-            return "invalid data";
-        case TAV_ERR_NOT_FOUND:
-            return "not found";
-        case TAV_ERR_NO_ROOM:
-            return "no room";
-        default:
-            return "the platform reports an error";
-    }
-}
-
 std::string KeyFile() {
     char path[PATH_MAX] = "";
     switch (TAV_Posix_KeyFilePath(path, sizeof(path))) {
@@ -56,10 +31,6 @@ std::string KeyFile() {
 
 std::string WithWayOut(const tav::Error &error) {
     return error.what() + (error.Code() == TAV_ERR_BACKUP ? ": tavcfg recover " + error.Place() : std::string());
-}
-
-std::string Explain(uint32_t code) {
-    return fmt::format("{} (code 0x{:x})", Words(code), code);
 }
 
 std::string ExplainCipher(uint32_t code) {

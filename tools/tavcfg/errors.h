@@ -40,9 +40,6 @@ class Problem : public std::runtime_error {
 /** What a session complains of, with the command that is the way out, where there is one. */
 std::string WithWayOut(const tav::Error &error);
 
-/** Says in words what a result code of the library means, with the code itself behind it. */
-std::string Explain(uint32_t code);
-
 /** Says why a text could not be encrypted or decrypted: what a code of the platform's ciphers means. */
 std::string ExplainCipher(uint32_t code);
 

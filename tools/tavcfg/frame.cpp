@@ -69,7 +69,7 @@ Checksum BodyChecksum(const Image &image, const Frame &frame) {
     const uint32_t code = TAV_CalcChecksum(image.data.get() + frame.headSize, image.size - frame.headSize,
                                            checksum.data(), static_cast<uint32_t>(checksum.size()));
     if (code != TAV_OK) {
-        throw Problem("the checksum cannot be computed: " + Explain(code));
+        throw Problem("the checksum cannot be computed: " + tav::CodeText(code));
     }
     return checksum;
 }

@@ -31,7 +31,7 @@ Image ReadPlain(const File &file) {
     const uint32_t code = TAV_ReadFileToBuffer(&buffer, &image.size, file.path.c_str());
     image.data.reset(buffer);
     if (code != TAV_OK) {
-        throw Failure(fmt::format("cannot read {}: {}", file.given, Explain(code)));
+        throw Failure(fmt::format("cannot read {}: {}", file.given, tav::CodeText(code)));
     }
     return image;
 }

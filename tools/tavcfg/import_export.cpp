@@ -108,7 +108,7 @@ std::string BodyChecksum(const tav::Store &store) {
         code = TAV_CalcChecksum(body.get(), size, checksum.data(), TAV_EXT_CHECKSUM_SIZE);
     }
     if (code != TAV_OK) {
-        throw Failure("the body cannot be built: " + Explain(code));
+        throw Failure("the body cannot be built: " + tav::CodeText(code));
     }
     return fmt::format("{:02x}", fmt::join(checksum, ""));
 }

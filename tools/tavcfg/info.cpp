@@ -119,17 +119,8 @@ void PrintInfoText(const File &file, const Info &info) {
     }
 }
 
-}  // namespace
-
-int RunInfo(const InfoOptions &options) {
-    const auto &[target, asJson] = options;
-    const Info info = Gather(target);
-    (asJson ? PrintInfoJson : PrintInfoText)(target.file, info);
-    return 0;
-}
-
 /** Returns whether nothing is wrong with a file but that its refer file was not given. */
-static bool LoadsUnbound(FileOptions options) {
+bool LoadsUnbound(FileOptions options) {
     options.ignoresRefer = true;
     try {
         Read(options);
@@ -137,6 +128,15 @@ static bool LoadsUnbound(FileOptions options) {
     } catch (const std::runtime_error &) {
         return false;
     }
+}
+
+}  // namespace
+
+int RunInfo(const InfoOptions &options) {
+    const auto &[target, asJson] = options;
+    const Info info = Gather(target);
+    (asJson ? PrintInfoJson : PrintInfoText)(target.file, info);
+    return 0;
 }
 
 int RunVerify(const FileOptions &options) {

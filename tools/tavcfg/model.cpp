@@ -6,7 +6,6 @@
 
 #include "errors.h"
 #include "tav/store.h"
-#include "value.h"
 
 namespace tavcfg {
 

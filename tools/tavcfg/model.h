@@ -10,10 +10,9 @@
 #include <unordered_set>
 #include <vector>
 
-namespace tavcfg {
+#include "value.h"
 
-/** A value's bytes in file order, so that they mean the same on every host. */
-using Bytes = std::string;
+namespace tavcfg {
 
 /** A field of a record. */
 struct Field {

@@ -7,9 +7,10 @@
 #include <cstdint>
 #include <string>
 
-#include "model.h"
-
 namespace tavcfg {
+
+/** A value's bytes in file order, so that they mean the same on every host. */
+using Bytes = std::string;
 
 /** Formats bytes as hexadecimal digits. */
 std::string ToHex(const Bytes &bytes);
