@@ -25,7 +25,9 @@ TEST(CircularQueue, AgreesWithADeque) {
     NothingLeaks leaks;
     Random random(51);
     for (const uint32_t capacity : {0u, 1u, 2u, 7u, 64u}) {
-        TAV_CIRCLEQ_Queue *queue = TAV_CIRCLEQ_Alloc(g_pTavCommHandle, capacity);
+        interposer::TakenBy();
+        TAV_CIRCLEQ_Queue *queue = TAV_CIRCLEQ_Alloc(7, capacity);
+        EXPECT_EQ(interposer::TakenBy(), std::set<std::string>{"7 tav_queue"});
         std::deque<uintptr_t> model;
         for (uint32_t step = 0; step < 3000; ++step) {
             const bool hasItem = !model.empty(), hasRoom = model.size() < capacity;

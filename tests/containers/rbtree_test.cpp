@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <ranges>
+#include <set>
 
 #include "store.h"
 #include "tav_rbtree.h"
@@ -19,10 +20,33 @@ struct Element {
 
 std::vector<uint32_t> g_freed;  // serials of the elements that were freed, in this order
 
+/** Checks a subtree's links and colours. Returns its black height; -1 when something is wrong. */
+int BlackHeight(const TAV_RBT_Tree &tree, const TAV_RBT_Node *node, const TAV_RBT_Node *parent) {
+    if (node == &tree.sentinel) {
+        return 0;
+    }
+    const int smaller = BlackHeight(tree, node->smaller, node), greater = BlackHeight(tree, node->greater, node);
+    const bool red = node->colour == BEX_RBT_RED, redPair = red && parent->colour == BEX_RBT_RED;
+    const bool sound = node->parent == parent && !redPair && smaller >= 0 && smaller == greater;
+    return sound ? smaller + !red : -1;
+}
+
+/** Expects a tree to be balanced and its sentinel untouched, and of an empty one that all else is cleared. */
+void ExpectSound(const TAV_RBT_Tree &tree) {
+    const TAV_RBT_Node &sentinel = tree.sentinel;
+    EXPECT_GE(BlackHeight(tree, tree.root, &sentinel), 0);
+    EXPECT_EQ(tree.root->colour, uint32_t{BEX_RBT_BLACK});
+    EXPECT_EQ(sentinel.colour, uint32_t{BEX_RBT_BLACK});
+    EXPECT_EQ((std::set{sentinel.parent, sentinel.smaller, sentinel.greater}), std::set<TAV_RBT_Node *>{nullptr});
+    EXPECT_EQ(tree.platformWords[0], 0u);
+    EXPECT_EQ(tree.platformWords[1], 0u);
+}
+
 struct Tree : testing::Test {
     TAV_RBT_Tree tree;
 
     Tree() {
+        memset(&tree, 0xA5, sizeof(tree));
         g_freed.clear();
         const auto free = [](void *element) {
             g_freed.push_back(static_cast<Element *>(element)->serial);
@@ -69,12 +93,23 @@ TEST_F(Tree, AgreesWithAMapUnderRandomOperations) {
         }
         ASSERT_TRUE(std::ranges::equal(Walk(), model)) << "operation " << serial;
         ASSERT_EQ(g_freed, freed);
+        ExpectSound(tree);
     }
     std::ranges::copy(model | std::views::values, std::back_inserter(freed));
     TAV_RBT_DelTree(&tree);
     EXPECT_EQ(g_freed, freed);
     EXPECT_TRUE(Walk().empty());
+    ExpectSound(tree);
     EXPECT_EQ(Add(5, 1), TAV_OK) << "usable again";
+}
+
+TEST_F(Tree, IsEmptyOnceItIsMadeOrCleared) {
+    ExpectSound(tree);
+    memset(&tree, 0xA5, sizeof(tree));
+    BEX_RBT_ClearTree(&tree);
+    ExpectSound(tree);
+    EXPECT_EQ(BEX_RBT_FirstNode(&tree), nullptr);
+    TAV_RBT_Init(&tree, nullptr, nullptr);
 }
 
 TEST_F(Tree, RefusalsAndUnusableTrees) {

@@ -35,7 +35,9 @@ void ExpectSlots(const VEC_Vector *vector, const Slots &slots) {
 TEST(Vector, AgreesWithPlainSlots) {
     NothingLeaks leaks;
     Random random(52);
-    VEC_Vector *vector = VEC_VectorInit_F(1, 3, "tests", __LINE__);
+    interposer::TakenBy();
+    VEC_Vector *vector = VEC_VectorInit_F(7, 3, "tests", __LINE__);
+    EXPECT_EQ(interposer::TakenBy(), std::set<std::string>{"7 tests"});
     Slots slots(3);
     for (uint32_t step = 0, active = 0; step < 20000 && !HasFailure(); ++step) {
         SCOPED_TRACE(step);
@@ -142,6 +144,8 @@ TEST(Vector, StaysAsItWasWhenMemoryIsShortOrASizeWraps) {
     interposer::FailNth(Call::kMemFill, 1);
     EXPECT_EQ(VEC_VectorEnsure(vector, 1), -1);
     EXPECT_EQ(vector->allocated, 1u) << "room that is not filled does not count";
+    EXPECT_EQ(VEC_VectorCopy_F(1, nullptr, &(copy = vector), "tests", __LINE__), -1);
+    EXPECT_EQ(copy, nullptr);
     for (const auto &[call, nth] : {std::pair(Call::kMalloc, 1u), {Call::kMalloc, 2u}, {Call::kMemCopy, 1u}}) {
         interposer::FailNth(call, nth);
         EXPECT_EQ(VEC_VectorCopy_F(1, vector, &(copy = vector), "tests", __LINE__), -1);
@@ -154,6 +158,15 @@ TEST(Vector, StaysAsItWasWhenMemoryIsShortOrASizeWraps) {
     }
     ExpectSlots(vector, {5});
     VEC_VectorFree_F(vector);
+}
+
+TEST(Vector, BlocksAreClearedAndCopiedWithinTheirRoom) {
+    Bytes block = Filled(6, 0xEE);
+    EXPECT_EQ(VEC_Bzero(block.data(), 2), 0);
+    EXPECT_EQ(VEC_Bcopy(block.data() + 2, 3, "abc", 3), 0);
+    EXPECT_EQ(block, Join({{0, 0}, Text("abc"), {0xEE}}));
+    EXPECT_EQ(VEC_Bcopy(block.data() + 2, 2, "xyz", 3), -1);
+    EXPECT_EQ(block, Join({Filled(4, 0), {'c', 0xEE}})) << "the room of a refused copy is cleared";
 }
 
 }  // namespace

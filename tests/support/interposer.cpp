@@ -10,6 +10,7 @@
 #include <optional>
 #include <sstream>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/bex_crypt.h"
 #include "platform/bex_string.h"
@@ -39,6 +40,7 @@ struct State {
 State g_state;
 std::set<BEX_VFS_File *> g_logFiles;            // open files of the debug log, which are no part of what is examined
 std::unordered_map<void *, uint32_t> g_blocks;  // that the library has taken, and their sizes
+std::set<std::string> g_takenBy;                // in whose names
 unsigned g_depth = 0;  // above 0 inside a platform call: what the platform calls itself is its own affair
 
 /** What a function that fails answers. */
@@ -169,6 +171,10 @@ const std::string &Failed() {
     return g_state.failed;
 }
 
+std::set<std::string> TakenBy() {
+    return std::exchange(g_takenBy, {});
+}
+
 uint32_t Count(Call kind) {
     return g_state.counts[kind];
 }
@@ -193,6 +199,9 @@ const std::vector<std::string> &Listed() {
 extern "C" {
 
 void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *source, uint32_t line) {
+    if (g_depth == 0) {
+        g_takenBy.insert(std::to_string(handle) + " " + source);
+    }
     return Poisoned(MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_Malloc_F), handle, memPt, size, source, line),
                     size);
 }

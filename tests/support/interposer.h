@@ -71,6 +71,9 @@ void WatchFreed(std::function<void(const uint8_t *block, uint32_t size)> watcher
 /** The name of the platform's function that failed first since the last Reset; empty when none did. */
 const std::string &Failed();
 
+/** Whose blocks the library has taken since the last call of this: memory module and name, as "1 tav_extcfg". */
+std::set<std::string> TakenBy();
+
 /** How many calls of a kind there were since the last Reset, or FailNth of this kind. */
 uint32_t Count(Call kind);
 
