@@ -83,6 +83,20 @@ TEST_F(Log, RotatesAt32MiB) {
     }
 }
 
+TEST_F(Log, EveryCallFailsInTurn) {
+    for (const uint32_t size : {0u, 33554432u}) {
+        uint32_t nth = 0;
+        do {
+            MakeSparseFile(LogOf("big"), size);
+            interposer::Reset();
+            interposer::FailNth(interposer::Call::kAny, ++nth);
+            const int32_t code = TAV_DEBUG_WriteLogFile("big", "F", 1, "x");
+            EXPECT_TRUE(code == 0 || (code == -1 && interposer::Failed() == "BEX_VFS_FClose")) << interposer::Failed();
+        } while (!interposer::Failed().empty());
+        EXPECT_GT(nth, 3u);
+    }
+}
+
 TEST_F(Log, FailsQuietly) {
     std::filesystem::remove_all(LogFolder());
     EXPECT_EQ(TAV_DEBUG_WriteLogFile("tav_debug", "F", 1, "x"), 0);

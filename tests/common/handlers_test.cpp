@@ -51,6 +51,17 @@ TEST_F(HandlerTables, StateStep) {
         EXPECT_EQ(state, to) << from << event << arg3;
     }
     EXPECT_EQ(g_asserted, std::vector<uint32_t>(2, 175));
+    uint32_t state = 1;  // whose first entry, of a table that begins two entries below it, is nowhere
+    auto *const below = reinterpret_cast<const FSM_Transition *>(uintptr_t{0} - 2 * sizeof(FSM_Transition));
+    EXPECT_EQ(FSM_Process(0, &state, below, 2, 0, 0, 0), 0xFFFFFFFF);
+    EXPECT_EQ(g_asserted.back(), 180u);
+}
+
+TEST(Memory, AFreshBlockIsZeroToItsEnd) {
+    Bytes block = Filled(9, 0xEE);
+    EXPECT_EQ(TAV_MallocInit(block.data(), 8), block.data());
+    EXPECT_EQ(block, Join({Filled(8, 0), {0xEE}}));
+    EXPECT_EQ(TAV_MallocInit(nullptr, 8), nullptr);
 }
 
 TEST(HandlerTablesDeathTest, NothingOutsideIsReadUnlessAHandlerReturns) {

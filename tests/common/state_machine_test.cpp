@@ -25,7 +25,12 @@ TEST(StateMachine, OutcomesAndRepeats) {
         const bool steps = repeat != kNoStep;
         uint16_t flag = kNoStep;
         TAV_FSM machine;
+        TAV_FSM_Ring ring = {};
+        memset(&machine, 0xA5, sizeof(machine));
         TAV_FSM_Init(&machine, uint8_t(state), table, 5, 8);  // without the last transition
+        --g_clock;
+        TAV_FSM_SaveDiagnoseInfo(&ring, state, 0xFFFF);
+        EXPECT_EQ(memcmp(&machine.ring, &ring, sizeof(ring)), 0);
         TAV_FSM once = machine;
         EXPECT_EQ(TAV_FSM_Run(&machine, event, argument), result) << state << event;
         EXPECT_EQ(machine.state, last) << state << event;
