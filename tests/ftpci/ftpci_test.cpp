@@ -83,6 +83,7 @@ TEST(Requests, ArriveWholeOrNotAtAll) {
                 EXPECT_EQ(Take(), Bytes());
             }
             EXPECT_EQ(nth > 1, !message.empty()) << "each kind of call matters; what is refused makes none";
+            EXPECT_EQ(interposer::TakenBy().contains("0 tav_ftpci"), !message.empty());
             EXPECT_EQ(Take(), message);
         }
     }
@@ -157,6 +158,14 @@ TEST(ByteOrder, OfEveryTypeAndLength) {
         EXPECT_EQ(message, local);
         log.Expect(again ? std::vector<LogEntry>() : reports);
     }
+    const TAVFTPCI_ByteOrderMap own[] = {{9, [](void *, uintptr_t) { return 4u; }},
+                                         {7, [](void *tlv, uintptr_t context) {
+                                              return static_cast<uint32_t>(*static_cast<uint8_t *>(tlv) + context);
+                                          }}};
+    EXPECT_EQ(TAVFTPCI_SwapByteOrderByTlv(MsgTlv(7, {}).data(), own, 2, 30), 7u + 30u);
+    EXPECT_EQ(TAVFTPCI_SwapByteOrderByTlv(MsgTlv(7, {}).data(), own, 1, 30), 1u);
+    log.Expect({{"TAVFTPCI_SwapByteOrderByTlv", "Unknow TLV (T=7, L=0)"}});
+    EXPECT_EQ(TAVFTPCI_MsgHeaderSwapByteOrder(Bytes(32).data(), 0, 32), 32);
     message[2] = 0x84;
     EXPECT_EQ(TAVFTPCI_SwapMsgBodyByteOrder2Net(message.data()), 0u);
     EXPECT_EQ(message, local);
