@@ -98,7 +98,7 @@ Bytes Letter(uint16_t operation, const std::vector<Bytes> &body, uint8_t flags =
 
 /** What the callbacks do and have seen; the user data of the instance. */
 struct Witness {
-    std::string calls;     // "match 1, free bare 2": bare when the condition is 4 bytes, as parse's form is
+    std::string calls;     // "match 1, free bare 2, match (12) 0": bare are 4 bytes, as parse's form is, usual 8
     uint32_t refused = 0;  // values with one of these bits cannot be parsed
     int live = 0;          // parsed and not yet freed
     Bytes payload;         // what fill writes, as far as there is room
@@ -111,6 +111,7 @@ struct Witness {
         const uint32_t value =
             length < 4 ? 0 : common::LoadWord<uint32_t>(static_cast<const char *>(data) + length - 4);
         calls.append(calls.empty() ? "" : ", ").append(name).append(length == 4 ? " bare " : " ");
+        calls.append(length == 4 || length == 8 ? "" : "(" + std::to_string(length) + ") ");
         calls.append(std::to_string(value));
         return value;
     }
@@ -147,14 +148,18 @@ struct Witness {
 struct Detecting : testing::Test {
     /** Makes the instance, with the condition types of all sums of callbacks. */
     Detecting() : handle(Init(nullptr)) {
+        interposer::TakenBy();
         for (uint32_t callbacks = 0; callbacks < 32; ++callbacks) {
             Register(100 + callbacks, callbacks);
         }
         subscriber.BecomeSubscriber();
     }
-    ~Detecting() override { ARU_Detect_UnInit(handle); }
+    ~Detecting() override {
+        ARU_Detect_UnInit(handle);
+        EXPECT_EQ(interposer::TakenBy(), std::set<std::string>{"11 aru_detect"});
+    }
     ARU_Detect_Handle *Init(ARU_Detect_Handle *given) {
-        return ARU_Detect_Init(1, kDetector, kVs, given, Witness::Fill, reinterpret_cast<uintptr_t>(&witness));
+        return ARU_Detect_Init(11, kDetector, kVs, given, Witness::Fill, reinterpret_cast<uintptr_t>(&witness));
     }
     uint32_t Register(uint32_t id, uint32_t has) {
         const ARU_Detect_CompareFunc compare = has & kDiffer  ? Witness::Differ
@@ -257,10 +262,10 @@ TEST_F(Detecting, TheOrdinaryRuleAsksOncePerDistinctCondition) {
     SubscribeAll(kOrdinary, {{1, {{kNever, 1}}}, {2, {{kNever, 1}}}, {3, {{kAlways, 2}}}, {4, {{kAlways, 4}}}});
     const Bytes longer = Part(100 + kAlways, Filled(8, 0));
     Expect(Deliver(Letter(kSubscribe, {Key(6), kIds, kEvent, longer})), kAccepted);
-    Expect(Event(1, 1), {.calls = "match 1, match 1, match 2, match 0", .told = {1, 2}});
-    Expect(Event(2, 1), {.calls = "match 2, match 0, match 1, match 1", .told = {3, 4}});
+    Expect(Event(1, 1), {.calls = "match 1, match 1, match 2, match (12) 0", .told = {1, 2}});
+    Expect(Event(2, 1), {.calls = "match 2, match (12) 0, match 1, match 1", .told = {3, 4}});
     UnsubscribeAll({3});
-    Expect(Event(8, 1), {.calls = "match 0, match 1, match 1, match 4"});
+    Expect(Event(8, 1), {.calls = "match (12) 0, match 1, match 1, match 4"});
 }
 
 TEST_F(Detecting, TheCommandLineRuleNeedsAllConditions) {
@@ -377,6 +382,16 @@ TEST_F(Detecting, MessagesAreExact) {
     }
     Instance()->fill = nullptr;
     Expect(Event(1, 1), {.calls = "match 1", .told = {5}});
+    // Built by the caller, with fewer keys than there are subscriptions.
+    SubscribeAll(kOrdinary, {{6, {}}, {7, {}}});
+    Instance()->fill = Witness::Fill;
+    witness.payload = Text("payload");
+    const void *const built = ARU_Detect_BuildNotifyMsg(Instance(), &Instance()->bookInfos, 2, 8, 9);
+    const Bytes head = Head(48 + 7, 0, Instance()->sequence, kNotification, 0, 0);
+    const Bytes letter = Join({head, kIds, kEvent, Part(18, Join({Host32(5), Host32(6)})), witness.payload});
+    EXPECT_EQ(memcmp(built, letter.data(), letter.size()), 0);
+    EXPECT_EQ(witness.filled, Words({16384, 8, 9}));
+    DMS_MsgFree(kDetector, const_cast<void *>(built));
 }
 
 TEST_F(Detecting, MalformedAndForeignMessages) {
@@ -401,7 +416,7 @@ TEST_F(Detecting, MalformedAndForeignMessages) {
             Expect(Deliver(letter), expected);
         }
     }
-    const std::string calls = "match 64, match 1, match 1, match bare 0, match 8, match 0";
+    const std::string calls = "match (12) 64, match 1, match 1, match bare 0, match 8, match (65539) 0";
     Expect(Event(8, 1), {.calls = calls, .told = {8}});
     Port other(10);
     peer = &other;
@@ -415,6 +430,10 @@ TEST_F(Detecting, MalformedAndForeignMessages) {
     DMS_MsgSendCidSet(fromNobody.get(), 0);
     setenv("TAV_ENV_5", "99", 1);  // a router without a subscriber
     EXPECT_EQ(ARU_Detect_ProcMsg(kVs, handle, fromNobody.get()), 1u);
+    unsetenv("TAV_ENV_5");  // router 0
+    EXPECT_EQ(ARU_Detect_GetAruId(kVs), 0u);
+    EXPECT_EQ(TAV_Posix_BusServe(other.port, 180, 0, kVs), 0u);
+    EXPECT_EQ(ARU_Detect_GetAruId(kVs), other.id);
 }
 
 TEST_F(Detecting, SingleCalls) {
@@ -422,14 +441,14 @@ TEST_F(Detecting, SingleCalls) {
     ARU_Detect_Instance *const instance = Instance();
     ARU_Detect_BookInfo *const bookInfo = ARU_Detect_FindBookInfo(instance, 1);
     const Cond *const first = Elements<&Cond::bookLink>(bookInfo->conds).First();
-    Cond *const loose = ARU_Detect_NewCond(1, first->type, 0);
+    Cond *const loose = ARU_Detect_NewCond(11, first->type, 0);
     const auto debugAfter = [&](auto step) {
         ARU_Detect_EnableDebug(instance);
         return step(), instance->debugSwitch;
     };
     const auto untyped =
-        std::unique_ptr<Cond, decltype(&ARU_Detect_FreeCond)>(ARU_Detect_NewCond(1, nullptr, 0), ARU_Detect_FreeCond);
-    EXPECT_EQ(ARU_Detect_NewCond(1, nullptr, UINT32_MAX - sizeof(Cond) + 1), nullptr) << "the size must not wrap";
+        std::unique_ptr<Cond, decltype(&ARU_Detect_FreeCond)>(ARU_Detect_NewCond(11, nullptr, 0), ARU_Detect_FreeCond);
+    EXPECT_EQ(ARU_Detect_NewCond(11, nullptr, UINT32_MAX - sizeof(Cond) + 1), nullptr) << "the size must not wrap";
     EXPECT_EQ(ARU_Detect_CondTheSame(untyped.get(), first, nullptr), 0u);
     EXPECT_EQ(ARU_Detect_CondTheSame(first, untyped.get(), nullptr), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_DisableDebug(instance); }), 0u);
@@ -440,10 +459,19 @@ TEST_F(Detecting, SingleCalls) {
     EXPECT_EQ(debugAfter([&] { ARU_Detect_FindOrCreateCondGroup(instance, first, nullptr); }), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_RemoveCond(loose); }), 0u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_FreeCond(loose); }), 0u);
-    EXPECT_EQ(debugAfter([&] { ARU_Detect_DestroyCond(ARU_Detect_NewCond(1, nullptr, 0)); }), 1u);
+    EXPECT_EQ(debugAfter([&] { ARU_Detect_DestroyCond(ARU_Detect_NewCond(11, nullptr, 0)); }), 1u);
     EXPECT_EQ(debugAfter([&] { ARU_Detect_ProcMsg_Ex(kVs, instance, nullptr); }), 1u);
-    interposer::FailNth(Call::kMalloc, 1);
-    EXPECT_EQ(Register(200, kMatch), 3u);
+    Expect(Watch([&] { return Register(200, kMatch); }, {Call::kMalloc, 1}), {.code = 3, .errors = 1, .debug = true});
+    EXPECT_EQ(ARU_Detect_ProcUnBookMsg(instance, 99, nullptr), 5u);
+    EXPECT_EQ(ARU_Detect_SendBookMsgAck(instance, 1, 0, nullptr), 2u);
+    const Bytes nothing = Letter(kSubscribe, {});
+    uint32_t words[] = {7, 7};
+    EXPECT_EQ(Words({ARU_Detect_MsgGetBookKey(nothing.data(), words), ARU_Detect_MsgGetEventType(nothing.data(), words),
+                     ARU_Detect_MsgGetLrVr(nothing.data(), words, words + 1), words[0], words[1]}),
+              Words({1, 1, 1, 7, 7}));
+    const Bytes longest = Part(101, Filled(65535, 9));
+    ARU_Detect_BookTlvSave(instance, bookInfo, longest.data());
+    EXPECT_EQ(memcmp(bookInfo->savedTlv, longest.data(), longest.size()), 0);
     for (const auto &[kind, code] : {std::pair(Call::kMemCopy, 5u), std::pair(Call::kMalloc, 3u)}) {
         interposer::FailNth(kind, 1);
         EXPECT_EQ(ARU_Detect_BookMsgParse(instance, bookInfo, Letter(kSubscribe, {Part(102, {})}).data()), code);
@@ -453,7 +481,7 @@ TEST_F(Detecting, SingleCalls) {
 /** An instance; one that walks looks everything up in its lists. What is done to both must look the same. */
 struct Twin {
     explicit Twin(bool itWalks)
-        : walks(itWalks), instance(ARU_Detect_Init_Ex(1, 1, 2, nullptr, reinterpret_cast<uintptr_t>(&witness))) {}
+        : walks(itWalks), instance(ARU_Detect_Init_Ex(11, 1, 2, nullptr, reinterpret_cast<uintptr_t>(&witness))) {}
     ~Twin() { ARU_Detect_UnInit_Ex(instance); }
     static uint8_t Value(const void *data, uint32_t length) { return static_cast<const uint8_t *>(data)[length - 4]; }
     /** Whether values are neighbours: of several groups, a condition may be the same as more than one. */
@@ -490,7 +518,7 @@ struct Twin {
         if (at % 2 == 0 && !detect::IsEmpty(book->conds)) {
             cond = ARU_Detect_RemoveCond(Elements<&Cond::bookLink>(book->conds).First());
         } else {
-            cond = ARU_Detect_NewCond(1, type < 12 ? ARU_Detect_FindCondType(instance, type) : &unregistered, 8);
+            cond = ARU_Detect_NewCond(11, type < 12 ? ARU_Detect_FindCondType(instance, type) : &unregistered, 8);
             cond->data = memset(cond + 1, value, 8);
             cond->length = 8;
         }
@@ -572,6 +600,12 @@ TEST(Lookups, AreWhatAWalkOfTheListsGives) {
                 outcomes.emplace_back(code, twin.State());
             }
             ASSERT_EQ(outcomes[0], outcomes[1]) << round << " " << step << " " << kind;
+            const Elements<&detect::BookInfo::link> all(twins[0].instance->bookInfos);
+            const detect::BookInfo *first = nullptr;
+            for (const detect::BookInfo &each : all) {
+                first = first == nullptr && each.key == key ? &each : first;
+            }
+            ASSERT_EQ(ARU_Detect_FindBookInfo(twins[0].instance, key), first) << round << " " << step;
         }
     }
 }
@@ -622,6 +656,8 @@ TEST_F(Detecting, LifeCycle) {
     handle = Init(Init(nullptr));
     ARU_Detect_DeleteVs(kVs, handle);
     EXPECT_EQ(codes(kVs, handle), Words({0, 0, 0}));
+    ARU_Detect_UnRegAllCondTypes(Instance());
+    EXPECT_EQ(codes(kVs, handle), Words({0, 0, 0})) << "registered anew";
 }
 
 }  // namespace
