@@ -55,9 +55,9 @@ static string SaltedDigest(size_t more = 0, const std::vector<size_t> &flipped =
 }
 
 // kWord as a reversible text (mode 1) or in the digest-based form (mode 2) of the hosted platform.
-static string Encrypt(uint32_t mode, const char *context) {
+static string Encrypt(uint32_t mode, const char *context, uint32_t code = 0) {
     char text[433] = "";
-    EXPECT_EQ(TAV_CRYPT_Encrypt_Sec(kWord, 18, text, sizeof(text), mode, context), 0u);
+    EXPECT_EQ(TAV_CRYPT_Encrypt_Sec(kWord, 18, text, sizeof(text), mode, context), code);
     return text;
 }
 
@@ -184,6 +184,12 @@ TEST(CipherForms, SaltedDigest) {
     expect(SaltedDigest(2), false, kMismatch);
     expect(SaltedDigest(3), false, kFailed);
     expect(SaltedDigest(53), false, kFailed);
+    EXPECT_EQ(TAV_VerifySHACipher(kWord, string(128, '!').c_str()), kMismatch) << "no whole words";
+    EXPECT_EQ(TAV_VerifySHACipher(kWord, string(129, '!').c_str()), kFailed) << "too long to be looked at";
+    interposer::Reset();
+    EXPECT_EQ(TAV_VerifySHACipher(kWord, SaltedDigest().c_str()), 0u);
+    EXPECT_EQ(TAV_VerifyV5SHACipher(kWord, Encrypt(2, "c").c_str(), "c"), 0u);
+    EXPECT_EQ(interposer::Listed(), (std::vector<string>{"Digest 30 33", "Digest 18 33"})) << "sizes and rooms";
     expect(Base93({1, 1, 12}), true, kMismatch);
 }
 
@@ -272,26 +278,6 @@ TEST(Records, WhoKnowsTheStoredText) {
     }
 }
 
-TEST(Records, ChangedTextsNeitherVerifyNorHarm) {
-    const string originals[] = {SaltedDigest(), Encrypt(1, ""), Encrypt(2, "c"), kWord,
-                                "$pbkdf2-sha256$4096$c2FsdA$xeR41ZKIyEGqUw22hFxMjZYok6ABzk4RpJY4c6qYE0o"};
-    Random random(1);
-    for (uint32_t round = 0; round < 4000; ++round) {
-        string text = originals[round % 5];
-        text.replace(random() % (text.size() + 1), random() % 3, random() % 3, static_cast<char>(random()));
-        const TAV_SYS_PASSWORD_S record = Stored(text.append(random() % 7 == 0 ? 300 : 0, 'a').c_str(), random() % 8);
-        const uint32_t results[] = {
-            TAV_VerifySystemPassword(kWord, record.text, "c"), TAV_VerifySystemPassword_Enh(kWord, record.text, "c"),
-            TAV_VerifySHACipher(kWord, record.text), TAV_VerifyEncryptSystemPassword_Enh(kWord, "", &record, "")};
-        const uint32_t kind = TAV_CRYPT_IsCipher(record.text, static_cast<uint32_t>(strlen(record.text)), nullptr, "c");
-        if (round % 5 != 0 && record.text != originals[round % 5]) {  // of the salted digest, some bytes do not matter
-            EXPECT_EQ(kind, 0u) << record.text;
-            EXPECT_NE(results[0], 0u) << record.text;
-            EXPECT_NE(results[1], 0u) << record.text;
-        }
-    }
-}
-
 TEST(Policy, PasswordsOfLocalUsers) {
     enum Demands { kLax = 0, kStrict = 1, kBasic = 2, kAnyLength = 4 };
     const auto expect = [](uint32_t code, const char *userName, uint32_t demands, Strings passwords) {
@@ -359,10 +345,10 @@ TEST(Policy, ConfigurationStrings) {
     expect(kFailed, kAnyByte | kQuestionMark, {"a b"});
     expect(kFailed, kAll, {R"("")", R"(""")"});
     const std::tuple<const char *, uint32_t, uint32_t> inQuotes[] = {
-        {R"("a b")", 5, 0},   {R"("a b")", 4, kFailed}, {R"("a" b")", 6, kFailed},
-        {R"("a" b")", 3, 0},  {R"("" ")", 4, kFailed},  {R"("ab"")", 5, 0},
-        {R"(")", 1, 0},       {R"(")", 0, kFailed},     {R"(a")", 2, kFailed},
-        {nullptr, 3, kFailed}};
+        {R"("a b")", 5, 0},    {R"("a b")", 4, kFailed}, {R"("a" b")", 6, kFailed},
+        {R"("a" b")", 3, 0},   {R"("" ")", 4, kFailed},  {R"("ab"")", 5, 0},
+        {R"(")", 1, 0},        {R"(")", 0, kFailed},     {R"(a")", 2, kFailed},
+        {nullptr, 3, kFailed}, {"\"a\0\" \"", 6, 0}};
     for (const auto &[text, length, code] : inQuotes) {
         EXPECT_EQ(TAV_ValidateStrWithQuotes(text, length), code) << length;
     }
@@ -419,7 +405,13 @@ static Codes Results(const std::function<uint32_t()> &run) {
 TEST(Secrecy, NothingStaysWhateverFails) {
     const string salted = SaltedDigest(), digested = Encrypt(2, "c"), cipher = Encrypt(1, "c"), sent = Encrypt(1, "in");
     const TAV_SYS_PASSWORD_S plain = Stored(kWord, 1), bound = Stored(cipher, 2);
-    g_pfn_SYSDT_IsStringCipher_CRYPT = [](auto...) { return 1u; };  // a cipher is a password itself
+    // A cipher is a password itself.
+    g_pfn_SYSDT_IsStringCipher_CRYPT = [](const char *text, uint32_t length, uint32_t mode, const char *context) {
+        EXPECT_EQ(length, strlen(text));
+        EXPECT_EQ(mode, 1u);
+        EXPECT_STREQ(context, "");
+        return 1u;
+    };
     Bytes digits(25), out(25);
     constexpr uint32_t F = kFailed, D = kDiffers;
     uint32_t n = 0;
@@ -436,6 +428,11 @@ TEST(Secrecy, NothingStaysWhateverFails) {
         {{1, 0, 0, 0, 1, 1}, [&] { return TAV_PasswordAndUsernameSimilarCheck("my Corr3ct Horse;Stap", kWord, 1); }},
         {{0, 0, 0, 0, 1, 1}, [&] { return TAV_PasswordAndUsernameSimilarCheck("horse", kWord, 1); }},
         {{8, 0, 0, 0}, [&] { return TAV_CRYPT_IsCipher(cipher.c_str(), 73, nullptr, "c"); }},
+        {{8, 0, 0}, [&] { return TAV_IsStringCipher_EnhExp(cipher.c_str()); }},
+        {{0, kPlatform}, [&] { return TAV_CRYPT_Decrypt(cipher.c_str(), text, 433, "c"); }},
+        {{0x822, 0, 0, 0, 0x822, 0x822}, [&] { return TAV_CheckPasswordComplexity("a1root", "Toor"); }},
+        {{0, 0, 0, 0, 0xF01, 0xF01, 0, 0, 0, 0xABA0, 0xABA0},
+         [&] { return TAV_CheckLocUserPassword(kWord, "Someone", 1, 1, nullptr, 0); }},
         {{0, F, D, 0}, [&] { return TAV_VerifyEncryptSystemPassword_Enh(sent.c_str(), "in", &plain, "c"); }},
         {{0, F, D, D, F, F, 0, F, F},
          [&] { return TAV_VerifyEncryptSystemPassword_Enh(bound.text, "in", &bound, "c"); }}};
@@ -443,6 +440,22 @@ TEST(Secrecy, NothingStaysWhateverFails) {
         EXPECT_EQ(Results(run), results) << (&results - &rows->first) / 2;
     }
     g_pfn_SYSDT_IsStringCipher_CRYPT = nullptr;
+}
+
+TEST(Secrecy, NoFailureLetsAWrongWordIn) {
+    char older[433] = "";
+    EXPECT_EQ(TAV_CRYPT_EncryptPassword4096(kWord, 18, older, 433), 0u);
+    for (const string &stored : {string(kWord), Encrypt(1, "c"), Encrypt(2, "c"), SaltedDigest(), string(older)}) {
+        for (uint32_t form = 0; form < 7; ++form) {
+            const TAV_SYS_PASSWORD_S record = Stored(stored, form);
+            const auto none = [&](const auto &verify) {
+                const Codes results = Results([&] { return verify("Corr3ct Horse;Stab"); });
+                return std::count(results.begin(), results.end(), 0u) == 0;
+            };
+            EXPECT_TRUE(none([&](auto word) { return TAV_VerifySystemPassword_Enh(word, record.text, "c"); }));
+            EXPECT_TRUE(none([&](auto word) { return TAV_VerifyEncryptSystemPassword_Enh(word, "c", &record, "c"); }));
+        }
+    }
 }
 
 TEST(Hooks, AreLookedUpUntilFound) {
@@ -458,9 +471,14 @@ TEST(Hooks, AreLookedUpUntilFound) {
         char text[433] = "";
         EXPECT_EQ(TAV_EncryptSystemPassword(kWord, text, 433), hasEx || hasOld ? 0 : kFailed);
         EXPECT_EQ(strlen(text), hasEx ? 88u : hasOld ? 86u : 0u);
-        EXPECT_EQ(TAV_GetRandomValue() != TAV_GetRandomValue(), hasRandom);
+        EXPECT_EQ(TAV_GetRandomValue() != kFailed, hasRandom);
+        EXPECT_EQ(Encrypt(1, "c", hasRandom ? 0 : kFailed).empty(), !hasRandom);
         EXPECT_EQ(TAV_SYSDT_IsStringCipher_CRYPT(record.text, 73, 1, "c"), hasIs ? 8 : kFailed);
         EXPECT_EQ(TAV_VerifyEncryptSystemPassword_Enh(kWord, "", &record, "c"), 0u);  // unasked, it tries to decrypt
         g_missing = nullptr;
     }
+    g_pfn_CRYPT_random = [](void *buffer, uint32_t length) { return memset(buffer, 'Z', length) == nullptr ? 1u : 0u; };
+    EXPECT_EQ(Encrypt(1, "c").substr(6, 21), "WlpaWlpaWlpaWlpaWlpaW") << "a vector of 16 random bytes";
+    EXPECT_EQ(TAV_GetRandomValue(), 0x5A5A5A5A);
+    g_pfn_CRYPT_random = nullptr;
 }
