@@ -1,12 +1,15 @@
 /*
- * What the exported functions answer to a null where they need an argument.
+ * What the exported functions answer to a null where they need an argument, and what those of the store report.
  */
+#include <sstream>
 #include <type_traits>
 
 #include "aru_detect.h"
+#include "debug_log.h"
 #include "store.h"
 #include "tav_common.h"
 #include "tav_crypt.h"
+#include "tav_extcfg_nodes.h"
 #include "tav_ftpci.h"
 #include "tav_rbtree.h"
 #include "tav_vector.h"
@@ -24,6 +27,21 @@ const TAV_SYS_PASSWORD_S kPassword = {};
 VEC_Vector vector = {};
 TAV_FSM machine = {};
 TAV_ZipCb block = {};
+bool reports = false;  // whether the functions that are called report
+
+/** Expects a function's report of a null as the last one. */
+template <typename Answer>
+void ExpectReport(const char *name, Answer answer, bool isStore) {
+    uint64_t shown = 0;
+    if constexpr (std::is_integral_v<Answer>) {
+        shown = static_cast<uint64_t>(answer);
+    }
+    std::ostringstream message;
+    isStore ? message << "Invalid CfgLocal" : message << "Null pointer, return 0x" << std::hex << shown;
+    std::vector<LogEntry> entries = DebugLog::Take();
+    entries.erase(entries.begin(), entries.end() - (entries.empty() ? 0 : 1));
+    EXPECT_EQ(entries, reports ? std::vector<LogEntry>({{name, message.str()}}) : std::vector<LogEntry>());
+}
 
 /** Calls a function with one of its arguments null. */
 template <size_t kAt, typename Answer, typename... Parameters>
@@ -31,7 +49,10 @@ void ExpectOfNull(const char *name, Answer answer, Answer (*function)(Parameters
                   std::tuple<Parameters...> arguments) {
     if constexpr (std::is_pointer_v<std::tuple_element_t<kAt, std::tuple<Parameters...>>>) {
         if (std::exchange(std::get<kAt>(arguments), nullptr) != nullptr) {
-            EXPECT_EQ(std::apply(function, arguments), answer) << name << ", argument " << kAt + 1;
+            SCOPED_TRACE(std::string(name) + ", argument " + std::to_string(kAt + 1));
+            EXPECT_EQ(std::apply(function, arguments), answer);
+            const auto argument = std::get<kAt>(arguments);
+            ExpectReport(name, answer, std::is_convertible_v<decltype(argument), const CfgLocal *>);
         }
     }
 }
@@ -49,15 +70,18 @@ void ExpectOfNulls(const char *name, std::type_identity_t<Answer> answer, Answer
 #define EXPECT_OF_NULLS(answer, function, ...) ExpectOfNulls(#function, answer, function, __VA_ARGS__)
 
 struct Nulls : testing::Test {
+    const DebugLog log;
     ~Nulls() override {
         EXPECT_STREQ(text, "text");
         EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes(8));
         EXPECT_EQ(word, 7u);
         EXPECT_EQ(half, 7u);
+        reports = false;
     }
 };
 
 TEST_F(Nulls, Store) {
+    reports = true;
     uint8_t *buffer = bytes;
     TAV_ExtCfgFileContext context = {};
     const Record record = MakeRecord(13, {{14, Host32(1)}});
@@ -79,8 +103,21 @@ TEST_F(Nulls, Store) {
     EXPECT_EQ(TAV_ParseExtCfgRecordNode(13, nullptr, 20, &context), kNull);
     EXPECT_OF_NULLS(kNull, TAV_LoadExtCfgFile, text, &context);
     EXPECT_OF_NULLS(kNull, TAV_GetAbsPath, text, text, 4);
-    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetRecord, 0, record.get(), store.get());
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetRecord, 0, nullptr, store.get());
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgVsNodeFind, store.get(), 0);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgClassNodeFind, TAV_ExtCfgVsNodeGetInstance(store.get(), 0), 0);
+    EXPECT_OF_NULLS(0, TAV_ExtCfgVsNodeCalcSize, TAV_ExtCfgVsNodeFind(store.get(), 0));
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgFieldNodeFind, &record->fields, 14);
+    EXPECT_OF_NULLS(0, TAV_ExtCfgRecordMatchCond, record.get(), nullptr);
+    EXPECT_OF_NULLS(kNull, TAV_ExtCfgRecordVerify, record.get());
+    EXPECT_OF_NULLS(0, TAV_CheckFileSuffix, text, text);
+    EXPECT_OF_NULLS(kInvalid, TAV_ReplaceFileSuffix, text, text, text, 4);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgLocalCreate, 0, text, nullptr);
+    EXPECT_OF_NULLS(nullptr, TAV_ExtCfgOpen, 0, text, nullptr);
+    EXPECT_OF_NULLS(kNull, TAV_ExtCfgSetRecordToFile, 0, record.get(), text, nullptr);
+    EXPECT_OF_NULLS(kNull, TAV_WriteExtCfgFile, text, store.get());
+    EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgFlush, store.get());
+    EXPECT_OF_NULLS(kNull, TAV_ExtTlvGetValue_UINT32, nullptr, 8, 0, &word);
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgOpenAndQuery, 0, record.get(), text, nullptr);
     EXPECT_OF_NULLS(nullptr, TAV_ExtCfgGetNextRecord, store.get());
     EXPECT_OF_NULLS(kInvalid, TAV_ExtCfgEndQuery, store.get());
@@ -88,6 +125,7 @@ TEST_F(Nulls, Store) {
     EXPECT_OF_NULLS(kNull, TAV_ExtCfgRecordNodeSet, record.get(), record.get());
     EXPECT_OF_NULLS(kNull, TAV_ExtTlvProcForEach, TAV_ParseExtCfgVsNode, bytes, 8, nullptr);
     TAV_ExtCfgLocalFree(nullptr);
+    ExpectReport("TAV_ExtCfgLocalFree", 0, true);
     TAV_ExtCfgVsNodeFree(nullptr);
     TAV_ExtCfgClassNodeFree(nullptr);
     TAV_ExtCfgRecordNodeFree(nullptr);
@@ -127,7 +165,9 @@ TEST_F(Nulls, Crypt) {
     EXPECT_EQ(TAV_BinToAscii(nullptr, 4, bytes, &word), kMinus1);
     EXPECT_EQ(TAV_BinToAscii(text, 4, nullptr, &word), kMinus1);
     EXPECT_EQ(TAV_BinToAscii(text, 4, bytes, nullptr), kMinus1);
-    EXPECT_EQ(TAV_AsciiToBinAndGetLen(nullptr, text, 5, &half), kMinus1);
+    EXPECT_EQ(SYSDT_PwdStringCommonCheck(nullptr), 1u);
+    EXPECT_OF_NULLS(kMinus1, TAV_AsciiToBinAndGetLen, bytes, text, 5, &half);
+    EXPECT_EQ(TAV_AsciiToBinAndGetLen(bytes, text, 4, &half), kMinus1) << "less than a word";
     EXPECT_EQ(TAV_AsciiToBin(nullptr, 5, text, 4, &half), kMinus1);
     EXPECT_EQ(TAV_AsciiToBin(bytes, 5, nullptr, 4, &half), kMinus1);
     EXPECT_OF_NULLS(kMinus1, TAV_AsciiVisible, bytes, 1, text, 4);
@@ -181,8 +221,13 @@ TEST_F(Nulls, ContainersTransfersEvents) {
     EXPECT_OF_NULLS(nullptr, NFTPCI_CreateReqMsg, &param, &handle);
     EXPECT_OF_NULLS(kMinus1, NFTPCI_GetDataByTlvType, bytes, 1, &tlv);
 
+    EXPECT_EQ(ARU_Detect_RegisterCond_Ex(nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr), 2u);
+    EXPECT_EQ(ARU_Detect_ProcMsg_Ex(0, nullptr, bytes), 2u);
+    EXPECT_EQ(ARU_Detect_Filter_Ex(nullptr, 0, 0), 2u);
     EXPECT_EQ(ARU_Detect_FilterEx(nullptr, 0, 0), 2u);
     EXPECT_EQ(ARU_Detect_FilterEx4CliEvent(nullptr, 0, 0), 2u);
+    ARU_Detect_UnInit_Ex(nullptr);
+    ARU_Detect_VS_LIST_Free(nullptr);
     ARU_Detect_EnableDebug(nullptr);
     ARU_Detect_DisableDebug(nullptr);
 }

@@ -47,7 +47,7 @@ class DebugLog {
     DebugLog &operator=(const DebugLog &) = delete;
 
     /** The entries since the last call; a line that has not the form of an entry fails the test. */
-    std::vector<LogEntry> Take() {
+    static std::vector<LogEntry> Take() {
         const Bytes content = FileExists(LogPath()) ? ReadFile(LogPath()) : Bytes{};
         const std::string text(content.begin(), content.end());
         std::filesystem::remove(LogPath());
@@ -65,10 +65,10 @@ class DebugLog {
     }
 
     /** Takes the entries and expects exactly these. */
-    void Expect(const std::vector<LogEntry> &entries) { EXPECT_EQ(Take(), entries); }
+    static void Expect(const std::vector<LogEntry> &entries) { EXPECT_EQ(Take(), entries); }
 
     /** Takes the entries and expects these in this order, with others before, between and behind. */
-    void ExpectAmong(const std::vector<LogEntry> &entries) {
+    static void ExpectAmong(const std::vector<LogEntry> &entries) {
         const std::vector<LogEntry> all = Take();
         auto at = all.begin();
         for (const LogEntry &entry : entries) {
