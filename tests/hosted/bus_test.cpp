@@ -188,7 +188,10 @@ TEST_F(LocalBus, PathsThatLeadNowhereAreRefused) {
 TEST_P(Bus, ComponentZeroIsNobody) {
     Bind(0, EINVAL);
     const Port port = Bind(7);
-    EXPECT_EQ(TAV_Posix_BusServe(port.get(), 0, kMax, 1), EINVAL);
+    EXPECT_EQ((Codes{TAV_Posix_BusServe(port.get(), 0, kMax, 1), TAV_Posix_BusServe(nullptr, 180, kMax, 1),
+                     TAV_Posix_BusBind(8, nullptr), CMF_GetPIDByVR(180, 0, kMax, 1, nullptr),
+                     TAV_Posix_BusReceive(nullptr, 0, nullptr, nullptr)}),
+              Codes(5, EINVAL));
     EXPECT_EQ((Codes{Send(7, 0), Send(0, 7), Receive(port)}), (Codes{EINVAL, EINVAL, ETIMEDOUT}));
 }
 
@@ -248,6 +251,29 @@ std::map<uint32_t, TAV_Posix_BusRefusal> Refusals(const Port &port) {
     };
     TAV_Posix_BusVisitRefusals(port.get(), visit, &all);
     return all;
+}
+
+TEST_F(LocalBus, RefusalsAreCountedByUserAsFarAsThereIsRoom) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs root, who may send as anybody";
+    }
+    const Port port = Bind(7);
+    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (uid_t user = 1000; user < 1040; ++user) {
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
+        msghdr header = {const_cast<sockaddr *>(AddressOf(7)), sizeof(sockaddr_un), nullptr, 0, control, 0, 0};
+        header.msg_controllen = sizeof(control);
+        *CMSG_FIRSTHDR(&header) = {CMSG_LEN(sizeof(ucred)), SOL_SOCKET, SCM_CREDENTIALS};
+        const ucred credentials = {getpid(), user, 0};
+        memcpy(CMSG_DATA(CMSG_FIRSTHDR(&header)), &credentials, sizeof(credentials));
+        EXPECT_EQ(sendmsg(sender, &header, 0), 0);
+        EXPECT_EQ(Receive(port, 0), ETIMEDOUT);
+    }
+    close(sender);
+    std::map<uint32_t, TAV_Posix_BusRefusal> refusals = Refusals(port);
+    EXPECT_EQ(refusals.size(), 32u);
+    EXPECT_EQ(refusals[1030].count, 1u);
+    EXPECT_EQ(refusals[TAV_POSIX_BUS_SEVERAL_USERS].count, 9u);
 }
 
 /** Starts a process of a user that sends to component 7 without pause, as a component, until it is killed. */

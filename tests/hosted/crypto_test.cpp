@@ -213,6 +213,50 @@ TEST_F(Secrets, NoChangedTextIsAccepted) {
     }
 }
 
+/** What is refused leaves an empty text. */
+TEST_F(Secrets, Refusals) {
+    const Bytes bytes = Filled(65, 's');
+    char out[200];
+    uint8_t digest[32];
+    uint32_t length = 32;
+    const auto emptied = [&](uint32_t code) { return std::exchange(out[0], '#') == '\0' ? code : ~code; };
+    const auto encrypt = [&](const char *plain, uint32_t mode, const uint8_t *vector) {
+        return emptied(BEX_CRYPT_Encrypt_Sec(plain, 1, out, 200, mode, "", vector));
+    };
+    const auto older = [&](const char *password, const uint8_t *salt, uint32_t saltSize) {
+        return emptied(BEX_CRYPT_Password_4096(password, 1, salt, saltSize, out, 200));
+    };
+    const char *const null = nullptr;
+    EXPECT_EQ((std::vector{encrypt(null, 1, bytes.data()),
+                           encrypt("x", 1, nullptr),
+                           encrypt("x", 3, bytes.data()),
+                           older("x", nullptr, 1),
+                           older("x", bytes.data(), 0),
+                           older("x", bytes.data(), 65),
+                           older(null, bytes.data(), 64),
+                           emptied(BEX_CRYPT_PasswordEx(null, 1, out, &length, 200)),
+                           emptied(BEX_CRYPT_Decrypt_Sec(null, 1, out, 200, 1, "")),
+                           emptied(TAV_Posix_Rekey("", "x", 1, "", out, 200)),
+                           BEX_CRYPT_PasswordEx("x", 1, out, nullptr, 0),
+                           BEX_CRYPT_Password_4096("x", 1, bytes.data(), 1, nullptr, 9),
+                           BEX_CRYPT_Encrypt_Sec("x", 1, nullptr, 9, 1, "", bytes.data()),
+                           BEX_CRYPT_Decrypt_Sec("x", 1, out, 0, 1, ""),
+                           TAV_Posix_Rekey("", "x", 1, "", out, 0),
+                           BEX_Decrypt_AES256_Sec("x", 1, nullptr, &length, ""),
+                           BEX_Decrypt_AES256_Sec("x", 1, digest, nullptr, ""),
+                           BEX_VerifySystemPassword("x", 1, null),
+                           BEX_CRYPT_IsPasswordCipher(null, 1),
+                           BEX_Crypt_Digest(nullptr, 1, digest, &length, 32),
+                           BEX_Crypt_Digest("x", 1, nullptr, &length, 32),
+                           BEX_Crypt_Digest("x", 1, digest, nullptr, 32)}),
+              std::vector<uint32_t>(22, EINVAL));
+    EXPECT_EQ(older("x", bytes.data(), 64), ~0u) << "the longest salt";
+    EXPECT_EQ(BEX_Crypt_Digest("x", 1, digest, &length, 31), uint32_t{ERANGE});
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(BEX_Crypt_Digest(nullptr, 0, digest, &length, 32), 0u);
+    EXPECT_EQ(Bytes(digest, digest + length), Sha256({}));
+}
+
 TEST_F(Secrets, KeyFileIsPrivateAndWhole) {
     const string text = Encrypt(1, "Secret", "");
     for (const string spoil :
@@ -269,7 +313,17 @@ TEST_F(Secrets, ProcessesAgreeOnOneKey) {
 TEST(Strings, AreComparedFoundAndLowered) {
     EXPECT_EQ(BEX_StrNCmp("a1", "a2", 1), 0);
     EXPECT_LT(BEX_StrNCmp("a1", "a2", 2), 0);
-    EXPECT_GT(BEX_StrNCmp("", nullptr, 1), 0);
+    EXPECT_EQ((std::array{BEX_StrNCmp("", nullptr, 1), BEX_StrCmp("", nullptr), BEX_StrICmp("", nullptr)}),
+              (std::array{1, 1, 1}));
+    EXPECT_EQ((std::array{BEX_StrNCmp(nullptr, "", 1), BEX_StrCmp(nullptr, ""), BEX_StrICmp(nullptr, "")}),
+              (std::array{-1, -1, -1}));
+    EXPECT_EQ((std::array{BEX_StrNCmp(nullptr, "a", 0), BEX_StrCmp(nullptr, nullptr), BEX_StrICmp("AZ[", "az[")}),
+              (std::array{0, 0, 0}));
+    EXPECT_GT(BEX_StrICmp("Z", "["), 0) << "as small letters";
+    EXPECT_EQ(BEX_StrLen(nullptr), 0u);
+    EXPECT_EQ(BEX_StrStr(nullptr, "a"), nullptr);
+    EXPECT_EQ(BEX_StrRChr(nullptr, 'a'), nullptr);
+    BEX_StrToLower(nullptr);
     char text[] = "AZ@[\xC0z";
     BEX_StrToLower(text);
     EXPECT_STREQ(text, "az@[\xC0z");

@@ -99,6 +99,10 @@ TEST_F(Files, ModesDoWhatTheyAreNamedFor) {
                      Write(path_, "rb+", "ab"), Write(path_, "ab", "yz")}),
               (Codes{16, 10, 2, 2}));
     EXPECT_EQ(fs::status(path_).permissions(), fs::perms{0640});
+    for (const auto &[mode, code] : {std::pair(07777u, 0u), {010000u, uint32_t{EINVAL}}, {0600u, 0u}}) {
+        EXPECT_EQ(BEX_VFS_SetFileModeEx(path_.c_str(), mode), code);
+        EXPECT_EQ(fs::status(path_).permissions(), fs::perms{code == 0 ? mode : 07777u});
+    }
     EXPECT_EQ(ReadFile(path_), Text("ab23456789yz"));
     BEX_VFS_File *const file = BEX_VFS_FOpen(path_.c_str(), "rb");
     char text[32] = {};
@@ -115,6 +119,8 @@ TEST_F(Files, LogLinesAreWrittenAtOnce) {
               (Codes{50, 5000, 5050}));
     EXPECT_EQ(faults.writes, 2);  // one call a line, so that the lines of several writers stay whole
     EXPECT_EQ(BEX_VFS_FClose(log), 0);
+    BEX_VFS_File *const again = BEX_VFS_FOpen(path_.c_str(), "ab");
+    EXPECT_EQ((Codes{BEX_VFS_FTell(again), BEX_VFS_FFlush(again), BEX_VFS_FClose(again)}), (Codes{5050, 0, 0}));
 }
 
 TEST_F(Files, AFullDiskIsAShortAmount) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 
 #include "bytes.h"
@@ -30,7 +31,7 @@ TEST(Bounded, CopiesKeepToTheCapacity) {
             for (size_t i = 0; i < std::size(rows); ++i) {
                 const bool fits = rows[i].whole.size() <= capacity;
                 const std::string start = fits ? rows[i].whole : std::string(rows[i].zeros, '\0');
-                EXPECT_EQ(rows[i].code == 0, fits) << i << ": " << count << " in " << capacity;
+                EXPECT_EQ(rows[i].code, fits ? 0 : ERANGE) << i << ": " << count << " in " << capacity;
                 EXPECT_EQ(dest[i], start + std::string(64 - start.size(), '#')) << i;
             }
         }
@@ -42,11 +43,32 @@ TEST(Bounded, OverlapIsRefused) {
         for (size_t count = 0; count <= 12; ++count) {
             const auto apart = static_cast<size_t>(std::abs(distance));
             std::string memory(64, 'm');
-            EXPECT_EQ(memcpy_s(&memory[20] + distance, 12, &memory[20], count) == 0, apart >= count);
+            EXPECT_EQ(memcpy_s(&memory[20] + distance, 12, &memory[20], count), apart >= count ? 0 : EINVAL);
+            EXPECT_EQ(std::ranges::count(memory, '\0'), apart >= count ? 0 : 12) << "the room of a refused copy";
             memory = std::string(20 + count, 'm') + std::string(32, '\0');
-            EXPECT_EQ(strcpy_s(&memory[20] + distance, 13, &memory[20]) == 0, apart > count);
+            EXPECT_EQ(strcpy_s(&memory[20] + distance, 13, &memory[20]), apart > count ? 0 : EINVAL);
         }
     }
+}
+
+/** Without a source the destination is emptied; one whose size is a number gone astray is left alone. */
+TEST(Bounded, NullsAndSizesGoneAstray) {
+    const char *const null = nullptr;
+    for (const size_t room : {size_t{4}, SIZE_MAX / 2 + 1}) {
+        const auto expect = [&](int refusal, size_t zeros, const auto &copy) {
+            std::string dest = "####";
+            EXPECT_EQ(copy(dest.data()), refusal);
+            EXPECT_EQ(std::ranges::count(dest, '\0'), room == 4 ? zeros : 0);
+            EXPECT_EQ(copy(static_cast<char *>(nullptr)), refusal);
+        };
+        expect(EINVAL, 4, [=](char *dest) { return memcpy_s(dest, room, nullptr, 1); });
+        expect(EINVAL, 1, [=](char *dest) { return strcpy_s(dest, room, nullptr); });
+        expect(EINVAL, 1, [=](char *dest) { return strncpy_s(dest, room, nullptr, 1); });
+        expect(EINVAL, 1, [=](char *dest) { return strncpy_s(dest, room, "x", SIZE_MAX / 2 + 1); });
+        expect(-1, 1, [=](char *dest) { return sprintf_s(dest, room, null); });
+        expect(-1, 1, [=](char *dest) { return snprintf_truncated_s(dest, room, null); });
+    }
+    EXPECT_EQ(memset_s(nullptr, 4, 0, 1), EINVAL);
 }
 
 TEST(Bounded, TextIsFormattedWholeOrCut) {
