@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "random_store.h"
+#include "tav/changes.h"
 #include "tav/script.h"
 
 namespace {
