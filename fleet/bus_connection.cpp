@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include <new>
+#include <optional>
 #include <utility>
 
 namespace fleet {
@@ -61,17 +61,22 @@ void BusConnection::Open() {
     natsOptions_SetReconnectedCB(options.get(), OnRestored, this);
     natsOptions_SetClosedCB(options.get(), OnClosed, this);
     connection_ = Connect(access_, options.get());
-    // The library makes that thread with the first subscription: here, where it gets no signals.
+    // The library makes that thread with the first subscription: here, where it does not get the process's signals.
     natsSubscription *unused = nullptr;
     natsConnection_Subscribe(&unused, connection_.get(), "_INBOX.none", Handle, nullptr);
     natsSubscription_Destroy(unused);
 }
 
 uint32_t BusConnection::Ask(const std::string &subject, std::string_view question, std::string *answer) {
+    std::optional<WithoutSignals> guard;
+    if (!hasAsked_) {
+        guard.emplace();  // the first question makes the thread that takes the answers
+    }
     natsMsg *reply = nullptr;
     const natsStatus status = natsConnection_Request(&reply, connection_.get(), subject.c_str(), question.data(),
                                                      static_cast<int>(question.size()), kAnswerMs);
     const Message owned(reply);
+    hasAsked_ = true;
     if (status == NATS_OK) {
         answer->assign(natsMsg_GetData(reply), static_cast<size_t>(natsMsg_GetDataLength(reply)));
     }

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -88,6 +89,7 @@ class BusConnection {
     const Access access_;
     const ConnectionEvents events_;
     Connection connection_;
+    std::atomic<bool> hasAsked_ = false;
 };
 
 }  // namespace fleet

@@ -5,8 +5,11 @@
 #include <nats/nats.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <thread>
 
@@ -433,7 +436,28 @@ TEST(FleetBus, OneLineSaysWhyThereIsNoConnection) {
     }
 }
 
-#ifndef TAV_FOREIGN  // where programs take libraries from one place alone
+#ifndef TAV_FOREIGN  // where programs take libraries from one place alone, and have the emulator's threads
+/** A handler of the program must not run where it would meet what the client library is at. */
+TEST(FleetBus, ThreadsOfTheLibraryTakeNoSignals) {
+    const NatsServer server;
+    BusPeer peer(On(server));
+    EXPECT_EQ((Codes{peer.Do("send 9 7 16"), peer.Do("bind 7"), peer.Do("serve 7 180 1")}), (Codes{ENOENT, 0, 0}));
+    const std::string process = std::to_string(peer.Process());
+    size_t others = 0;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/" + process + "/task")) {
+        std::ifstream status(task.path() / "status");
+        std::string word;
+        while (status >> word && word != "SigBlk:") {
+        }
+        uint64_t blocked = 0;
+        status >> std::hex >> blocked;
+        const bool isFirst = task.path().filename() == process;
+        EXPECT_EQ((blocked >> (SIGALRM - 1) & 1) != 0, !isFirst) << task.path();
+        others += !isFirst;
+    }
+    EXPECT_GT(others, 0u);
+}
+
 TEST(FleetBus, TheModuleIsLoadedFromItsOwnPlaceAlone) {
     const NatsServer server;
     const TempFolder folder;
