@@ -183,7 +183,7 @@ bool BoundComponent::IsLost() {
 
 BoundComponent::Resumed BoundComponent::Resume() {
     std::unique_lock lock(mutex_);
-    const bool hasToClaim = state_ == State::kClaiming && hasHeld_;
+    const bool hasToClaim = hasHeld_ && state_ != State::kHeld;  // also one that has given way already, to be told so
     lock.unlock();
     const uint32_t code = hasToClaim ? Claim(0) : 0;
     if (code == ETIMEDOUT) {
@@ -207,6 +207,7 @@ void BoundComponent::Lose(uint32_t code) {
     Tell("component " + std::to_string(component_.id) +
          (code == EADDRINUSE ? " has been bound by another process meanwhile" : " can no longer be bound"));
     state_ = State::kLost;
+    hasHeld_ = false;
     claims_ = {};
     messages_ = {};
     host_.setCode(port_, code);

@@ -233,6 +233,21 @@ TEST(FleetBus, AComponentOutlastsWhatTheServerStillHasOfItsOldConnection) {
     EXPECT_EQ(holder.Complaints(), "");
 }
 
+TEST(FleetBus, AComponentThatGivesWayToAnotherThatComesBackIsLost) {
+    const NatsServer server("ping_interval: \"100ms\"\nping_max: 1");
+    BusPeer holder(On(server)), sender(On(server));
+    EXPECT_EQ(holder.Do("bind 7"), 0);
+    holder.Signal(SIGSTOP);  // until the server takes it for dead
+    Await(sender, "send 8 7 16", ENOENT);
+    RawConnection silent(server), other(server);
+    silent.Listen("tav.b.7", [&] {
+        holder.Signal(SIGCONT);
+        while (other.Ask("tav.b.7", Text("1 of higher rank")) != "free") {
+        }
+    });
+    Await(holder, "receive 7 100", EADDRINUSE);  // behind what had come before
+}
+
 /** The server's configuration that docs/fleet.md shows. */
 std::string DocumentedConfiguration() {
     const Bytes bytes = ReadFile(TAV_SOURCES "/docs/fleet.md");
