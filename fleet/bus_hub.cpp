@@ -52,7 +52,6 @@ void BusHub::CheckProcess() {
 }
 
 BusHub &BusHub::Get() {
-    CheckProcess();
     static std::mutex mutex;
     static auto &slots = *new std::map<Access, Slot>;
     const Access access = AccessTo(TrustedSetting("TAV_BUS_URL"));

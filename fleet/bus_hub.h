@@ -23,7 +23,7 @@ class BusHub {
   public:
     /**
      * Returns the hub of the servers that the environment names, connected when it was not. It lives as long as the
-     * process. Throws Refusal; for half a second after a failure at once.
+     * process. Throws Refusal; for half a second after a failure at once. CheckProcess comes first.
      */
     static BusHub &Get();
 
