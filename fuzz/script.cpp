@@ -3,6 +3,7 @@
 #include <set>
 
 #include "support.h"
+#include "tav/changes.h"
 #include "tav/diff.h"
 #include "tav/script.h"
 
