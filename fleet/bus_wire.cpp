@@ -86,7 +86,7 @@ std::string Pack(const Envelope &envelope, const void *content, uint32_t length)
 
 Unpacked Unpack(std::string_view travelled, uint32_t sender, uint32_t receiver) {
     Unpacked unpacked;
-    memcpy(&unpacked.envelope, travelled.data(), std::min(travelled.size(), sizeof(Envelope)));
+    travelled.copy(reinterpret_cast<char *>(&unpacked.envelope), sizeof(Envelope));
     const bool isForeign = unpacked.envelope.magic == SwapBytes(hosted::kEnvelopeMagic);
     if (isForeign) {
         SwapEnvelope(&unpacked.envelope);
