@@ -5,7 +5,7 @@ set -euo pipefail
 # Packages that building the library, the hosted platform and the tool takes: libraries, and what builds with them; and
 # what the tests take in addition.
 LIBRARY_PACKAGES="libssl-dev libzip-dev libmimalloc-dev libcli11-dev nlohmann-json3-dev libfmt-dev libre2-dev"
-LIBRARY_PACKAGES+=" libzstd-dev libnats-dev"
+LIBRARY_PACKAGES+=" libzstd-dev libnats-dev libunistring-dev"
 BUILD_PACKAGES="g++ cmake ninja-build pkgconf scdoc $LIBRARY_PACKAGES"
 TEST_PACKAGES="libgmock-dev libgtest-dev"
 TEST_PROGRAMS="nats-server openssl zsh"

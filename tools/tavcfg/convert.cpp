@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "errors.h"
+#include "progress.h"
 #include "salvage.h"
 #include "tav/copy.h"
 #include "tav/diff.h"
@@ -52,6 +53,7 @@ std::string Done(const ConvertOptions &options) {
 
 bool Copy(const ConvertOptions &options) {
     const FileOptions &in = options.write.file;
+    const Progress progress("converting " + in.target.file.given);
     try {
         return tav::Copy(in.target.file.given, options.out.given,
                          {.read = ReadingOf(in), .replaces = options.replaces, .comment = options.write.comment});

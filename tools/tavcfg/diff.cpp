@@ -9,6 +9,7 @@
 #include "diagnose.h"
 #include "errors.h"
 #include "history.h"
+#include "progress.h"
 #include "tav/json.h"
 #include "tav/script.h"
 #include "tav/values.h"
@@ -181,6 +182,8 @@ int RunDiff(const DiffOptions &options) {
                                   options.after.given, *options.scope.vsId));
     }
     const tav::Names &names = options.before.shown;
+    const Progress progress(fmt::format("comparing {} and {}", options.before.target.file.given, options.after.given),
+                            true);
     bool differs = false;
     if (options.format == DiffFormat::kText) {
         differs = TextDiff(options.scope, names).Print(before.store, after.store);

@@ -9,6 +9,7 @@
 
 #include "assignments.h"
 #include "errors.h"
+#include "progress.h"
 #include "tav/script.h"
 #include "tav/values.h"
 
@@ -96,7 +97,8 @@ int RunApply(const ApplyOptions &options) {
     const std::string source = options.script == "-" ? "standard input" : options.script;
     tav::Changes changes;
     try {
-        changes = tav::ParseScript(ReadText(options.script), options.write.file.names);
+        const std::string text = ReadText(options.script);  // without progress: it may be typed
+        changes = WithProgress("reading " + source, [&] { return tav::ParseScript(text, options.write.file.names); });
     } catch (const tav::Error &error) {
         throw Failure(fmt::format("{}: {}", source, error.what()));
     }

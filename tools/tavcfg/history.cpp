@@ -10,6 +10,7 @@
 
 #include "errors.h"
 #include "image.h"
+#include "progress.h"
 #include "table.h"
 #include "tav/diff.h"
 #include "tav/history.h"
@@ -166,7 +167,8 @@ int RunRollback(const RollbackOptions &options) {
         PrintScript(tav::Diff(session.Store(), former), options.write.file.shown);
         return 0;
     }
-    const tav::ChangeCounts counts = tav::CountDifferences(session.Store(), former);
+    const tav::ChangeCounts counts =
+        WithProgress("comparing with " + file.given, [&] { return tav::CountDifferences(session.Store(), former); });
     session.Store() = std::move(former);
     WriteOptions write = options.write;
     if (write.comment.empty()) {
@@ -178,6 +180,7 @@ int RunRollback(const RollbackOptions &options) {
 
 tav::Store FormerStore(const std::string &path, const std::string &state) {
     const tav::History history(path);
+    const Progress progress("reading the history of " + path);
     const bool isCount = std::all_of(state.begin(), state.end(), [](char c) { return c >= '0' && c <= '9'; });
     return isCount ? history.Before(tav::ParseId(state)) : history.At(state);
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "errors.h"
+#include "progress.h"
 #include "tav/diff.h"
 
 namespace tavcfg {
@@ -19,9 +20,11 @@ namespace {
 /** Reads a text into a new store. */
 tav::Store ReadStore(const ImportOptions &options) {
     const FileOptions &file = options.write.file;
+    const std::string text = ReadText(options.json);  // without progress: it may be typed
+    const Progress progress("reading " + options.json);
     tav::Store store = tav::Store::New(file.target.file.path);
     try {
-        tav::ReadJson(ReadText(options.json), options.form, &store, file.names);
+        tav::ReadJson(text, options.form, &store, file.names);
     } catch (const tav::Error &error) {
         throw Failure(
             fmt::format("cannot import {}: {}", options.json == "-" ? "standard input" : options.json, error.what()));
@@ -55,7 +58,8 @@ int Replace(tav::Session *session, tav::Store store, const ImportOptions &option
         PrintScript(tav::Diff(session->Store(), store), options.write.file.shown);
         return 0;
     }
-    const tav::ChangeCounts counts = tav::CountDifferences(session->Store(), store);
+    const tav::ChangeCounts counts =
+        WithProgress("comparing with " + name, [&] { return tav::CountDifferences(session->Store(), store); });
     session->Store() = std::move(store);
     return Commit(session, options.write, fmt::format("wrote {}: {}", name, CountsText(counts)));
 }
@@ -144,7 +148,9 @@ int RunExport(const ExportOptions &options) {
     TextOutput output(options.output);
     tav::JsonWriter writer(
         options.form, [&](std::string_view piece) { output.Write(piece); }, options.file.shown);
-    for (const VsRecords &vs : Select(snapshot.Store(), options.selection, options.file)) {
+    const std::vector<VsRecords> selected = Select(snapshot.Store(), options.selection, options.file);
+    const Progress progress("exporting " + options.file.target.file.given, options.output == "-");
+    for (const VsRecords &vs : selected) {
         writer.BeginVs(vs.vsId);
         for (const ClassRecords &chosen : vs.classes) {
             for (const tav::RecordView record : chosen.records) {

@@ -8,6 +8,7 @@
 #include "body.h"
 #include "diagnose.h"
 #include "errors.h"
+#include "progress.h"
 #include "value.h"
 
 using nlohmann::json;
@@ -40,6 +41,7 @@ std::string HeadHex(const Frame &frame, uint32_t type, size_t maxSize = Bytes::n
 
 /** Gathers what can be told of a file whose structure can be walked, be its checksum right or wrong. */
 Info Gather(const Target &target) {
+    const Progress progress("reading " + target.file.given);
     const Image image = ReadImage(target.file);
     try {
         const Frame frame = ReadFrame(image);

@@ -10,6 +10,7 @@
 
 #include "diagnose.h"
 #include "errors.h"
+#include "progress.h"
 #include "tav/diff.h"
 #include "tav/script.h"
 
@@ -52,6 +53,7 @@ tav::Names FindNames(const std::string &given, const std::string &file) {
 }
 
 tav::Snapshot Read(const FileOptions &options) {
+    const Progress progress("reading " + options.target.file.given);
     try {
         return tav::Snapshot(options.target.file.given, ReadingOf(options));
     } catch (const tav::Error &error) {
@@ -62,6 +64,7 @@ tav::Snapshot Read(const FileOptions &options) {
 
 tav::Session OpenToWrite(const WriteOptions &options, bool create) {
     RequireRefer(options.file.target);
+    const Progress progress("opening " + options.file.target.file.given);
     try {
         return tav::Session(options.file.target.file.given, {.refer = ReferOf(options.file),
                                                              .ignoreRefer = options.file.ignoresRefer,
@@ -107,7 +110,7 @@ bool Differ(const tav::Store &a, const tav::Store &b) {
 
 int Commit(tav::Session *session, const WriteOptions &options, const std::string &done) {
     const File &file = options.file.target.file;
-    if (session->Commit(options.comment)) {
+    if (WithProgress("writing " + file.given, [&] { return session->Commit(options.comment); })) {
         PrintDone(file, done);
     } else if (session->IsNew()) {
         fmt::print("nothing to write: there is no {}, and nothing to put into it\n", file.given);
@@ -119,7 +122,8 @@ int Commit(tav::Session *session, const WriteOptions &options, const std::string
 
 int ApplyAndCommit(tav::Session *session, const tav::Changes &changes, const WriteOptions &options,
                    const DoneText &done) {
-    const tav::Changes inverse = tav::Apply(changes, &session->Store());
+    const tav::Changes inverse = WithProgress("changing " + options.file.target.file.given,
+                                              [&] { return tav::Apply(changes, &session->Store()); });
     if (options.isDryRun) {
         // The inverse of the inverse is what the changes come to.
         PrintScript(tav::Apply(inverse, &session->Store()), options.file.shown);

@@ -6,6 +6,7 @@
 #include "diagnose.h"
 #include "errors.h"
 #include "patch.h"
+#include "progress.h"
 #include "tav/values.h"
 
 namespace tavcfg {
@@ -14,6 +15,7 @@ namespace {
 
 std::optional<tav::Change> Patch(const PatchOptions &options, const std::string &name) {
     const FileOptions &file = options.write.file;
+    const Progress progress("patching " + file.target.file.given);
     try {
         return tav::Patch(file.target.file.given, options.change,
                           {.refer = ReferOf(file),

@@ -8,6 +8,7 @@
 
 #include "assignments.h"
 #include "errors.h"
+#include "progress.h"
 #include "tav/filter.h"
 
 namespace tavcfg {
@@ -39,6 +40,7 @@ std::vector<VsRecords> Select(const tav::Store &store, const Selection &selectio
     }
     const tav::Filter filter = FilterOf(selection, options.names);
     RequireFields(selection.sort, options.names, "--sort");
+    const Progress progress("searching " + options.target.file.given);
     std::vector<VsRecords> selected;
     size_t left = selection.limit;
     const bool showsEmpty = selection.where.empty() && !selection.cid;

@@ -4,13 +4,17 @@
 
 #include <cstdio>
 
+#include "progress.h"
+
 namespace tavcfg {
 
 int RunRecover(const WriteOptions &options) {
     const FileOptions &file = options.file;
-    const tav::Recovery recovery = tav::Recover(
-        file.target.file.given,
-        {.refer = ReferOf(file), .ignoreRefer = file.ignoresRefer, .wait = file.wait, .dryRun = options.isDryRun});
+    const tav::Recovery recovery = WithProgress("recovering " + file.target.file.given, [&] {
+        return tav::Recover(
+            file.target.file.given,
+            {.refer = ReferOf(file), .ignoreRefer = file.ignoresRefer, .wait = file.wait, .dryRun = options.isDryRun});
+    });
     if (recovery.moves.empty()) {
         fmt::print("{}\n", recovery.text);
     } else {

@@ -8,6 +8,7 @@
 
 #include "errors.h"
 #include "image.h"
+#include "progress.h"
 #include "tav/values.h"
 
 namespace tavcfg {
@@ -118,6 +119,7 @@ class Reader {
 }  // namespace
 
 Salvaged SalvageFrom(const File &file) {
+    const Progress progress("salvaging " + file.given);
     const Image image = ReadImage(file);
     Salvaged salvaged{tav::Store::New(file.path), 0, {}};
     Reader(image, &salvaged).Read();

@@ -10,6 +10,7 @@
 
 #include "assignments.h"
 #include "errors.h"
+#include "progress.h"
 #include "table.h"
 #include "tav/json.h"
 #include "tav/values.h"
@@ -216,6 +217,7 @@ void PrintRecord(tav::RecordView record, const GetOptions &options) {
 int RunShow(const ShowOptions &options) {
     const tav::Snapshot snapshot = Read(options.file);
     const std::vector<VsRecords> selected = Select(snapshot.Store(), options.selection, options.file);
+    const Progress progress("showing " + options.file.target.file.given, true);
     switch (options.format) {
         case Format::kTable:
             PrintTables(selected, options);
