@@ -5,7 +5,9 @@
 
 #include <chrono>
 
+#include "debug_log.h"
 #include "store.h"
+#include "tav_extcfg_nodes.h"
 
 namespace {
 
@@ -99,20 +101,68 @@ TEST_F(Golden, FileThatRefersToAnother) {
 }
 
 TEST_F(Golden, AHeadFillsItsRoomOrIsRefused) {
+    const DebugLog log;
     const Bytes body = Slice(kPlain, kHeadSize, kPlain.size());
-    const std::pair<uint32_t, uint32_t> rooms[] = {
-        {0, TAV_ERR_NO_ROOM}, {79, TAV_ERR_NO_ROOM}, {80, TAV_OK}, {81, TAV_ERR_INVALID}};
-    for (const auto &[headSize, code] : rooms) {
+    const std::tuple<uint32_t, uint32_t, const char *> rooms[] = {
+        {0, TAV_ERR_NO_ROOM, "Report error: 0x80161a"},
+        {79, TAV_ERR_NO_ROOM, "Report error: 0x80161a"},
+        {80, TAV_OK, "Head size 289 over image size 288"},  // of the call before
+        {81, TAV_ERR_INVALID, "Head size 81, but 80 are built"}};
+    for (const auto &[headSize, code, report] : rooms) {
         SCOPED_TRACE(headSize);
         const Bytes before = Join({Filled(headSize, 0xEE), body});
         auto image = ExactBlock(before);
         const auto size = static_cast<uint32_t>(before.size());
         EXPECT_EQ(TAV_BuildExtCfgFileHead(image.get(), size + 1, size, nullptr), TAV_ERR_INVALID) << "beyond the image";
         EXPECT_EQ(TAV_BuildExtCfgFileHead(image.get(), headSize, size, nullptr), code);
+        log.ExpectAmong({{"TAV_BuildExtCfgFileHead", report}});
         const Bytes after(image.get(), image.get() + size);
         EXPECT_EQ(Slice(after, headSize, size), body);
         EXPECT_TRUE(code != TAV_ERR_INVALID || after == before) << "nothing is written";
         EXPECT_TRUE(code != TAV_OK || Slice(after, kChecksumAt, size) == Slice(kPlain, kChecksumAt, kPlain.size()));
+    }
+}
+
+/** What is built neither leaves its room nor contradicts the lengths that stand in the nodes, which are public. */
+TEST_F(Golden, ABodyFillsItsLengthsOrIsRefused) {
+    const DebugLog log;
+    const Store store = Open(2, path);
+    ASSERT_EQ(Add(store, 5, Class13(1)), TAV_OK);
+    TAV_ExtCfgVsNode *const vs = TAV_ExtCfgVsNodeFind(store.get(), 5);
+    TAV_ExtCfgRecordNode *const record = TAV_ExtCfgGetRecord(5, Class13(1).get(), store.get());
+    const Bytes body = VsTlv(5, {Tlv(13, Tlv(14, Be32(1)))});  // 40 bytes, of which the record takes 20
+    for (uint32_t at = 0; at < 42 * 42; ++at) {
+        const uint32_t room = at % 42, length = at / 42;
+        SCOPED_TRACE(std::to_string(length) + " in " + std::to_string(room));
+        const std::string shown = std::to_string(length), noRoom = ", return 0x80161a";
+        const auto block = ExactBlock(Filled(room, 0xEE));
+        const auto expect = [&](uint32_t code, uint32_t size, uint32_t right, const Bytes &whole,
+                                const LogEntry &last) {
+            const bool fits = room >= size && room >= length + 8;
+            EXPECT_EQ(code, !fits ? TAV_ERR_NO_ROOM : length != right ? TAV_ERR_INVALID : TAV_OK);
+            if (code == TAV_OK) {
+                EXPECT_EQ(Bytes(block.get(), block.get() + room), Join({whole, Filled(room - size, 0xEE)}));
+            } else {
+                EXPECT_EQ(log.Take().back(), last);
+            }
+            log.Take();
+        };
+        uint8_t *cursor = block.get();
+        record->recordLength = length;
+        expect(TAV_BuildExtCfgRecordData(record, &cursor, block.get() + room), 20, 12, Slice(body, 20, 40),
+               {"TAV_BuildExtCfgRecordData",
+                room < length + 8 ? "Set record head TLV failed(cid=13, len=" + shown + ")" + noRoom
+                : room < 20       ? "Set record field TLV failed(cid=13, fid=14, len=4)" + noRoom
+                            : "Write record TLV total len mismatch(cid=13, recordLen=" + shown + " writeLen=20)"});
+        std::fill_n(block.get(), room, uint8_t{0xEE});
+        record->recordLength = 12;
+        vs->dataLength = length;
+        expect(TAV_BuildExtCfgFileBody(store.get(), block.get(), room), 40, 32, body,
+               {"TAV_BuildExtCfgFileBody",
+                room < length + 8 ? "Set VS head TLV failed(vsId=5, len=" + shown + ")" + noRoom
+                : room < 20       ? "Set VS ID TLV failed(vsId=5)" + noRoom
+                : room < 40       ? "VS5 set record TLV failed" + noRoom
+                                  : "Write VS TLV total len mismatch(vsId=5, vsDataLen=" + shown + " writeLen=40)"});
     }
 }
 

@@ -8,6 +8,7 @@
 #include "debug_log.h"
 #include "interposer.h"
 #include "store.h"
+#include "tav_extcfg_nodes.h"
 
 namespace {
 
@@ -98,35 +99,43 @@ TEST_F(Query, Life) {
     DebugLog log;
     Store store = Open(0, folder.Path("new.dat")), writeOnly = Open(2, path);
     CfgLocal *local = store.get();
-    auto expectNone = [&](const std::string &report) {
+    /** Expects that there is no record, and what stands in the store: a condition and its VS while a query runs. */
+    auto expectNone = [&](const std::string &report, uint32_t vsId, const Bytes &condition) {
         log.Take();
         EXPECT_EQ(TAV_ExtCfgGetNextRecord(local), nullptr);
         log.ExpectAmong({{"TAV_ExtCfgGetNextRecord", report}});
+        EXPECT_EQ(local->queryVsId, vsId);
+        EXPECT_EQ(local->queryFlag, condition.empty() ? 0 : 1);
+        EXPECT_EQ(local->queryCondition != nullptr ? Encode(local->queryCondition) : Bytes(), condition);
     };
+    const std::string notStarted = "CfgLocal query not started";
+    const uint32_t none = 0xFFFFFFFF;
     for (uint32_t key : {3u, 1u, 2u}) {
         ASSERT_EQ(Add(store, 5, Class13(key, static_cast<uint16_t>(key * 11))), TAV_OK);
     }
-    expectNone("CfgLocal query not started");
+    expectNone(notStarted, 0, {});
     EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
+    expectNone(notStarted, 0, {});
     ExpectKeys(store, 5, {1, 2, 3});
-    expectNone("VS 5, Class 13 no more record");
+    expectNone("VS 5, Class 13 no more record", 5, Encode(Class13(2, 22).get()));
     ASSERT_EQ(Add(store, 5, Class13(9)), TAV_OK);
     EXPECT_EQ(ValueOf(TAV_ExtCfgGetNextRecord(local), 14), Host32(9)) << "added behind the cursor";
 
     Record class26 = MakeRecord(26, {});
     for (uint32_t vsId : {5u, 0xFFFFFFFF}) {  // each start ends the running query
         ASSERT_EQ(TAV_ExtCfgStartQuery(vsId, class26.get(), local), TAV_OK);
-        expectNone("Null pointer, return 0x0");
+        expectNone("Null pointer, return 0x0", vsId, Tlv(26, Bytes{}));
     }
     interposer::FailNth(Call::kMalloc, 1);
     EXPECT_EQ(TAV_ExtCfgStartQuery(5, class26.get(), local), TAV_ERR_NO_MEMORY);
-    expectNone("CfgLocal query not started");
+    log.ExpectAmong({{"TAV_ExtCfgStartQuery", "Null pointer, return 0x801611"}});
+    expectNone(notStarted, none, {});
     interposer::FailNth(Call::kMalloc, 7);  // behind store, image, VS, class and two records
     EXPECT_EQ(TAV_ExtCfgOpenAndQuery(0, class26.get(), path.c_str(), nullptr), nullptr);
     log.ExpectAmong({{"TAV_ExtCfgOpenAndQuery", "Start query return 0x801611, VS 0 filename " + path}});
     ExpectKeys(store, 5, {1, 2, 3, 9});
     EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
-    expectNone("CfgLocal query not started");
+    expectNone(notStarted, none, {});
     EXPECT_EQ(TAV_ExtCfgStartQuery(5, nullptr, nullptr), TAV_ERR_NULL) << "the condition is looked at first";
     log.Expect({{"TAV_ExtCfgStartQuery", "Null pointer, return 0x801619"}});
     EXPECT_EQ(TAV_ExtCfgStartQuery(5, class26.get(), writeOnly.get()), TAV_ERR_REFUSED);

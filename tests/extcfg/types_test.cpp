@@ -93,19 +93,26 @@ TEST_F(StartUp, TakesWhatThePlatformSays) {
 TEST_F(StartUp, BeforeItNothingIsWrittenAndKeysAreAllEqual) {
     Store store = Open(2, path);
     EXPECT_EQ(Add(store, 0, Class13(1)), TAV_OK);
+    const DebugLog log;
     EXPECT_EQ(Add(store, 0, Class13(2)), TAV_ERR_INVALID);
+    log.ExpectAmong({{"TAV_ExtCfgFieldCompare", "Null pointer, return 0x0"}});
     EXPECT_EQ(TAV_CalcExtCfgFileHeadSize(store.get()), 0u);
+    log.ExpectAmong({{"TAV_CalcExtCfgFileHeadSize", "Invalid TLV type 3, must specify len"}});
     EXPECT_EQ(TAV_ExtCfgFlush(store.get()), TAV_ERR_COPY);
+    log.ExpectAmong({{"TAV_FillExtCfgFileHead", "Invalid TLV type 3, must specify len"}});
     EXPECT_FALSE(FileExists(path));
 }
 
 TEST(Types, UnknownTypesAreReported) {
     DebugLog log;
-    const LogEntry missing{"TAV_GetExtTlvDataTable", "Invalid TLV type -1"};
-    EXPECT_EQ(TAV_GetExtTlvDataType(0xFFFFFFFF), 0x8000);
-    log.Expect({missing, {"TAV_GetExtTlvDataType", "Null pointer, return 0x8000"}});
-    EXPECT_EQ(TAV_GetExtTlvDataLen(0xFFFFFFFF), 0xFFFF);
-    log.Expect({missing, {"TAV_GetExtTlvDataLen", "Null pointer, return 0xffff"}});
+    const auto expect = [&](const char *name, const auto &answer, const auto &expected, const std::string &shown) {
+        EXPECT_EQ(answer, expected) << name;
+        log.Expect({{"TAV_GetExtTlvDataTable", "Invalid TLV type -1"}, {name, "Null pointer, return 0x" + shown}});
+    };
+    expect("TAV_GetExtTlvDataType", TAV_GetExtTlvDataType(0xFFFFFFFF), 0x8000, "8000");
+    expect("TAV_GetExtTlvDataLen", TAV_GetExtTlvDataLen(0xFFFFFFFF), 0xFFFF, "ffff");
+    expect("TAV_GetExtTlvEndianFunc", TAV_GetExtTlvEndianFunc(0xFFFFFFFF), nullptr, "0");
+    expect("TAV_GetExtTlvCompareFunc", TAV_GetExtTlvCompareFunc(0xFFFFFFFF), nullptr, "0");
     EXPECT_EQ(TAV_GetExtTlvDataLen(1), 0xFFFF);
     log.Expect({{"TAV_GetExtTlvDataLen", "Invalid len of TLV type 1"}});
 }
@@ -142,7 +149,9 @@ TEST(Types, ConverterOfEveryStorageKind) {
             ASSERT_EQ(TAV_GetEndianFunc(&type), words.contains(kind) ? kWord : byKind) << kind << " id " << id;
         }
     }
+    const DebugLog log;
     EXPECT_EQ(TAV_GetEndianFunc(nullptr), nullptr);
+    EXPECT_EQ(log.Take(), std::vector<LogEntry>({{"TAV_GetEndianFunc", "Null pointer, return 0x0"}}));
 }
 
 TEST(Types, ConvertersSwapTheirWordsAlone) {
