@@ -6,7 +6,7 @@ is a file, and is written there: ```c routes.c. A block of the language console 
 a command, `> ` goes on with it, and all else is what it prints, on either stream. `...` stands for what varies, and
 for any number of lines where it is a line of its own. A command must succeed, unless the next one is `echo $?`. Every
 block must say its language, and those of the other languages are for reading. In a manual page, blocks need no
-language: those that begin with `$ ` are sessions.
+language: those that begin with `$ ` are sessions; and of a backslash, the page shows what follows it.
 """
 import os
 import pathlib
@@ -29,7 +29,10 @@ class Block:
 def blocks(document):
     """Yields the fenced blocks of a document."""
     inside, indent = None, 0
-    for number, line in enumerate(document.read_text().splitlines(), 1):
+    text = document.read_text()
+    if document.suffix == ".scd":
+        text = re.sub(r"\\(.)", r"\1", text)
+    for number, line in enumerate(text.splitlines(), 1):
         fence = re.match(r"( *)```(.*)$", line)
         if not fence:
             if inside:
