@@ -5,9 +5,12 @@
     with tavcfg.edit("routers.dat", wait=5) as store:
         store[0, 13].set({14: 5, 19: 7})
 
-docs/python.md is a guide. The package stands on libtav_session.so, which it looks for in the folder
-of the environment variable TAV_LIBRARY_PATH, beside itself, and where the system looks.
+The guide is docs/python.md, which is installed with the C library's documents. The package stands
+on libtav_session.so, which it looks for in the folder of the environment variable TAV_LIBRARY_PATH,
+beside itself, and where the system looks.
 """
+
+__version__ = "1.0.0"  # that of tav_version.h
 
 from .changes import Change, Changes, Counts
 from .errors import (
