@@ -54,7 +54,7 @@ TAV_API CfgLocal *TAV_WatchAfter(const TAV_Watch *watch);
 
 /**
  * Returns a descriptor that becomes readable when TAV_WatchWait may have something to do: for programs that wait for
- * many things. The watch's. -1 for a null watch.
+ * many things (poll(2)), and then call TAV_WatchWait(watch, 0) once. The watch's. -1 for a null watch.
  */
 TAV_API int TAV_WatchDescriptor(const TAV_Watch *watch);
 

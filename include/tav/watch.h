@@ -53,7 +53,9 @@ class TAV_VISIBLE Watch {
     /** The content that was seen last. */
     const Store &After() const;
 
-    /** A descriptor that becomes readable when Wait may have something to do: for programs that wait for many things.
+    /**
+     * A descriptor that becomes readable when Wait may have something to do: for programs that wait for many things
+     * (poll(2)), and then call Wait(0ms) once. The watch's.
      */
     int Descriptor() const;
 

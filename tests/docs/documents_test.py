@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""documents_test.py BUILD_TREE DOCUMENT...: does what the documents say, with what the build tree installs.
+"""documents_test.py PLACE DOCUMENT...: does what the documents say, with what is installed.
+
+The place is a build tree, which is installed for this, or the prefix where all is installed already.
 
 Each document is worked through from its top in an empty folder. A fenced block whose language is followed by a name
 is a file, and is written there: ```c routes.c. A block of the language console is a session of one shell: `$ ` begins
@@ -7,6 +9,8 @@ a command, `> ` goes on with it, and all else is what it prints, on either strea
 for any number of lines where it is a line of its own. A command must succeed, unless the next one is `echo $?`. Every
 block must say its language, and those of the other languages are for reading. In a manual page, blocks need no
 language: those that begin with `$ ` are sessions; and of a backslash, the page shows what follows it.
+
+Besides, what the installed documents link to must be installed.
 """
 import os
 import pathlib
@@ -118,13 +122,25 @@ def check(document, environment):
     return session, faults
 
 
-def main(build, *documents):
+def broken_links(folder):
+    """Yields the links of documents to others that are not there."""
+    for document in folder.rglob("*.md"):
+        for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", document.read_text()):
+            if not (document.parent / link).exists():
+                yield f"{document}: {link} is not there"
+
+
+def main(place, *documents):
     with tempfile.TemporaryDirectory() as prefix:
-        subprocess.run(["cmake", "--install", build, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL)
+        if pathlib.Path(place, "CMakeCache.txt").exists():
+            subprocess.run(["cmake", "--install", place, "--prefix", prefix], check=True, stdout=subprocess.DEVNULL)
+        else:
+            prefix = place
         environment = {"PATH": f"{prefix}/bin:{os.environ['PATH']}", "PKG_CONFIG_PATH": f"{prefix}/lib/pkgconfig",
-                       "LD_LIBRARY_PATH": f"{prefix}/lib", "CMAKE_PREFIX_PATH": prefix, "LC_ALL": "C.UTF-8",
+                       "LD_LIBRARY_PATH": f"{prefix}/lib", "CMAKE_PREFIX_PATH": prefix,
+                       "PYTHONPATH": f"{prefix}/lib/python3/dist-packages", "LC_ALL": "C.UTF-8",
                        "GIT_CONFIG_NOSYSTEM": "1", "PREFIX": prefix}
-        faults = []
+        faults = [*broken_links(pathlib.Path(prefix, "share/doc/tav_adapt"))]
         for document in map(pathlib.Path, documents):
             session, found = check(document, environment)
             print(f"{document}: {len(session)} commands, {len(found)} faults")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""lists_test.py SOURCE TAVCFG: the lists in the documents are whole, and what they link to is there.
+"""lists_test.py SOURCE TAVCFG: the lists in the documents are whole.
 
 docs/errors.md has every result code; man/tavcfg.1.scd has every command, with exactly the options of its help.
 """
@@ -51,9 +51,5 @@ sections = {title.lower(): text for title, text in zip(manual[1::2], manual[2::2
 compare_commands(sections)
 faults.extend(f"there is no {title}" for title in sections if title.startswith("tavcfg "))
 
-for document in [source / "README.md", *(source / "docs").glob("*.md")]:
-    for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", document.read_text()):
-        if not (document.parent / link).exists():
-            faults.append(f"{document}: {link} is not there")
 print("\n".join(faults))
 sys.exit(1 if faults else 0)
