@@ -343,8 +343,9 @@ TAV_API void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_
                                            const void *value);
 
 /**
- * Appends a field node to a record, which owns it from then on. Nulls are ignored. A record's length stays at
- * 0xFFFFFFFF when it would be greater: no such record can be written.
+ * Appends a field node of TAV_ExtCfgFieldNodeCreate to a record, which owns it from then on. Nulls are ignored, and so
+ * is a node that a record holds already: it would be freed twice. A record's length stays at 0xFFFFFFFF when it would
+ * be greater: no such record can be written.
  */
 TAV_API void TAV_ExtCfgRecordAddFieldNode(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
 

@@ -31,7 +31,7 @@ uint32_t ReadField(uint32_t type, uint8_t *value, uint32_t length, FieldRoom *ro
         LOG_AS(kParseField, "Convert endian failed, TLV type=%d, return 0x%x", type, result);
         return result;
     }
-    TAV_ExtCfgRecordAddFieldNode(room->Record(), field);
+    extcfg::RecordAppendField(room->Record(), field);
     return TAV_OK;
 }
 

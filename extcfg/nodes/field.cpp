@@ -41,6 +41,7 @@ TAV_ExtCfgFieldNode *extcfg::TakeField(uint32_t fid, uint32_t length) {
 TAV_ExtCfgFieldNode *TAV_ExtCfgFieldNodeCreate(uint32_t fid, uint32_t length) {
     TAV_ExtCfgFieldNode *field = extcfg::TakeField(fid, length);
     if (field != nullptr) {
+        field->link = {};  // in no list, as RecordAddFieldNode sees
         memset_s(extcfg::ValueToFill(field), length, 0, length);
     }
     return field;

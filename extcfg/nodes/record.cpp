@@ -58,7 +58,7 @@ uint32_t ReplaceField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *old, co
         }
         return failure;
     }
-    TAV_ExtCfgRecordAddFieldNode(record, copy);
+    extcfg::RecordAppendField(record, copy);
     return TAV_OK;
 }
 
@@ -95,12 +95,18 @@ bool extcfg::HoldsKeyTwice(const TAV_ExtCfgRecordNode *record) {
     return false;
 }
 
+void extcfg::RecordAppendField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
+    record->recordLength = AddSizes(record->recordLength, FieldSize(field));
+    AppendTo(&record->fields, &field->link);
+}
+
 bool extcfg::RecordUnlinkField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
     const uint32_t count = record->fields.count;
     SLL_Delete(&record->fields, &field->link);
     if (record->fields.count == count) {
         return false;
     }
+    field->link = {};  // in no list any more
     if (IsPacked(record, field)) {
         record->packed = 0;
     }
@@ -144,15 +150,21 @@ void TAV_ExtCfgRecordAddFieldValue(TAV_ExtCfgRecordNode *record, uint32_t fid, u
         return;
     }
     uint32_t failure = TAV_OK;
-    TAV_ExtCfgRecordAddFieldNode(record, CopyToNewField(fid, length, value, &failure));
+    TAV_ExtCfgFieldNode *field = CopyToNewField(fid, length, value, &failure);
+    if (field != nullptr) {
+        extcfg::RecordAppendField(record, field);
+    }
 }
 
 void TAV_ExtCfgRecordAddFieldNode(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field) {
     if (record == nullptr || field == nullptr) {
         return;
     }
-    record->recordLength = extcfg::AddSizes(record->recordLength, FieldSize(field));
-    extcfg::AppendTo(&record->fields, &field->link);
+    if (field->link.next != nullptr) {  // it would be freed twice
+        LOG("Field is in a record already, fid %d", field->fid);
+        return;
+    }
+    extcfg::RecordAppendField(record, field);
 }
 
 uint32_t TAV_ExtCfgRecordGetFieldValue(const TAV_ExtCfgRecordNode *record, uint32_t fid, uint32_t bufferSize,

@@ -48,6 +48,9 @@ inline bool IsLinked(const TAV_ExtCfgRecordNode *record) {
 /** Returns whether a record holds a key field of its class more than once. */
 bool HoldsKeyTwice(const TAV_ExtCfgRecordNode *record);
 
+/** Appends a field that is in no list to a record, which owns it from then on. */
+void RecordAppendField(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
+
 /**
  * Takes a field out of a record, which is shortened; the field is the caller's afterwards. Changes nothing when the
  * record does not hold the field.

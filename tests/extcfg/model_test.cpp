@@ -131,6 +131,20 @@ TEST_F(Model, FieldsThatAreNotTheRecordsOwn) {
     EXPECT_EQ(Encode(other.get()), Tlv(13, Tlv(14, Be32(6))));
 }
 
+TEST_F(Model, AFieldIsInOneRecordAndOnce) {
+    const Record record = Class13(5), other = Class13(6);
+    TAV_ExtCfgRecordAddFieldNode(record.get(), TAV_ExtCfgFieldNodeCreate(15, 2));
+    for (const uint32_t fid : {14, 15}) {
+        for (TAV_ExtCfgRecordNode *to : {record.get(), other.get()}) {
+            DebugLog log;
+            TAV_ExtCfgRecordAddFieldNode(to, TAV_ExtCfgFieldNodeFind(&record->fields, fid));
+            log.Expect({{"TAV_ExtCfgRecordAddFieldNode", "Field is in a record already, fid " + std::to_string(fid)}});
+        }
+    }
+    EXPECT_EQ(Encode(record.get()), Tlv(13, {Tlv(14, Be32(5)), Tlv(15, Be16(0))}));
+    EXPECT_EQ(Encode(other.get()), Tlv(13, Tlv(14, Be32(6))));
+}
+
 TEST_F(Model, ANewFieldIsZero) {
     const Record record = MakeRecord(13, {});
     for (uint32_t size : {0u, 1u, 4u, 300u, 0xFFFFu}) {
