@@ -106,7 +106,8 @@ uint32_t TAV_CIRCLEQ_GetMaxNum(const TAV_CIRCLEQ_Queue *queue) {
 
 uint32_t TAV_CIRCLEQ_Walk(const TAV_CIRCLEQ_Queue *queue, TAV_CIRCLEQ_Visitor visitor, uintptr_t argument) {
     uint32_t result = 0;
-    for (uint32_t at = queue->head; at != queue->tail && result == 0; at = IndexAfter(queue, at)) {
+    const uint32_t end = queue->tail;  // a visitor that inserts might never get to the present one
+    for (uint32_t at = queue->head; at != end && result == 0; at = IndexAfter(queue, at)) {
         result = visitor(queue->slots[at], argument);
     }
     return result;
@@ -114,7 +115,8 @@ uint32_t TAV_CIRCLEQ_Walk(const TAV_CIRCLEQ_Queue *queue, TAV_CIRCLEQ_Visitor vi
 
 uint32_t TAV_CIRCLEQ_Walk_Reverse(const TAV_CIRCLEQ_Queue *queue, TAV_CIRCLEQ_Visitor visitor, uintptr_t argument) {
     uint32_t result = 0;
-    for (uint32_t behind = queue->tail; behind != queue->head && result == 0; behind = IndexBefore(queue, behind)) {
+    const uint32_t end = queue->head;  // a visitor that removes might move it out of the way
+    for (uint32_t behind = queue->tail; behind != end && result == 0; behind = IndexBefore(queue, behind)) {
         result = visitor(queue->slots[IndexBefore(queue, behind)], argument);
     }
     return result;

@@ -16,7 +16,8 @@
 typedef struct TAV_CIRCLEQ_Queue TAV_CIRCLEQ_Queue;
 
 /**
- * Receives an item of a walk. It must not change the queue.
+ * Receives an item of a walk. It may insert and remove items, but not free the queue: the walk goes on over the slots
+ * that were in use when it began.
  *
  * @param item      the item
  * @param argument  the word given to the walk

@@ -56,6 +56,36 @@ TEST(CircularQueue, AgreesWithADeque) {
     }
 }
 
+TEST(CircularQueue, AVisitorMayInsertAndRemove) {
+    struct Mill {
+        TAV_CIRCLEQ_Queue *queue = TAV_CIRCLEQ_Alloc(g_pTavCommHandle, 5);
+        std::vector<uintptr_t> items = {};
+        uint32_t turns;
+        static uint32_t Turn(uintptr_t item, uintptr_t argument) {
+            auto &[queue, items, turns] = *reinterpret_cast<Mill *>(argument);
+            items.push_back(item);
+            for (uint32_t turn = 0; turn < turns; ++turn) {
+                TAV_CIRCLEQ_InsertTail(queue, item + 10);
+                TAV_CIRCLEQ_Remove(queue);
+            }
+            return 0;
+        }
+    };
+    for (const bool isReverse : {false, true}) {
+        for (const uint32_t turns : {1u, 5u, 6u}) {
+            Mill mill{.turns = turns};
+            for (uintptr_t item = 1; item < 4; ++item) {
+                TAV_CIRCLEQ_InsertTail(mill.queue, item);
+            }
+            (isReverse ? TAV_CIRCLEQ_Walk_Reverse : TAV_CIRCLEQ_Walk)(mill.queue, Mill::Turn,
+                                                                      reinterpret_cast<uintptr_t>(&mill));
+            EXPECT_EQ(mill.items.size(), 3u) << turns;
+            EXPECT_EQ(mill.items.front(), isReverse ? 3u : 1u);
+            TAV_CIRCLEQ_Free(mill.queue);
+        }
+    }
+}
+
 TEST(CircularQueue, IsNotMadeWhenMemoryIsShortOrTheSizeWraps) {
     NothingLeaks leaks;
     for (const uint32_t slots : {UINT32_MAX, 1u << 30, static_cast<uint32_t>(UINT32_MAX / sizeof(uintptr_t))}) {
