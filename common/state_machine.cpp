@@ -7,6 +7,11 @@
 
 namespace {
 
+/** Returns whether the indexes of a ring are some: nobody may have set it up. */
+bool IsRing(const TAV_FSM_Ring *ring) {
+    return ring->next < TAV_FSM_RECORDS && ring->oldest < TAV_FSM_RECORDS;
+}
+
 /** Returns the index behind one in the ring. */
 uint16_t Following(uint16_t index) {
     return static_cast<uint16_t>(index + 1 == TAV_FSM_RECORDS ? 0 : index + 1);
@@ -92,6 +97,9 @@ uint32_t TAV_FSM_Run(TAV_FSM *machine, uint32_t event, uintptr_t argument) {
 }
 
 void TAV_FSM_SaveDiagnoseInfo(TAV_FSM_Ring *ring, uint16_t state, uint16_t event) {
+    if (!IsRing(ring)) {
+        return;
+    }
     TAV_FSM_Record *const last = LastRecord(ring);
     if (last->state == state && last->event == event) {
         ++last->repeatCount;
@@ -106,7 +114,7 @@ void TAV_FSM_SaveDiagnoseInfo(TAV_FSM_Ring *ring, uint16_t state, uint16_t event
 }
 
 uint32_t TAV_FSM_DumpDiagnoseInfo(const TAV_FSM *machine, TAV_FSM_Formatter formatter, char *buffer, uint32_t size) {
-    if (machine == nullptr || formatter == nullptr || buffer == nullptr || size == 0) {
+    if (machine == nullptr || formatter == nullptr || buffer == nullptr || size == 0 || !IsRing(&machine->ring)) {
         return 0;
     }
     uint32_t written = 0;

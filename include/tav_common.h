@@ -195,7 +195,7 @@ typedef struct TAV_FSM {
 } TAV_FSM;
 
 /**
- * Writes a record as text.
+ * Writes a record as text. It must neither run nor free the machine.
  *
  * @param record  the record
  * @param buffer  where the text goes
@@ -243,7 +243,8 @@ TAV_API uint32_t TAV_FSM_Run(TAV_FSM *machine, uint32_t event, uintptr_t argumen
 /**
  * Records a step in a ring, with the current local time; a step that is the same as the last one is counted with it.
  *
- * @param ring   the ring; one of zeros takes a step of state 0 and event 0 for a repeated one, and never shows it
+ * @param ring   the ring; one of zeros takes a step of state 0 and event 0 for a repeated one, and never shows it; one
+ *               whose indexes are none is left as it is
  * @param state  the state in which the step is taken
  * @param event  the event
  */

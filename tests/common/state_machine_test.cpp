@@ -64,6 +64,21 @@ TEST(StateMachine, RingShowsNineRecords) {
     }
 }
 
+TEST(StateMachine, ARingThatNobodyHasSetUpStaysAsItIs) {
+    const auto fill = [](auto, auto, uint32_t size) { return size; };
+    const std::pair<uint16_t, uint16_t> cases[] = {{0, 10}, {10, 0}, {0xFFFF, 0xFFFF}, {60000, 5}};
+    for (const auto &[oldest, next] : cases) {
+        TAV_FSM machine{};
+        machine.ring.oldest = oldest;
+        machine.ring.next = next;
+        const TAV_FSM before = machine;
+        char text[8];
+        TAV_FSM_SaveDiagnoseInfo(&machine.ring, 1, 1);
+        EXPECT_EQ(memcmp(&machine, &before, sizeof(machine)), 0) << oldest << ' ' << next;
+        EXPECT_EQ(TAV_FSM_DumpDiagnoseInfo(&machine, fill, text, sizeof(text)), 0u) << oldest << ' ' << next;
+    }
+}
+
 TEST(StateMachine, ActionMayRunTheSameMachine) {
     TAV_FSM machine;
     const auto runsIt = [](auto, auto, auto arg, auto) {
