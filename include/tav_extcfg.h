@@ -148,7 +148,7 @@ TAV_API TAV_ExtTlvCompareFunc TAV_GetExtTlvCompareFunc(uint32_t type);
  */
 TAV_API uint32_t TAV_GetExtClassKeyFid(uint32_t cid, uint32_t *fids, uint32_t capacity);
 
-/** Returns the function that a table of pairs gives to a TLV type, or null. */
+/** Returns the function that a table of pairs gives to a TLV type, or null; null also for a null table. */
 TAV_API TAV_ExtTlvProcFunc TAV_GetExtTlvProcFunc(uint32_t type, const TAV_ExtTlvProcRow *table);
 
 /** Returns the converter that suits a platform data type, or null (also for a null descriptor). */

@@ -132,7 +132,7 @@ uint32_t TAV_GetExtClassKeyFid(uint32_t cid, uint32_t *fids, uint32_t capacity) 
 }
 
 TAV_ExtTlvProcFunc TAV_GetExtTlvProcFunc(uint32_t type, const TAV_ExtTlvProcRow *table) {
-    for (const TAV_ExtTlvProcRow *row = table; row->func != nullptr; ++row) {
+    for (const TAV_ExtTlvProcRow *row = table; row != nullptr && row->func != nullptr; ++row) {
         if (row->type == type) {
             return row->func;
         }

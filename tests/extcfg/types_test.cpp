@@ -133,7 +133,8 @@ TEST(Types, ClassKeysAndFunctionTables) {
     const TAV_ExtTlvProcRow table[] = {{5, visit}, {0, visit}, {7, nullptr}, {9, visit}};
     EXPECT_EQ(TAV_GetExtTlvProcFunc(0, table), visit) << "a zero type is a type like any other";
     EXPECT_EQ(TAV_GetExtTlvProcFunc(9, table), nullptr) << "behind the first empty function";
-    log.Expect({{"TAV_GetExtTlvProcFunc", "Invalid TLV type 9"}});
+    EXPECT_EQ(TAV_GetExtTlvProcFunc(5, nullptr), nullptr);
+    log.Expect({{"TAV_GetExtTlvProcFunc", "Invalid TLV type 9"}, {"TAV_GetExtTlvProcFunc", "Invalid TLV type 5"}});
 }
 
 TEST(Types, ConverterOfEveryStorageKind) {
