@@ -11,9 +11,10 @@
  * of them. Most callers need the functions that take a handle alone: Init, RegisterCond, ProcMsg, Filter, DeleteVs and
  * UnInit; the rest are the steps that these are made of.
  *
- * Nothing is logged and no locks are taken: one thread at a time for all instances of a handle, and callbacks must not
- * call back into the instance that calls them. Pointer arguments must not be null unless their description says what
- * happens then.
+ * Nothing is logged and no locks are taken: one thread at a time for all instances of a handle. Callbacks must not call
+ * back into the instance that calls them, nor end it: the call goes on with the instance, its handle, the message and
+ * the subscriptions that it stands on. Pointer arguments must not be null unless their description says what happens
+ * then.
  */
 #ifndef ARU_DETECT_H
 #define ARU_DETECT_H

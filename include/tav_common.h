@@ -84,7 +84,10 @@ TAV_API TAV_Handler TAV_GetConstructHandlerByStage(uint32_t stage, const TAV_Con
 TAV_API TAV_Handler TAV_GetMsgHandleByState(uint32_t event, uint32_t state, const TAV_StateHandler *table,
                                             uint32_t stateCount);
 
-/** Handles an event for FSM_Process. Returns 0 when the state is to change, anything else when it is to stay. */
+/**
+ * Handles an event for FSM_Process. Returns 0 when the state is to change, which must still be there then; anything
+ * else when it is to stay.
+ */
 typedef uint32_t (*FSM_Handler)(uintptr_t arg1, uintptr_t arg2, uintptr_t arg3);
 
 /** Entry of a transition table for FSM_Process: rows for the states, with one entry for each event. */
@@ -144,7 +147,7 @@ TAV_API const void *TAV_TLV_Find_NTOH(uint16_t *valueLength, uint16_t type, cons
 #define TAV_FSM_RECORDS     10      /**< records in a ring */
 
 /**
- * The action of a transition.
+ * The action of a transition. It may run the same machine, but not free it: the step goes on with it.
  *
  * @param state     the current state
  * @param event     the event
@@ -257,7 +260,7 @@ TAV_API void TAV_FSM_SaveDiagnoseInfo(TAV_FSM_Ring *ring, uint16_t state, uint16
  * @param formatter  writes one record; called for each one, also when the buffer is full
  * @param buffer     where the text goes
  * @param size       size of the buffer in bytes
- * @return bytes written; 0 also for a null argument and a size of 0
+ * @return bytes written; 0 also for a null argument, a size of 0 and a ring whose indexes are none
  */
 TAV_API uint32_t TAV_FSM_DumpDiagnoseInfo(const TAV_FSM *machine, TAV_FSM_Formatter formatter, char *buffer,
                                           uint32_t size);

@@ -308,7 +308,8 @@ TAV_API void TAV_ExtCfgFieldNodeFree(TAV_ExtCfgFieldNode *field);
 
 /**
  * Takes a field out of its record, shortens the record by the field's length + 8, and frees it. Does nothing for a null
- * and for a field that the record does not hold.
+ * and for a field that the record does not hold. A record in a store must keep its key fields and one field at least,
+ * which is not checked: it would not be found any more, and the file that it is flushed to would not load.
  */
 TAV_API void TAV_ExtCfgFieldNodeDel(TAV_ExtCfgRecordNode *record, TAV_ExtCfgFieldNode *field);
 

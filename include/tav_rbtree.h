@@ -46,10 +46,18 @@ TAV_API uint32_t TAV_RBT_AddNode(TAV_RBT_Tree *tree, void *element);
  */
 TAV_API void *TAV_RBT_GetNode(TAV_RBT_Tree *tree, const void *key);
 
-/** Removes an element of the tree and releases it. Null arguments and an unusable tree are ignored. */
+/**
+ * Removes an element and releases it. Null arguments and an unusable tree are ignored.
+ *
+ * @param tree     the tree
+ * @param element  an element of this tree, which is not checked: one of another tree, or of none, damages both
+ */
 TAV_API void TAV_RBT_DelNode(TAV_RBT_Tree *tree, void *element);
 
-/** Removes and releases every element; the tree is then empty and usable. An unusable tree is ignored. */
+/**
+ * Removes and releases every element; the tree is then empty and usable. An unusable tree is ignored. The destructor
+ * must neither add elements to the tree nor delete others meanwhile.
+ */
 TAV_API void TAV_RBT_DelTree(TAV_RBT_Tree *tree);
 
 /** Comparer for keys that begin with an unsigned 32-bit number in host order. */
