@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 
 #include "terminal.h"
 
@@ -32,7 +33,11 @@ void Show(const std::stop_token &isOver, const std::string &what) {
 
 Progress::Progress(const std::string &what, bool prints) {
     if (isatty(STDERR_FILENO) != 0 && !(prints && isatty(STDOUT_FILENO) != 0)) {
-        thread_ = std::jthread(Show, Cut(Printable(what), 60));  // so that the line has no end on most terminals
+        try {
+            thread_ = std::jthread(Show, Cut(Printable(what), 60));  // so that the line has no end on most terminals
+        } catch (const std::system_error &) {
+            // No thread to be had: the work itself needs none.
+        }
     }
 }
 
