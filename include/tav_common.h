@@ -106,7 +106,7 @@ typedef struct FSM_Transition {
  * @param state       the state, which must be one of the table's; changed on success
  * @param table       the table
  * @param eventCount  number of events, which is the number of entries in a row
- * @param arg1        handed to the handler, as are the next two
+ * @param arg1,arg2,arg3  handed to the handler
  * @return 0; FSM_FAILED for a null state or table, without a handler, and when the handler fails
  */
 TAV_API uint32_t FSM_Process(uint32_t event, uint32_t *state, const FSM_Transition *table, uint32_t eventCount,
@@ -329,7 +329,7 @@ TAV_API uint32_t TAV_ZipEnd(TAV_ZipCb *block);
  *
  * @param path  where its path goes; undefined after a failure
  * @param size  bytes there are for the path, 256 for all of it. A longer path is cut, and may then be one of a
- * directory that was there before
+ *              directory that was there before
  * @return 0; a code of the platform's; TAV_ZIP_FAILED for a null path and when there is no room for any name
  */
 TAV_API uint32_t CMF_GetUnZipTmpDir(char *path, uint32_t size);

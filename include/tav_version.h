@@ -7,8 +7,11 @@
 #ifndef TAV_VERSION_H
 #define TAV_VERSION_H
 
+/** Counts incompatible changes. */
 #define TAV_VERSION_MAJOR 1
+/** Counts additions since. */
 #define TAV_VERSION_MINOR 0
+/** Counts corrections since. */
 #define TAV_VERSION_PATCH 0
 
 /** A version as one number, to compare: `#if TAV_VERSION >= TAV_VERSION_OF(1, 2, 0)`. Each part is below 1,000. */

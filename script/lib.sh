@@ -15,6 +15,11 @@ repo_root() {
     cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd
 }
 
+# Prints the version of the checkout, 1.2.3.
+project_version() {
+    sed -n 's/^#define TAV_VERSION_[A-Z]* *\([0-9][0-9]*\)$/\1/p' "$(repo_root)/include/tav_version.h" | paste -sd .
+}
+
 # Runs a command as root.
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then

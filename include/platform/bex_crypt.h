@@ -32,7 +32,7 @@ uint32_t BEX_Crypt_Digest(const void *data, uint32_t length, uint8_t *digest, ui
  * @param text    the text
  * @param length  its length in bytes
  * @return 0 or 1: no cipher. 2 and more: a kind of cipher; 6 to 11 may be the digest-based form of a password, and 8 to
- * 11 are tied to a key context
+ *         11 are tied to a key context
  */
 uint32_t BEX_CRYPT_IsCipher(const char *text, uint32_t length);
 

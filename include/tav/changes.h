@@ -19,8 +19,8 @@ namespace tav {
  *         number, when it comes from no script), and the store as it was:
  *         TAV_ERR_NOT_FOUND when there is no such virtual system, record or field to set, unset or delete;
  *         TAV_ERR_INVALID when what is to be added is there already, a virtual system to delete still has records, a
- * key field is missing, unset, or given twice to find a record, a field is set twice, a record would be without any
- *         field, the class is none of records, or a value is too long; TAV_ERR_REFUSED for a read-only store
+ *         key field is missing, unset, or given twice to find a record, a field is set twice, a record would be without
+ *         any field, the class is none of records, or a value is too long; TAV_ERR_REFUSED for a read-only store
  */
 TAV_VISIBLE Changes Apply(const Changes &changes, Store *store);
 

@@ -35,11 +35,12 @@ class TAV_VISIBLE Filter {
     Filter() = default;
 
     /**
+     * Matches what terms say. Throws Error (TAV_ERR_INVALID), with the term as its place, for one that is malformed,
+     * whose name no class knows, or whose value does not suit the field.
+     *
      * @param terms  all of which must hold
      * @param names  names that may stand in terms
      * @param cid    the one class that will be asked for, in which names are looked up; without it, in all
-     * Throws Error (TAV_ERR_INVALID), with the term as its place, for one that is malformed, whose name no class knows,
-     * or whose value does not suit the field.
      */
     explicit Filter(const std::vector<std::string> &terms, const Names &names = {}, std::optional<uint32_t> cid = {});
 

@@ -71,7 +71,7 @@ class TAV_VISIBLE History {
      * @param keep     the newest so many commits stay
      * @param options  how it is done
      * @return false when nothing had to be changed. Throws Error as opening a session does (the file must be there),
-     * and TAV_ERR_INVALID when `keep` is 0
+     *         and TAV_ERR_INVALID when `keep` is 0
      */
     static bool Start(const std::string &path, uint32_t keep = kKeep, const HistoryOptions &options = {});
 

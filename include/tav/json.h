@@ -73,8 +73,9 @@ TAV_VISIBLE void WriteJson(const Store &store, JsonForm form, const TextSink &si
  * @param store  takes the records; keeps those that it has been given when the text is refused later on
  * @param names  what names the text may use
  * @return the number of records. Throws Error (TAV_ERR_INVALID) with the place (vs[0].records[3].fields[1], or the
- * line) for what is no JSON or out of shape, for a value that does not suit its field, a record without its key field
- * or without any, a record whose key the store has already, and, in a tree, for no or a repeated virtual system
+ *         line) for what is no JSON or out of shape, for a value that does not suit its field, a record without its key
+ *         field or without any, a record whose key the store has already, and, in a tree, for no or a repeated virtual
+ *         system
  */
 TAV_VISIBLE size_t ReadJson(std::string_view text, JsonForm form, Store *store, const Names &names = {});
 

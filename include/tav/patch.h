@@ -31,12 +31,13 @@ struct PatchOptions {
  * the other, and the head last. That writes less, but a crash in between leaves a file that does not load, readers may
  * have to wait for the end, and the history does not know of it.
  *
- * @param path    the file
- * @param change  of the verb kSet: the key fields and the new values, no field twice
+ * @param path     the file
+ * @param change   of the verb kSet: the key fields and the new values, no field twice
+ * @param options  how it is done
  * @return the change without the values that the record has already; nothing when it has all of them, and the file is
  *         not touched then. Throws Error: as Session for the file; TAV_ERR_NOT_FOUND, with the record as its place,
- * when there is no such record; TAV_ERR_INVALID, likewise, when it lacks a field or has it in another length, when a
- *         key field is missing, and when the file cannot be patched in place; as Session::Commit for writing.
+ *         when there is no such record; TAV_ERR_INVALID, likewise, when it lacks a field or has it in another length,
+ *         when a key field is missing, and when the file cannot be patched in place; as Session::Commit for writing.
  *         After TAV_ERR_NOT_SAVED in place the file may be broken
  */
 TAV_VISIBLE std::optional<Change> Patch(const std::string &path, const Change &change,

@@ -30,7 +30,7 @@ namespace tav {
  * @param text   the script
  * @param names  what names it may use
  * @return the changes with their lines. Throws Error (TAV_ERR_INVALID) with the line as its place: an unknown verb,
- * class or field, a value that does not suit its field, a key field that is missing, a quote that is left open
+ *         class or field, a value that does not suit its field, a key field that is missing, a quote that is left open
  */
 TAV_VISIBLE Changes ParseScript(std::string_view text, const Names &names = {});
 

@@ -33,6 +33,8 @@ TAV_VISIBLE bool IsKeyField(uint32_t cid, uint32_t fid);
  * the field's type where that is possible, else in hexadecimal.
  */
 TAV_VISIBLE std::string FormatValue(uint32_t fid, std::string_view value);
+
+/** Formats a field's value. */
 inline std::string FormatValue(FieldView field) {
     return FormatValue(field.Id(), field.Text());
 }
@@ -46,7 +48,7 @@ TAV_VISIBLE std::string DescribeRecord(uint32_t vsId, RecordView record);
  * @param fid   the field
  * @param text  the value as people write it
  * @return the value in host order. Throws Error, without a place, when the text does not suit the field's type, and
- * when the value is longer than the field may be
+ *         when the value is longer than the field may be
  */
 TAV_VISIBLE std::string ParseValue(uint32_t fid, std::string_view text);
 
