@@ -3,8 +3,6 @@
  */
 #include "tav/image_session.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 
 #include "session/commit.h"
@@ -35,7 +33,7 @@ std::optional<Block> ReadHead(const Place &place, size_t size) {
         std::optional<session::ReadImage> read = session::ReadImageOf(place);
         return read ? std::optional(std::move(read->image)) : std::nullopt;
     }
-    const session::Descriptor file = session::OpenFile(place.Path(), O_RDONLY);
+    const session::Descriptor file = session::OpenRegular(place.Path());
     if (!file) {
         session::FailOfSystem(TAV_ERR_OPEN, place.given, "it cannot be read");
     }
