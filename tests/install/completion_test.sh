@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# completion_test.sh SOURCE TAVCFG: what bash and zsh propose for command lines. Their own part of it, matching words and
-# drawing lists, is left out for zsh.
+# completion_test.sh SOURCE TAVCFG: what bash and zsh propose for command lines. Their own part of it, matching words
+# and drawing lists, is left out for zsh.
 set -euo pipefail
 
 source "$1/tools/completion/tavcfg"

@@ -60,7 +60,8 @@ try whole/in_c stranger/in_cxx
 quietly cmake -G Ninja -S "$source" -B external -DTAV_PLATFORM=external
 quietly cmake --build external
 quietly cmake --install external --prefix "$work/bare"
-! find bare -path bare/share -prune -o -print | grep -E 'posix|session|/bin' || fail "without the hosted platform, this stays behind"
+! find bare -path bare/share -prune -o -print | grep -E 'posix|session|/bin' ||
+    fail "without the hosted platform, this stays behind"
 for header in bare/include/tav_adapt/*.h; do
     quietly cc -I bare/include/tav_adapt -fsyntax-only "$header"
 done
