@@ -31,7 +31,6 @@
 #include "store_fields.h"
 #include "tav/session.h"
 #include "tav/values.h"
-#include "tav_posix.h"
 
 namespace {
 
@@ -297,7 +296,6 @@ Options ParseOptions(const std::vector<std::string> &arguments) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);  // once, before the first store
     Options options;
     try {
         options = ParseOptions({argv + 1, argv + argc});
