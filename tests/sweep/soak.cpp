@@ -101,7 +101,7 @@ void Detect(ARU_Detect_Handle *handle, uint32_t round) {
     if (round % 4 == 0) {
         const uint32_t turn = round / 4;
         const auto request = turn % 3 == 2 ? Request::kUnsubscribe : Request::kSubscribe;
-        const auto letter = Letter(kSubscriber, kDetector, request, turn % 20, kType);
+        const auto letter = Letter(kSubscriber, request, turn % 20, kType);
         Insist([&] { return ARU_Detect_ProcMsg(kVs, handle, letter.get()); });
     }
     Insist([=] { return ARU_Detect_Filter(kVs, handle, round % 7, 0); });
