@@ -49,9 +49,11 @@ else()
     install(DIRECTORY include/platform DESTINATION ${TAV_INCLUDE_DIR})
 endif()
 
-# The hosted platform loads it from beside itself.
-if(TARGET tav_fleet_bus)
+# The hosted platform loads the bus from beside itself.
+if(TARGET tav_fleet)
     install(TARGETS tav_fleet_bus LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    tav_find_libraries_in(tav_fleet "")
+    tav_install_library(fleet "Configuration stores on many machines, over a NATS server" "tav_session")
 endif()
 
 install(EXPORT tav_adapt NAMESPACE tav:: FILE tav_adapt-targets.cmake DESTINATION ${TAV_CMAKE_DIR})

@@ -41,7 +41,7 @@ def compare_commands(sections, *command):
         compare(title, options_in(synopsis).union(*map(options_in, groups)), options)
 
 
-headers = "".join((source / "include" / name).read_text() for name in ("tav_base.h", "tav_session.h"))
+headers = "".join((source / "include" / name).read_text() for name in ("tav_base.h", "tav_session.h", "tav_fleet.h"))
 codes = {(name, int(value, 16)) for name, value in re.findall(r"#define (TAV_ERR_\w+)[ \\\n]+(\w+)u", headers)}
 rows = re.findall(r"^\| `(TAV_ERR_\w+)` (\w+)", (source / "docs/errors.md").read_text(), re.MULTILINE)
 compare("errors.md", {(name, int(value, 16)) for name, value in rows}, codes)

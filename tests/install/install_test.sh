@@ -36,9 +36,12 @@ for file in moved/bin/* moved/lib/*.so; do
     [[ -z $path || $path = '$ORIGIN' || $path = '$ORIGIN/../lib' ]] || fail "$file looks for libraries in '$path'"
 done
 
+[[ $(moved/bin/tavcfg publish store.dat --url nats://127.0.0.1:1 --bucket b 2>&1) = *'there is no such file'* ]] ||
+    fail "the tool does not find libtav_fleet.so"
+
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
 stranger=$source/tests/install/stranger
-[ "tavcfg $(pkg-config --modversion tav_session)" = "$(moved/bin/tavcfg --version)" ] || fail "versions differ"
+[ "tavcfg $(pkg-config --modversion tav_fleet)" = "$(moved/bin/tavcfg --version)" ] || fail "versions differ"
 cc "$stranger/program.c" -o in_c $(pkg-config --cflags --libs tav_adapt tav_posix) "-Wl,-rpath,$prefix/lib"
 c++ -std=c++20 "$stranger/program.cpp" -o in_cxx $(pkg-config --cflags --libs tav_session) "-Wl,-rpath,$prefix/lib"
 try ./in_c ./in_cxx

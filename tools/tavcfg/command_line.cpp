@@ -10,6 +10,7 @@
 
 #include "errors.h"
 #include "file_commands.h"
+#include "fleet.h"
 #include "help.h"
 #include "passwd.h"
 #include "rekey.h"
@@ -68,6 +69,7 @@ class Commands {
         app_.require_subcommand(1);
         app_.set_version_flag("--version", "tavcfg " TAV_VERSION_STRING);
         files_.AddTo(&app_, &invocation_);
+        fleet_.AddTo(&app_, &invocation_);
         AddPasswords();
         AddSecrets();
         AddFooters(&app_);
@@ -143,6 +145,7 @@ class Commands {
 
     // What is parsed. One command runs, so those of a family share one place.
     FileCommands files_;
+    FleetCommands fleet_;
     PasswdCheckOptions check_;
     PasswdHashOptions hash_;
     PasswdVerifyOptions verify_;

@@ -86,6 +86,10 @@ constexpr auto kExamples = std::to_array<Examples>({
     {"rollback", "tavcfg rollback routers.dat good --dry-run",
      "tavcfg rollback routers.dat 1 --comment 'the upgrade failed'"},
     {"watch", "tavcfg watch routers.dat --limit 1", "tavcfg watch routers.dat --exec 'cat >>changes.txt'"},
+    {"publish", "tavcfg publish routers.dat --url nats://10.0.0.1:4222 --bucket routers",
+     "tavcfg publish routers.dat --url nats://10.0.0.1:4222 --bucket routers --watch"},
+    {"follow", "tavcfg follow new.dat --url nats://10.0.0.1:4222 --bucket routers --once",
+     "tavcfg follow routers.dat --url nats://10.0.0.1:4222 --bucket routers --once --on-conflict overwrite"},
     {"refer", "tavcfg refer rebind users.dat --refer routers.dat", "tavcfg refer drop users.dat"},
     {"refer rebind", "tavcfg refer rebind users.dat --refer routers.dat --dry-run",
      "tavcfg refer rebind users.dat --refer routers.dat"},
@@ -134,7 +138,7 @@ std::string FooterOf(const std::string &words, const CLI::App *command) {
     if (words.starts_with("passwd") || words == "encrypt" || words == "decrypt") {
         text += kSecrets;
     }
-    const bool isLocking = Has(command, "--dry-run");
+    const bool isLocking = Has(command, "--dry-run") || words == "follow";
     if (isLocking) {
         text += kWriting;
     }
