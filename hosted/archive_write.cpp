@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <algorithm>
 #include <memory>
 
 #include "archive.h"
@@ -28,6 +29,16 @@ struct FreeSource {
 };
 using Source = std::unique_ptr<zip_source_t, FreeSource>;
 
+/** Gives a member the system time, GMT. Left to itself, libzip would take that of the time zone. */
+int SetTime(zip_t *zip, zip_uint64_t index) {
+    BEX_SysTime now = {};
+    BEX_SystimeGet(&now);
+    const int year = std::clamp<int>(now.year, 1980, 2107) - 1980;  // what an archive can say
+    const int date = year << 9 | now.month << 5 | now.day;
+    const int time = now.hour << 11 | now.minute << 5 | now.second / 2;
+    return zip_file_set_dostime(zip, index, static_cast<zip_uint16_t>(time), static_cast<zip_uint16_t>(date), 0);
+}
+
 /** Adds the data to a new archive as its only member. */
 uint32_t AddMember(zip_t *zip, const char *name, const void *data, uint32_t length, uint32_t level) {
     zip_source_t *const source = zip_source_buffer(zip, data, length, 0);
@@ -39,8 +50,9 @@ uint32_t AddMember(zip_t *zip, const char *name, const void *data, uint32_t leng
         zip_source_free(source);
         return LastCode(zip);
     }
-    const bool set = zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, level) == 0;
-    return set ? 0 : LastCode(zip);
+    const auto member = static_cast<zip_uint64_t>(index);
+    const bool isSet = zip_set_file_compression(zip, member, ZIP_CM_DEFLATE, level) == 0 && SetTime(zip, member) == 0;
+    return isSet ? 0 : LastCode(zip);
 }
 
 /** Writes a piece of a new archive. Returns its length, or -1. */

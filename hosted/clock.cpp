@@ -4,6 +4,7 @@
 #include <time.h>
 #include <cerrno>
 
+#include <atomic>
 #include <mutex>
 
 #include "interfaces.h"
@@ -16,11 +17,24 @@ struct Moment {
     MEL_DayTime time;
 };
 
+constexpr int64_t kNotFixed = -1;
+std::atomic<int64_t> fixedTime = kNotFixed;  // what all clocks of the calendar show, in seconds since 1970
+
+/** The system's real-time clock, or what it has been fixed to. */
+timespec RealTime() {
+    timespec now = {};
+    if (const int64_t fixed = fixedTime; fixed != kNotFixed) {
+        now.tv_sec = static_cast<time_t>(fixed);
+    } else {
+        clock_gettime(CLOCK_REALTIME, &now);
+    }
+    return now;
+}
+
 /** The current time by the calendar into which `convert` (gmtime_r, localtime_r) puts it. */
 Moment Now(tm *(*convert)(const time_t *, tm *)) {
-    timespec now = {};
+    const timespec now = RealTime();
     tm calendar = {};
-    clock_gettime(CLOCK_REALTIME, &now);
     convert(&now.tv_sec, &calendar);
     const MEL_Date date = {static_cast<uint16_t>(calendar.tm_year + 1900), static_cast<uint8_t>(calendar.tm_mon + 1),
                            static_cast<uint8_t>(calendar.tm_mday)};
@@ -60,6 +74,15 @@ void MEL_Local_SystimeGet(MEL_Date *date, MEL_DayTime *time) {
     const Moment now = Now(localtime_r);
     *date = now.date;
     *time = now.time;
+}
+
+uint32_t TAV_Posix_FixSystemTime(uint64_t seconds) {
+    constexpr uint64_t kEndOf9999 = 253402300799;
+    if (seconds > kEndOf9999 || static_cast<uint64_t>(static_cast<time_t>(seconds)) != seconds) {
+        return ERANGE;
+    }
+    fixedTime = static_cast<int64_t>(seconds);
+    return 0;
 }
 
 /** Nanoseconds since the system started. A clock that has not moved on since the last reading counts as if it had. */

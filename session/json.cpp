@@ -18,18 +18,26 @@ namespace {
 
 constexpr size_t kPieceSize = size_t{1} << 16;  // bytes that a sink is given at once, about
 
+/** Appends a control character so that no terminal that shows the text is steered by it. */
+void AppendEscape(std::string *out, uint8_t code) {
+    fmt::format_to(std::back_inserter(*out), "\\u{:04x}", code);
+}
+
 /** Appends a string of JSON. The text must be UTF-8. */
 void AppendString(std::string *out, std::string_view text) {
     constexpr std::string_view kNamed = "\"\\\b\f\n\r\t", kLetters = "\"\\bfnrt";
     *out += '"';
-    for (const char c : text) {
-        if (const size_t named = kNamed.find(c); named != std::string_view::npos) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<uint8_t>(text[i]);
+        if (const size_t named = kNamed.find(text[i]); named != std::string_view::npos) {
             *out += '\\';
             *out += kLetters[named];
-        } else if (static_cast<uint8_t>(c) < 0x20) {
-            fmt::format_to(std::back_inserter(*out), "\\u{:04x}", static_cast<unsigned>(c));
+        } else if (byte < 0x20 || byte == 0x7F) {
+            AppendEscape(out, byte);
+        } else if (byte == 0xC2 && static_cast<uint8_t>(text[i + 1]) <= 0x9F) {  // of two bytes; see IsUtf8
+            AppendEscape(out, static_cast<uint8_t>(text[++i]));
         } else {
-            *out += c;
+            *out += text[i];
         }
     }
     *out += '"';

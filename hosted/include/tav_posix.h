@@ -105,6 +105,15 @@ TAV_Posix_AssertHandler TAV_Posix_SetAssertHandler(TAV_Posix_AssertHandler handl
 const PLATFORM_DataType *TAV_Posix_FindDataType(uint16_t dataType);
 
 /**
+ * Fixes the system time of this process, GMT and local: from now on every reading of it is this moment, with no
+ * milliseconds. For programs whose files must come out the same whenever they are made. Ticks and waits go on as ever.
+ *
+ * @param seconds  since the beginning of 1970, GMT
+ * @return 0; ERANGE behind the year 9999, and behind 2038 where the system's time has 32 bits, and nothing is fixed
+ */
+uint32_t TAV_Posix_FixSystemTime(uint64_t seconds);
+
+/**
  * Writes the path of the key file, under whose key texts are encrypted: where the environment variable TAV_KEY_FILE
  * says, else at etc/tav.key below the system working directory.
  *

@@ -51,7 +51,7 @@ TEST_F(EditTest, ValuesByDataType) {
         {12, "hex:6100", "6100", "hex:6100"},
         {12, "\"$(printf 'a\\tb')\"", "610962", "hex:610962", R"("a\tb")"},
         {12, "hex:6865783a", "6865783a", "hex:6865783a", R"("hex:")"},
-        {12, "hex:c29b", "c29b", "hex:c29b", "\"\xc2\x9b\""},  // a terminal's control character
+        {12, "hex:c29b", "c29b", "hex:c29b", R"("\u009b")"},  // a terminal's control character
         {12, "é", "c3a9", "é", "\"é\""},
         {5, "00fF", "00ff", "00ff"},
         {18, "192.0.2.1", v4, "192.0.2.1", R"("192.0.2.1")"},

@@ -1,9 +1,6 @@
 /*
  * convert, recover, refer files, the debug log, and output that cannot be written.
  */
-#include <pty.h>
-#include <sys/wait.h>
-
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -139,27 +136,6 @@ TEST_F(FilesTest, WatchPrintsEachCommit) {
     EXPECT_EQ(Out("verify x.dat; '" TAVCFG_PROGRAM "' watch x.dat --json --exec 'cat >>seen' & sh writer $!; wait $!"),
               "");
     EXPECT_EQ(Content("seen"), Text("{\"verb\":\"add\",\"vs\":0,\"class\":13,\"fields\":[[14,7]]}\n"));
-}
-
-/** A terminal is told what takes long, and sees nothing of it in the end; the line does not get into the output. */
-TEST_F(FilesTest, ATerminalSeesProgress) {
-    auto lock = std::make_optional<tav::Lock>(Path("x.dat"));
-    int terminal = -1, status = 0;
-    if (forkpty(&terminal, nullptr, nullptr, nullptr) == 0) {
-        const std::string path = Path("x.dat");
-        _exit(execl(TAVCFG_PROGRAM, "tavcfg", "del", path.c_str(), "--vs", "0", "--class", "13", "14=5", nullptr));
-    }
-    std::string shown;
-    for (char c; read(terminal, &c, 1) == 1;) {
-        shown += c;
-        if (shown.ends_with(", 2 s")) {
-            lock.reset();
-        }
-    }
-    EXPECT_GT(wait(&status), 0);
-    EXPECT_EQ(status, 0);
-    const std::string line = "\rtavcfg: opening " + Path("x.dat") + ", ";
-    EXPECT_EQ(shown, line + "1 s" + line + "2 s\r\x1b[Kdeleted VS 0 class 13 14=5 in " + Path("x.dat") + "\r\n");
 }
 
 TEST_F(FilesTest, ReferFiles) {

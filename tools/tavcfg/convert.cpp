@@ -10,6 +10,7 @@
 #include "salvage.h"
 #include "tav/copy.h"
 #include "tav/diff.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -86,7 +87,7 @@ int Salvage(const ConvertOptions &options) {
                                            salvaged.losses.size(), salvaged.losses.size() == 1 ? "" : "es"),
                                options);
     for (const std::string &loss : salvaged.losses) {  // when it is written, as printing may fail
-        fmt::print("{}lost: {}\n", options.write.isDryRun ? "# " : "", loss);
+        fmt::print("{}lost: {}\n", options.write.isDryRun ? "# " : "", Printable(loss));
     }
     return code;
 }

@@ -13,6 +13,7 @@
 #include "tav/json.h"
 #include "tav/script.h"
 #include "tav/values.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -36,11 +37,15 @@ class TextDiff {
         after_ = &after;
         tav::DiffVisitor visitor;
         visitor.vsGone = [this](uint32_t vsId) { Enter(vsId); };
-        visitor.vsNew = [this](uint32_t vsId) { PrintNow(vsId, fmt::format("+ VS {}\n", vsId)); };
-        visitor.gone = [this](uint32_t vsId, tav::RecordView record) { PrintNow(vsId, RecordLine('-', vsId, record)); };
+        visitor.vsNew = [this](uint32_t vsId) {
+            PrintNow(vsId, Paint(Look::kAdded, fmt::format("+ VS {}", vsId)) + '\n');
+        };
+        visitor.gone = [this](uint32_t vsId, tav::RecordView record) {
+            PrintNow(vsId, RecordLine(Look::kRemoved, vsId, record));
+        };
         visitor.added = [this](uint32_t vsId, tav::RecordView record) {
             Enter(vsId);
-            added_ += RecordLine('+', vsId, record);
+            added_ += RecordLine(Look::kAdded, vsId, record);
         };
         visitor.changed = [this](uint32_t vsId, tav::RecordView from, tav::RecordView to) {
             PrintChange(vsId, from, to);
@@ -51,12 +56,13 @@ class TextDiff {
     }
 
   private:
-    std::string RecordLine(char sign, uint32_t vsId, tav::RecordView record) const {
-        std::string line = fmt::format("{} VS {} class {}:", sign, vsId, names_.ClassText(record.Cid()));
+    std::string RecordLine(Look look, uint32_t vsId, tav::RecordView record) const {
+        std::string line =
+            fmt::format("{} VS {} class {}:", look == Look::kAdded ? '+' : '-', vsId, names_.ClassText(record.Cid()));
         for (const tav::FieldView field : record) {
             line += fmt::format(" {}={}", names_.FieldText(record.Cid(), field.Id()), ValueText(field));
         }
-        return line + '\n';
+        return Paint(look, line) + '\n';
     }
 
     std::string NameOf(uint32_t vsId, tav::RecordView record) const {
@@ -86,6 +92,8 @@ class TextDiff {
         return order;
     }
 
+    static std::string ChangeLine(const std::string &what) { return Paint(Look::kChanged, "~ " + what) + '\n'; }
+
     /** Prints how a record changed, field by field. */
     void PrintChange(uint32_t vsId, tav::RecordView before, tav::RecordView after) {
         std::vector<uint32_t> fids;
@@ -102,15 +110,15 @@ class TextDiff {
             const std::vector<std::string> from = ValuesOf(before, fid), to = ValuesOf(after, fid);
             for (size_t i = 0; i < std::max(from.size(), to.size()); ++i) {
                 if (i >= from.size() || i >= to.size() || from[i] != to[i]) {
-                    lines += fmt::format("~ {}: {}: {} -> {}\n", name, names_.FieldText(after.Cid(), fid),
-                                         i < from.size() ? from[i] : kNone, i < to.size() ? to[i] : kNone);
+                    lines += ChangeLine(fmt::format("{}: {}: {} -> {}", name, names_.FieldText(after.Cid(), fid),
+                                                    i < from.size() ? from[i] : kNone, i < to.size() ? to[i] : kNone));
                 }
             }
         }
         const std::string orderBefore = OrderOf(before), orderAfter = OrderOf(after);
-        PrintNow(vsId, !lines.empty()
-                           ? lines
-                           : fmt::format("~ {}: the order of the fields:{} ->{}\n", name, orderBefore, orderAfter));
+        PrintNow(vsId, !lines.empty() ? lines
+                                      : ChangeLine(fmt::format("{}: the order of the fields:{} ->{}", name, orderBefore,
+                                                               orderAfter)));
     }
 
     void PrintNow(uint32_t vsId, const std::string &lines) {
@@ -125,7 +133,7 @@ class TextDiff {
             Flush();
             vsId_ = vsId;
             if (!after_->FindVs(vsId)) {
-                fmt::print("- VS {}\n", vsId);
+                fmt::print("{}\n", Paint(Look::kRemoved, fmt::format("- VS {}", vsId)));
             }
         }
     }
@@ -201,8 +209,9 @@ int RunDiff(const DiffOptions &options) {
     if (options.format == DiffFormat::kJsonLines) {
         fmt::print("{{\"checksum\":[\"{}\",\"{}\"]}}\n", before.checksum, after.checksum);
     } else {
-        fmt::print("{} the order of records, or what is no record: checksum {} -> {}\n",
-                   options.format == DiffFormat::kText ? '~' : '#', before.checksum, after.checksum);
+        const std::string what = fmt::format("the order of records, or what is no record: checksum {} -> {}",
+                                             before.checksum, after.checksum);
+        fmt::print("{}\n", options.format == DiffFormat::kText ? Paint(Look::kChanged, "~ " + what) : "# " + what);
     }
     return 1;
 }

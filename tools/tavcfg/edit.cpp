@@ -12,6 +12,7 @@
 #include "progress.h"
 #include "tav/script.h"
 #include "tav/values.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -83,7 +84,7 @@ int RunEditMany(const EditManyOptions &options) {
         }
     }
     if (changes.empty()) {
-        fmt::print("nothing to write: no record of {} matches\n", file.given);
+        fmt::print("nothing to write: no record of {} matches\n", Printable(file.given));
         return 0;
     }
     return ApplyAndCommit(&session, changes, options.write, [&](const tav::ChangeCounts &) {

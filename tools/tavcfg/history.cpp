@@ -15,6 +15,7 @@
 #include "tav/diff.h"
 #include "tav/history.h"
 #include "tav/values.h"
+#include "terminal.h"
 
 using nlohmann::ordered_json;
 
@@ -52,7 +53,7 @@ void PrintJson(const tav::History &history) {
         entry.update({{"checksum", checkpoint.checksum}});
         form["checkpoints"].push_back(std::move(entry));
     }
-    fmt::print("{}\n", form.dump(2, ' ', false, ordered_json::error_handler_t::replace));
+    fmt::print("{}\n", form.dump(2, ' ', true, ordered_json::error_handler_t::replace));
 }
 
 void PrintCommits(const tav::History &history) {
@@ -108,7 +109,7 @@ int RunHistoryStart(const HistoryOptions &options) {
     if (tav::History::Start(name, options.keep, ChangingOf(options.write))) {
         SayDone(options.write, fmt::format("the last {} commits of {} are kept from now on", options.keep, name));
     } else {
-        fmt::print("nothing to write: the last {} commits of {} are kept already\n", options.keep, name);
+        fmt::print("nothing to write: the last {} commits of {} are kept already\n", options.keep, Printable(name));
     }
     return 0;
 }
@@ -118,7 +119,7 @@ int RunHistoryStop(const HistoryOptions &options) {
     if (tav::History::Stop(name, ChangingOf(options.write))) {
         SayDone(options.write, fmt::format("commits of {} are no longer kept", name));
     } else {
-        fmt::print("nothing to write: commits of {} are not kept\n", name);
+        fmt::print("nothing to write: commits of {} are not kept\n", Printable(name));
     }
     return 0;
 }
@@ -133,7 +134,7 @@ int RunHistoryShow(const HistoryOptions &options) {
         PrintJson(history);
         return 0;
     }
-    fmt::print("history of {}: {}\n", file.given,
+    fmt::print("history of {}: {}\n", Printable(file.given),
                history.IsOn() ? fmt::format("on, the last {} commits are kept", history.Keep()) : "off");
     if (!history.Commits().empty()) {
         PrintCommits(history);

@@ -12,6 +12,7 @@
 #include "errors.h"
 #include "progress.h"
 #include "tav/diff.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -128,7 +129,7 @@ void RequireAsWritten(const tav::Snapshot &snapshot, const ExportOptions &option
         throw Failure(
             fmt::format("cannot export: {}; to have it written anew: tavcfg convert --rewrite {} OUT", what, name));
     }
-    fmt::print(stderr, "tavcfg: {}\n", what);
+    fmt::print(stderr, "tavcfg: {}\n", Printable(what));
 }
 
 }  // namespace

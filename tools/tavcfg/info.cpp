@@ -9,6 +9,7 @@
 #include "diagnose.h"
 #include "errors.h"
 #include "progress.h"
+#include "terminal.h"
 #include "value.h"
 
 using nlohmann::json;
@@ -95,12 +96,12 @@ void PrintInfoJson(const File &file, const Info &info) {
         }
         form["vs"].push_back({{"id", vs.id}, {"classes", classes}});
     }
-    fmt::print("{}\n", form.dump(2, ' ', false, json::error_handler_t::replace));
+    fmt::print("{}\n", form.dump(2, ' ', true, json::error_handler_t::replace));
 }
 
 void PrintInfoText(const File &file, const Info &info) {
     const auto line = [](const char *name, const std::string &value) {
-        fmt::print("{:<15} {}\n", name, value.empty() ? "none" : value);
+        fmt::print("{:<15} {}\n", name, value.empty() ? "none" : Printable(value));
     };
     line("file", file.given);
     line("kind", file.IsArchive() ? fmt::format("archive, {} bytes", info.fileSize) : "plain");

@@ -5,11 +5,14 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 #include "command_line.h"
@@ -20,6 +23,7 @@
 #include "tav_extcfg.h"
 #include "tav_posix.h"
 #include "tav_session.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -49,16 +53,23 @@ void StartLog() {
     }
 }
 
+/** Fixes the time that is written into files, when the environment says so. */
+void TakeSourceDate() {
+    const char *const given = getenv("SOURCE_DATE_EPOCH");
+    const std::string_view text = given != nullptr ? given : "";
+    uint64_t seconds = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    const bool isTime = error == std::errc() && stop == text.data() + text.size();
+    if (!text.empty() && (!isTime || TAV_Posix_FixSystemTime(seconds) != 0)) {
+        throw UsageError(fmt::format("SOURCE_DATE_EPOCH: '{}' is no number of seconds since 1970", text));
+    }
+}
+
 /** Prints a message as one line, whatever file names and data it quotes. */
 void PrintError(const std::string &message) {
     constexpr size_t kLongest = 1000;
-    std::string line = message.size() <= kLongest ? message : message.substr(0, kLongest) + "...";
-    for (char &c : line) {
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-            c = '?';
-        }
-    }
-    fprintf(stderr, "tavcfg: %s\n", line.c_str());
+    const std::string text = Printable(message), start = Cut(text, kLongest);
+    fprintf(stderr, "tavcfg: %s%s\n", start.c_str(), start.size() < text.size() ? "..." : "");
 }
 
 /** Throws Failure when something that was printed did not arrive, unless whoever reads has seen enough. */
@@ -81,6 +92,7 @@ int Run(int argc, const char *const *argv) {
             if (invocation->logs) {
                 StartLog();
             }
+            TakeSourceDate();
             TAV_InitExtTlvDataTypeTable(TAV_Posix_FindDataType);
             code = invocation->run();
         }

@@ -13,6 +13,7 @@
 #include "progress.h"
 #include "tav/diff.h"
 #include "tav/script.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -83,7 +84,7 @@ void PrintPiece(std::string_view text) {
 }
 
 void PrintDone(const File &file, const std::string &line) {
-    if (fputs((line + '\n').c_str(), stdout) == EOF || fflush(stdout) != 0) {
+    if (fputs((Printable(line) + '\n').c_str(), stdout) == EOF || fflush(stdout) != 0) {
         throw Failure(fmt::format("{} was written, but standard output cannot be: {}", file.given,
                                   std::generic_category().message(errno)));
     }
@@ -91,14 +92,14 @@ void PrintDone(const File &file, const std::string &line) {
 
 void SayDone(const WriteOptions &options, const std::string &line) {
     if (options.isDryRun) {
-        fmt::print("dry run: {}\n", line);
+        fmt::print("dry run: {}\n", Printable(line));
     } else {
         PrintDone(options.file.target.file, line);
     }
 }
 
 void SayUnchanged(const File &file) {
-    fmt::print("nothing to write: {} holds the same already\n", file.given);
+    fmt::print("nothing to write: {} holds the same already\n", Printable(file.given));
 }
 
 bool Differ(const tav::Store &a, const tav::Store &b) {
@@ -113,7 +114,7 @@ int Commit(tav::Session *session, const WriteOptions &options, const std::string
     if (WithProgress("writing " + file.given, [&] { return session->Commit(options.comment); })) {
         PrintDone(file, done);
     } else if (session->IsNew()) {
-        fmt::print("nothing to write: there is no {}, and nothing to put into it\n", file.given);
+        fmt::print("nothing to write: there is no {}, and nothing to put into it\n", Printable(file.given));
     } else {
         SayUnchanged(file);
     }

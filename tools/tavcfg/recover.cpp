@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "progress.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -16,7 +17,7 @@ int RunRecover(const WriteOptions &options) {
             {.refer = ReferOf(file), .ignoreRefer = file.ignoresRefer, .wait = file.wait, .dryRun = options.isDryRun});
     });
     if (recovery.moves.empty()) {
-        fmt::print("{}\n", recovery.text);
+        fmt::print("{}\n", Printable(recovery.text));
     } else {
         SayDone(options, recovery.text);
     }

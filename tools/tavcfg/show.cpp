@@ -87,8 +87,8 @@ void PrintClass(uint32_t vsId, const ClassRecords &chosen, const ShowOptions &op
     }
     for (const tav::RecordView record : chosen.records) {
         table.AddRow();
-        for (Cell &cell : CellsOf(record, options)) {
-            table.Set(columnOf(cell.heading, cell.fid), cell.text.empty() ? "\"\"" : std::move(cell.text));
+        for (const Cell &cell : CellsOf(record, options)) {
+            table.Set(columnOf(cell.heading, cell.fid), cell.text.empty() ? "\"\"" : cell.text);
         }
     }
     fmt::print("VS {}, class {}: {} record{}\n", vsId, options.file.shown.ClassText(chosen.cid), chosen.records.size(),

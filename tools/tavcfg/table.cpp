@@ -5,14 +5,11 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "terminal.h"
+
 namespace tavcfg {
 
 namespace {
-
-/** Width of a text on a terminal, as fmt sees it: never more than its bytes, so padding to these shows it. */
-size_t WidthOf(const std::string &text) {
-    return 2 * text.size() - fmt::formatted_size("{:<{}}", text, text.size());
-}
 
 const std::string &CellText(const std::vector<std::string> &cells, size_t row) {
     static const std::string absent = "-";
@@ -30,9 +27,9 @@ void Table::AddRow() {
     ++rows_;
 }
 
-void Table::Set(size_t column, std::string text) {
+void Table::Set(size_t column, std::string_view text) {
     columns_[column].cells.resize(rows_);
-    columns_[column].cells.back() = std::move(text);
+    columns_[column].cells.back() = Printable(text);
 }
 
 void Table::Print() const {
@@ -44,19 +41,21 @@ void Table::Print() const {
         }
         widths.push_back(width);
     }
-    const auto printLine = [&](auto textOf) {
+    const auto lineOf = [&](auto textOf) {
         std::string line;
         for (size_t i = 0; i < columns_.size(); ++i) {
             const std::string &text = textOf(columns_[i]);
-            line += columns_[i].alignsRight ? fmt::format("  {:>{}}", text, widths[i])
-                                            : fmt::format("  {:<{}}", text, widths[i]);
+            const std::string padding(widths[i] - WidthOf(text), ' ');
+            line += "  " + (columns_[i].alignsRight ? padding + text : text + padding);
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        fmt::print("{}\n", line);
+        return line;
     };
-    printLine([](const Column &column) -> const std::string & { return column.heading; });
+    const std::string headings = lineOf([](const Column &column) -> const std::string & { return column.heading; });
+    fmt::print("{}\n", Paint(Look::kHeading, headings));
     for (size_t row = 0; row < rows_; ++row) {
-        printLine([&](const Column &column) -> const std::string & { return CellText(column.cells, row); });
+        fmt::print("{}\n",
+                   lineOf([&](const Column &column) -> const std::string & { return CellText(column.cells, row); }));
     }
 }
 

@@ -5,6 +5,7 @@
 #define TAVCFG_TABLE_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tavcfg {
@@ -18,8 +19,8 @@ class Table {
     /** Adds an empty row. */
     void AddRow();
 
-    /** Sets a cell of the last row. A cell that is never set shows as a dash. */
-    void Set(size_t column, std::string text);
+    /** Sets a cell of the last row, to a text made printable. A cell that is never set shows as a dash. */
+    void Set(size_t column, std::string_view text);
 
     /** Prints the table, each line indented by two blanks. */
     void Print() const;

@@ -1,10 +1,12 @@
 #include "terminal.h"
 
 #include <unictype.h>
+#include <unistd.h>
 #include <unistr.h>
 #include <uniwidth.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace tavcfg {
 
@@ -26,9 +28,39 @@ Character FirstOf(std::string_view text) {
     return {text.substr(0, static_cast<size_t>(length)), isControl ? -1 : uc_width(code, "UTF-8")};
 }
 
+/** Returns whether a text consists of printable ASCII alone, as most do. */
+bool IsPlain(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+bool TakesColours() {
+    const auto variable = [](const char *name) {
+        const char *const value = getenv(name);
+        return std::string_view(value != nullptr ? value : "");
+    };
+    return isatty(STDOUT_FILENO) != 0 && variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+}
+
+const char *ColourOf(Look look) {
+    switch (look) {
+        case Look::kHeading:
+            return "\x1b[1m";  // bold
+        case Look::kAdded:
+            return "\x1b[32m";  // green
+        case Look::kChanged:
+            return "\x1b[33m";  // yellow
+        case Look::kRemoved:
+            break;
+    }
+    return "\x1b[31m";  // red
+}
+
 }  // namespace
 
 std::string Printable(std::string_view text) {
+    if (IsPlain(text)) {
+        return std::string(text);
+    }
     std::string printable;
     while (!text.empty()) {
         const auto [bytes, width] = FirstOf(text);
@@ -39,6 +71,9 @@ std::string Printable(std::string_view text) {
 }
 
 size_t WidthOf(std::string_view text) {
+    if (IsPlain(text)) {
+        return text.size();
+    }
     size_t total = 0;
     while (!text.empty()) {
         const auto [bytes, width] = FirstOf(text);
@@ -46,6 +81,11 @@ size_t WidthOf(std::string_view text) {
         text.remove_prefix(bytes.size());
     }
     return total;
+}
+
+std::string Paint(Look look, std::string_view text) {
+    static const bool takesColours = TakesColours();
+    return takesColours ? ColourOf(look) + std::string(text) + "\x1b[0m" : std::string(text);
 }
 
 std::string Cut(const std::string &text, size_t width) {

@@ -6,6 +6,7 @@
 #define TAVCFG_TERMINAL_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,12 @@ std::string Printable(std::string_view text);
 
 /** How many columns a printable text takes. */
 size_t WidthOf(std::string_view text);
+
+/** What a line on standard output is, as its colour shows. */
+enum class Look : uint8_t { kHeading, kAdded, kChanged, kRemoved };
+
+/** A text in its colour, if standard output is a terminal that takes colours and the variable NO_COLOR is not set. */
+std::string Paint(Look look, std::string_view text);
 
 /** The beginning of a printable text, as much of it as takes so many columns. */
 std::string Cut(const std::string &text, size_t width);

@@ -12,6 +12,7 @@
 #include "tav/json.h"
 #include "tav/script.h"
 #include "tav/watch.h"
+#include "terminal.h"
 
 namespace tavcfg {
 
@@ -73,7 +74,7 @@ bool Wait(tav::Watch *watch) {
         if (error.Code() != TAV_ERR_INVALID && error.Code() != TAV_ERR_BACKUP) {
             throw;
         }
-        fmt::print(stderr, "tavcfg: {}\n", error.what());
+        fmt::print(stderr, "tavcfg: {}\n", Printable(error.what()));
         return false;
     }
 }
