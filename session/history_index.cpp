@@ -146,9 +146,10 @@ std::optional<Index> ReadIndex(const std::string &path) {
     } catch (const std::runtime_error &error) {
         throw tav::Error(TAV_ERR_INVALID, path,
                          std::string("the index of the history is damaged; move its folder aside: ") + error.what());
-    } catch (const json::exception &error) {
-        throw tav::Error(TAV_ERR_INVALID, path,
-                         std::string("the index of the history is damaged; move its folder aside: ") + error.what());
+    } catch (const json::exception &) {  // whose words are for programmers
+        throw tav::Error(
+            TAV_ERR_INVALID, path,
+            "the index of the history is damaged; move its folder aside: it is no JSON, or lacks something");
     }
 }
 

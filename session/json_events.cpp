@@ -64,14 +64,17 @@ class Sax final : public nlohmann::json_sax<nlohmann::json> {
         return true;
     }
 
-    bool parse_error(size_t position, const std::string &, const nlohmann::json::exception &) override {
+    bool parse_error(size_t position, const std::string &, const nlohmann::json::exception &error) override {
+        const bool isTooLarge = dynamic_cast<const nlohmann::json::out_of_range *>(&error) != nullptr;
         // The position counts the bytes read, the faulty one included.
         const std::string_view before = text_.substr(0, position == 0 ? 0 : position - 1);
         const size_t lineFeed = before.rfind('\n');
         throw Problem(fmt::format("parse error at line {}, column {}: {}",
                                   std::count(before.begin(), before.end(), '\n') + 1,
                                   before.size() - (lineFeed == std::string_view::npos ? 0 : lineFeed + 1) + 1,
-                                  position > text_.size() ? "the text ends too early" : "this is no JSON"));
+                                  isTooLarge                ? "this number is too large"
+                                  : position > text_.size() ? "the text ends too early"
+                                                            : "this is no JSON"));
     }
 
   private:

@@ -52,12 +52,18 @@ Place Resolve(const std::string &given) {
     const fs::path parent = path.has_parent_path() ? path.parent_path() : ".";
     std::error_code error;
     const fs::path folder = fs::canonical(parent, error);
+    const auto refuseFolder = [&](int code) {
+        FailOfSystem(TAV_ERR_OPEN, given, "its folder " + parent.string() + " cannot be used", code);
+    };
     if (error) {
-        FailOfSystem(TAV_ERR_OPEN, given, "its folder " + parent.string() + " cannot be used", error.value());
+        refuseFolder(error.value());
     }
     Place place{given, folder.string(), path.filename()};
     if (place.name.empty() || place.name == "." || place.name == "..") {
         throw tav::Error(TAV_ERR_INVALID, given, "this names a folder, not a file");
+    }
+    if (!fs::is_directory(folder, error)) {
+        refuseFolder(ENOTDIR);
     }
     const size_t length = place.Draft().size() + std::string(".dat").size();
     if (length >= TAV_EXT_PATH_SIZE) {

@@ -100,8 +100,15 @@ tav::Recovery::Move Aside(const Candidate &candidate) {
     return {candidate.path, FreeName(candidate.path, candidate.IsGood() ? ".old" : ".broken")};
 }
 
+/** How what is done is said, or what would be. */
+struct Words {
+    const char *kept, *recovered, *wasMissing, *was;
+};
+constexpr Words kDone = {"kept", "recovered", "was missing", "was"};
+constexpr Words kWouldBe = {"would keep", "would recover", "is missing", "would be"};
+
 /** Decides what is to be done. One of the two must load. */
-tav::Recovery Decide(const Place &place, const Candidate &file, const Candidate &backup) {
+tav::Recovery Decide(const Place &place, const Candidate &file, const Candidate &backup, const Words &words) {
     const auto nameOf = [](const std::string &path) { return std::filesystem::path(path).filename().string(); };
     const auto aside = [&](const tav::Recovery::Move &move) { return "moved to " + nameOf(move.to); };
     if (!backup.exists && file.IsGood()) {
@@ -110,17 +117,19 @@ tav::Recovery Decide(const Place &place, const Candidate &file, const Candidate 
     if (file.IsGood() && (!backup.IsGood() || backup.modifyTime <= file.modifyTime)) {
         const tav::Recovery::Move move = Aside(backup);
         return {{move},
-                fmt::format("kept {}; its backup, which {}, was {}", place.given,
-                            backup.IsGood() ? "is not newer" : "does not load", aside(move))};
+                fmt::format("{} {}; its backup, which {}, {} {}", words.kept, place.given,
+                            backup.IsGood() ? "is not newer" : "does not load", words.was, aside(move))};
     }
     const tav::Recovery::Move back{backup.path, file.path};
     if (!file.exists) {
-        return {{back}, fmt::format("recovered {} from {}: it was missing", place.given, nameOf(backup.path))};
+        return {
+            {back},
+            fmt::format("{} {} from {}: it {}", words.recovered, place.given, nameOf(backup.path), words.wasMissing)};
     }
     const tav::Recovery::Move move = Aside(file);
     return {{move, back},
-            fmt::format("recovered {} from {}: the file, which {}, was {}", place.given, nameOf(backup.path),
-                        file.IsGood() ? "is older" : "does not load", aside(move))};
+            fmt::format("{} {} from {}: the file, which {}, {} {}", words.recovered, place.given, nameOf(backup.path),
+                        file.IsGood() ? "is older" : "does not load", words.was, aside(move))};
 }
 
 tav::Recovery RecoverPlace(const Place &place, const tav::RecoverOptions &options) {
@@ -137,7 +146,7 @@ tav::Recovery RecoverPlace(const Place &place, const tav::RecoverOptions &option
         throw tav::Error(TAV_ERR_INVALID, place.given,
                          fmt::format("it cannot be recovered: {}; {}", state(file), state(backup)));
     }
-    tav::Recovery recovery = Decide(place, file, backup);
+    tav::Recovery recovery = Decide(place, file, backup, options.dryRun ? kWouldBe : kDone);
     for (const tav::Recovery::Move &move : recovery.moves) {
         if (!options.dryRun) {
             Rename(move.from, move.to);

@@ -112,6 +112,9 @@ void TakeField(const std::string &word, const Names &names, Change *change) {
 
 /** Reads a line. Returns false when it holds no change. Throws Problem and Error. */
 bool ParseLine(std::string_view line, const Names &names, Change *change) {
+    if (line.find('\0') != std::string_view::npos) {
+        throw Problem("there is a zero byte");
+    }
     Words words(line);
     std::string word;
     if (!words.Next(&word)) {
@@ -142,6 +145,9 @@ bool ParseLine(std::string_view line, const Names &names, Change *change) {
 
 Changes ParseScript(std::string_view text, const Names &names) {
     Changes changes;
+    if (constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; text.starts_with(kByteOrderMark)) {
+        text.remove_prefix(kByteOrderMark.size());  // some editors put it before every text
+    }
     for (size_t number = 1; !text.empty(); ++number) {
         const size_t end = text.find('\n');
         Change change{Verb::kAdd, 0, {}, {}, {}, number};

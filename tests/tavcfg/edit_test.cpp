@@ -116,6 +116,10 @@ TEST_F(EditTest, MalformedCommandLinesAreUsageErrors) {
         {"set x.dat --wait nan", "'nan' is no number of seconds from 0 to 86400"},
         {"show x.dat --json --format csv", "--json and --format exclude each other"},
         {"count x.dat --where foo=1", "'foo' is no known field"},
+        {"show x.dat --sort 9x", "--sort: '9x' is no known field"},
+        {"show x.dat --names ''", "--names: its value is empty"},
+        {"verify x.dat --refer ''", "--refer: its value is empty"},
+        {"rollback x.dat ''", "STATE: its value is empty"},
     };
     for (const auto &row : rows) {
         Refused(2, row.why, row.arguments);
@@ -236,12 +240,21 @@ TEST_F(EditTest, ScriptsAreAppliedAsAWholeOrNotAtAll) {
     Put("x.dat.names.json", Content("names.json"));
     Refused(1, "script: line 2: VS 0 class 13 14=9: there is a record with this key already", "apply x.dat script");
     Refused(1, "script: line 2: 'route' is no known class", "apply new.dat script");
-    Put("x", "add 3");
+    Put("zero", Join({Text("add 3"), Bytes{0}, Text("x")}));
+    Refused(1, "zero: line 1: there is a zero byte", "apply new.dat zero");
+    Put("x",
+        "\xEF\xBB\xBF"
+        "add 3");  // as some editors begin a text
     Put("x.dat.names.json", "{");
     Refused(1, "x.dat.names.json: parse error at line 1, column 2", "count x.dat");
     Put("nothing", "");
     EXPECT_EQ(Out("apply new.dat nothing"), "nothing to write: there is no new.dat, and nothing to put into it\n");
     EXPECT_EQ(Out("apply new.dat - <x"), "wrote new.dat: records added 0, changed 0, deleted 0\n");
+    Put("x", "del 3");
+    EXPECT_EQ(Out("apply new.dat x"),
+              "wrote new.dat: records added 0, changed 0, deleted 0; no virtual system is left, "
+              "so the file is gone\n");
+    EXPECT_FALSE(Has("new.dat"));
 }
 
 TEST_F(EditTest, ALockedFileIsReadAndNotWritten) {

@@ -104,7 +104,8 @@ TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     EXPECT_EQ(Out("rollback x.dat first"), "rolled x.dat back to first: records added 0, changed 1, deleted 0\n");
     EXPECT_EQ(Run("diff x.dat@1 x.dat").out, "~ VS 0 class 13 14=5: 15: 3 -> 1\n");
     EXPECT_EQ(Out("diff x.dat@first x.dat"), "");
-    Out("rollback x.dat 1");  // which takes the rollback back
+    EXPECT_THAT(Out("rollback x.dat 1"),
+                StartsWith("rolled x.dat back by 1 commit: "));  // which takes the rollback back
     EXPECT_EQ(Out("get" + at + " --field 15"), "3\n");
     const nlohmann::json history = nlohmann::json::parse(Out("history show x.dat --json"));
     ASSERT_EQ(history["commits"].size(), 3u);
@@ -112,6 +113,8 @@ TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     EXPECT_EQ(history["commits"][2]["back"], 1);
     EXPECT_EQ(history["checkpoints"][0]["comment"], "as it came");
     EXPECT_THAT(Out("history show x.dat"), HasSubstr("rollback first\n"));
+    Out("convert x.dat z.dat; mkdir .z.dat.history; echo {} >.z.dat.history/index");
+    Refused(1, "move its folder aside: it is no JSON, or lacks something", "history show z.dat");
     Out("checkpoint x.dat first --remove --dry-run");
     Out("checkpoint x.dat first --remove");
     Out("history stop x.dat --dry-run");
@@ -154,7 +157,7 @@ TEST_F(FilesTest, ReferFiles) {
     Out("convert y.dat y.zip --refer r.dat");
     EXPECT_EQ(Out("diff x.dat y.zip --refer r.dat"), "");
     Out("add r.dat --vs 0 --class 13 14=99");
-    Refused(1, "refer checksum mismatch", "verify y.zip --refer r.dat");
+    Refused(1, "(see refer rebind, and --ignore-refer)", "verify y.zip --refer r.dat");
     Refused(1, "refer checksum mismatch", "set y.zip --refer r.dat --vs 0 --class 13 14=5 15=9");
     EXPECT_EQ(Out("count y.zip --ignore-refer"), "3\n");
     const std::string bound = "y.zip refers to r.dat as it is now\n";
@@ -214,7 +217,9 @@ TEST_F(FilesTest, RecoverMovesAndDeletesNothing) {
     Put("x.dat.bak", good);
     Put("x.dat", half);
     Put("x.dat.broken", "earlier");
-    EXPECT_EQ(Out("recover --dry-run x.dat"), "dry run: " + recovered + "x.dat.broken.1\n");
+    EXPECT_EQ(Out("recover --dry-run x.dat"),
+              "dry run: would recover x.dat from x.dat.bak: the file, which does not load, would be moved to "
+              "x.dat.broken.1\n");
     EXPECT_EQ(Content("x.dat"), half);
     EXPECT_EQ(Out("recover x.dat"), recovered + "x.dat.broken.1\n");
     EXPECT_EQ(Content("x.dat"), good);

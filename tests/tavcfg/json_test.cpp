@@ -117,6 +117,7 @@ TEST_F(JsonTest, MalformedJsonIsRefusedWithItsPlace) {
         {field("[15,{\"hex\":\"00\",\"x\":0}]"), place + "an object must be"},
         {field("[12,\"" + std::string(434, 'a') + "\"]"), place + "the value has 434 bytes, at most 433"},
         {field("[18,\"1.2.3.4.5\"]"), place + "'1.2.3.4.5' is not an address"},
+        {field("[15,1e999]"), place + "parse error at line 1, column 95: this number is too large"},
         {field("[4,\"2024-13-01T00:00:00.000Z\"]"), place + "'2024-13-01T00:00:00.000Z' is not a time"},
     };
     for (const auto &[text, why] : rows) {
@@ -127,6 +128,12 @@ TEST_F(JsonTest, MalformedJsonIsRefusedWithItsPlace) {
     }
     Refused(1, "cannot read none.json: No such file", "import x.dat none.json");
     Refused(1, "cannot read .: Is a directory", "import x.dat .");
+    Put("x.json", Out("export x.dat"));
+    const std::string name(125, 'n');
+    Refused(1, name + ": its absolute name is", "import " + name + " x.json");
+    Refused(1, "x.dat/y: its folder x.dat cannot be used: Not a directory", "import x.dat/y x.json");
+    Put("empty.dat", "");
+    Refused(1, "it is empty; what does not load is not replaced: move it aside", "import --force empty.dat x.json");
 }
 
 TEST_F(JsonTest, MergeAddsAndOverwritesAsDiffTells) {

@@ -54,6 +54,8 @@ TEST_F(PasswdTest, FormsAndCipherTexts) {
         Refused(1, "does not match", "passwd verify --from form <form");
     }
     Refused(2, "costs more than", "passwd verify '$scrypt$ln=20,r=8,p=1$c2FsdA$aGFzaA' <in");
+    Put("empty", "");
+    EXPECT_THAT(Run("passwd verify --from empty <in").error, Not(HasSubstr("FORM stands in")));
     Refused(2, "", "passwd hash Secret1!");
     Refused(2, "either FORM or --from", "passwd verify");
     Put("cipher", Out(WithInput(std::string(287, 'x'), "encrypt --context a")));

@@ -19,7 +19,7 @@ TEST_F(VerifyTest, SaysPreciselyWhatIsWrong) {
         const char *why;
         std::string file = "x.dat";
     } rows[] = {
-        {archive, "the archive's member is not named y.zip.dat", "y.zip"},
+        {archive, "the archive's member is not named y.zip.dat (see convert --any-member)", "y.zip"},
         {good, "it is not an archive", "y.zip"},
         {Damaged(archive, 60), "cannot read x.zip: the archive's member is damaged", "x.zip"},
         {{}, "it is empty"},

@@ -101,8 +101,14 @@ uint32_t ParseFieldId(const std::string &text, uint32_t cid, const tav::Names &n
 }
 
 std::optional<uint32_t> FindField(uint32_t cid, const std::string &text, const tav::Names &names) {
-    const bool isNumber = !text.empty() && text[0] >= '0' && text[0] <= '9';
-    return isNumber ? ParseFieldId(text, cid, names, "--fields") : names.FindField(cid, text);
+    if (text.empty() || text[0] < '0' || text[0] > '9') {
+        return names.FindField(cid, text);
+    }
+    try {
+        return tav::ParseId(text);
+    } catch (const tav::Error &) {
+        return {};
+    }
 }
 
 void RequireFields(const std::vector<std::string> &texts, const tav::Names &names, const char *what) {

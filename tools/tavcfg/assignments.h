@@ -21,7 +21,7 @@ uint32_t ParseId(const std::string &text, const char *what);
 uint32_t ParseClass(const std::string &text, const tav::Names &names);
 uint32_t ParseFieldId(const std::string &text, uint32_t cid, const tav::Names &names, const char *what);
 
-/** The field of a class that a number or a name stands for; nothing for a name that the class does not know. */
+/** The field of a class that a number or a name stands for; nothing for what the class does not know as either. */
 std::optional<uint32_t> FindField(uint32_t cid, const std::string &text, const tav::Names &names);
 
 /** Requires that each text is a number, or a name that some class has for a field; `what` names them in the message. */

@@ -34,7 +34,7 @@ WriteOptions WriteOut(const ConvertOptions &options) {
 /** Writes a store to OUT as a session does, or shows what that would change. */
 int WriteAnew(tav::Store store, const std::string &done, const ConvertOptions &options) {
     const WriteOptions write = WriteOut(options);
-    tav::Session session = OpenToWrite(write, true);
+    tav::Session session = OpenToReplace(write, options.replaces);
     RequireConsent(!session.IsNew() && Differ(session.Store(), store), options);
     if (write.isDryRun) {
         PrintScript(tav::Diff(session.Store(), store), write.file.shown);

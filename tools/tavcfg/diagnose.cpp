@@ -42,7 +42,7 @@ void CheckChecksum(const Image &image, const Frame &frame, const Tlv &field) {
 void CheckReferChecksum(const Tlv &field, const std::optional<File> &refer) {
     RequireLength(field, TAV_EXT_CHECKSUM_SIZE, "refer checksum");
     if (!refer) {
-        throw Problem("it carries the checksum of a refer file, which must be given with --refer");
+        throw Problem("it carries the checksum of a refer file, which must be given with --refer (or --ignore-refer)");
     }
     if (const std::string problem = ReferProblem(*refer); !problem.empty()) {
         throw Problem(problem);
@@ -50,8 +50,9 @@ void CheckReferChecksum(const Tlv &field, const std::optional<File> &refer) {
     Checksum actual;
     if (TAV_GetExtCfgFileChecksum(refer->path.c_str(), actual.data(), TAV_EXT_CHECKSUM_SIZE) == TAV_OK &&
         !std::equal(actual.begin(), actual.end(), field.value)) {
-        throw Problem(fmt::format("refer checksum mismatch: the head says {}, {} has {}", ToHex(ValueOf(field)),
-                                  refer->given, ToHex(Bytes(actual.begin(), actual.end()))));
+        throw Problem(
+            fmt::format("refer checksum mismatch: the head says {}, {} has {} (see refer rebind, and --ignore-refer)",
+                        ToHex(ValueOf(field)), refer->given, ToHex(Bytes(actual.begin(), actual.end()))));
     }
 }
 

@@ -202,13 +202,16 @@ CLI::App *FileCommands::AddOnFile(const char *name, const char *fileName, const 
 }
 
 CLI::Option *FileCommands::AddReferFile(CLI::App *command) {
-    return command->add_option("--refer", words_.refer, "the file whose checksum FILE carries")->option_text("FILE");
+    return command->add_option("--refer", words_.refer, "the file whose checksum FILE carries")
+        ->option_text("FILE")
+        ->check(NotEmpty());
 }
 
 void FileCommands::AddWait(CLI::App *command) {
     command
         ->add_option("--wait", words_.wait,
-                     "how long to wait for the file's lock, and for a program that is writing it")
+                     "how long to wait for the file's lock, and for a program that is writing it; 5 unless "
+                     "said, at most a day")
         ->option_text("SECONDS")
         ->check(Seconds());
 }
@@ -221,7 +224,9 @@ void FileCommands::AddReading(CLI::App *command) {
 }
 
 void FileCommands::AddNames(CLI::App *command) {
-    command->add_option("--names", words_.names, "JSON text with names of classes and fields")->option_text("FILE");
+    command->add_option("--names", words_.names, "JSON text with names of classes and fields")
+        ->option_text("FILE")
+        ->check(NotEmpty());
 }
 
 void FileCommands::AddDryRun(CLI::App *command, const char *help) {
@@ -249,6 +254,9 @@ CLI::App *FileCommands::AddWriter(const char *name, const char *fileName, const 
 void FileCommands::AddPlace(CLI::App *command, bool isRequired) {
     command->add_option("--vs", words_.vs, "id of the virtual system")->option_text("N")->required(isRequired);
     command->add_option("--class", words_.cls, "class of the record")->option_text("CLASS")->required(isRequired);
+    for (const char *place : {"--vs", "--class"}) {
+        command->get_option(place)->check(NotEmpty());
+    }
 }
 
 void FileCommands::AddWhere(CLI::App *command) {
@@ -305,7 +313,9 @@ void FileCommands::AddReaders() {
     CLI::App *get = AddOnFile("get", "FILE", "show one record, found by its key fields", Get);
     AddPlace(get, true);
     get->add_option("FIELD=VALUE", words_.arguments, "the key fields of the record");
-    get->add_option("--field", words_.field, "print the value of this field alone")->option_text("FIELD");
+    get->add_option("--field", words_.field, "print the value of this field alone")
+        ->option_text("FIELD")
+        ->check(NotEmpty());
     get->add_flag("--json", words_.json, "print JSON");
     get->add_flag("--raw", words_.raw, "print the bytes of the field's value as they stand in the file");
     for (CLI::App *command : {show, count, get}) {
@@ -432,7 +442,7 @@ void FileCommands::AddHistory() {
     CLI::App *start = AddOnFile(
         "start", "FILE", "keep it from now on",
         [](const FileWords &words) { return RunHistoryStart(HistoryOf(words)); }, history);
-    start->add_option("--keep", words_.keep, "how many commits stay; 20 unless said")
+    start->add_option("--keep", words_.keep, "how many commits stay, at least 1; 20 unless said")
         ->option_text("N")
         ->check(WholeNumber(1, UINT32_MAX));
     CLI::App *stop = AddOnFile(
@@ -458,7 +468,8 @@ void FileCommands::AddHistory() {
                   return RunRollback({WriteOf(words), words.other});
               })
         ->add_option("STATE", words_.other, "so many commits back, or the name of a checkpoint")
-        ->required();
+        ->required()
+        ->check(NotEmpty());
 }
 
 void FileCommands::AddWatch() {
@@ -470,7 +481,8 @@ void FileCommands::AddWatch() {
     AddNames(watch);
     watch->add_flag("--json", words_.json, "print JSON, a change a line");
     watch->add_option("--exec", words_.command, "run this after each commit, with its changes as the input")
-        ->option_text("COMMAND");
+        ->option_text("COMMAND")
+        ->check(NotEmpty());
     watch->add_option("--limit", words_.limit, "end after so many commits")
         ->option_text("N")
         ->check(WholeNumber(1, UINT32_MAX));

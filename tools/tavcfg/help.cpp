@@ -38,8 +38,8 @@ const char *const kNames =
     "\n";
 
 const char *const kSecrets =
-    "A password or text is one line on standard input, never an argument; a terminal does not show it while it is\n"
-    "typed.\n"
+    "A password or text is one line on standard input, never an argument; a line feed at its end, or a carriage\n"
+    "return and a line feed, is no part of it. A terminal does not show it while it is typed.\n"
     "\n";
 
 const char *const kWriting =

@@ -98,6 +98,11 @@ void PrintCheckpoints(const tav::History &history) {
     table.Print();
 }
 
+/** Returns whether a state is so many commits back, not the name of a checkpoint. */
+bool IsCount(const std::string &state) {
+    return std::all_of(state.begin(), state.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 tav::HistoryOptions ChangingOf(const WriteOptions &options) {
     return {.wait = options.file.wait, .dryRun = options.isDryRun};
 }
@@ -175,15 +180,16 @@ int RunRollback(const RollbackOptions &options) {
     if (write.comment.empty()) {
         write.comment = "rollback " + options.state;
     }
-    return Commit(&session, write,
-                  fmt::format("rolled {} back to {}: {}", file.given, options.state, CountsText(counts)));
+    const std::string where = !IsCount(options.state)            ? "to " + options.state
+                              : tav::ParseId(options.state) == 1 ? "by 1 commit"
+                                                                 : fmt::format("by {} commits", options.state);
+    return Commit(&session, write, fmt::format("rolled {} back {}: {}", file.given, where, CountsText(counts)));
 }
 
 tav::Store FormerStore(const std::string &path, const std::string &state) {
     const tav::History history(path);
     const Progress progress("reading the history of " + path);
-    const bool isCount = std::all_of(state.begin(), state.end(), [](char c) { return c >= '0' && c <= '9'; });
-    return isCount ? history.Before(tav::ParseId(state)) : history.At(state);
+    return IsCount(state) ? history.Before(tav::ParseId(state)) : history.At(state);
 }
 
 }  // namespace tavcfg

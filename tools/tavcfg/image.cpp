@@ -53,8 +53,8 @@ Image ReadArchive(const File &file) {
     }
     Image image;
     if (ZIP_GetUncompressSize(member, archive, &image.size) != 0) {
-        RefuseContent(file,
-                      fmt::format("the archive's member is not named {}", fs::path(file.member).filename().string()));
+        RefuseContent(file, fmt::format("the archive's member is not named {} (see convert --any-member)",
+                                        fs::path(file.member).filename().string()));
     }
     if (image.size == 0 || image.size > TAV_EXT_MAX_FILE_SIZE) {
         RefuseContent(file,

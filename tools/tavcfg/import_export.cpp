@@ -136,7 +136,7 @@ void RequireAsWritten(const tav::Snapshot &snapshot, const ExportOptions &option
 
 int RunImport(const ImportOptions &options) {
     tav::Store store = ReadStore(options);
-    tav::Session session = OpenToWrite(options.write, true);
+    tav::Session session = OpenToReplace(options.write, options.replaces);
     return options.merges ? MergeInto(&session, store, options) : Replace(&session, std::move(store), options);
 }
 

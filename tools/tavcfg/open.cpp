@@ -19,6 +19,9 @@ namespace tavcfg {
 
 void Diagnose(const tav::Error &error, const FileOptions &options) {
     const File &file = options.target.file;
+    if (std::error_code ignored; !std::filesystem::exists(file.path, ignored)) {
+        return;  // it is its name that will not do
+    }
     if (error.Code() == TAV_ERR_INVALID && (options.ignoresRefer || options.anyMember)) {
         RequireReadable(file);
     } else if (error.Code() == TAV_ERR_INVALID) {
@@ -77,6 +80,17 @@ tav::Session OpenToWrite(const WriteOptions &options, bool create) {
     }
 }
 
+tav::Session OpenToReplace(const WriteOptions &options, bool mayReplace) {
+    try {
+        return OpenToWrite(options, true);
+    } catch (const Damage &damage) {
+        if (!mayReplace) {
+            throw;
+        }
+        throw Failure(std::string(damage.what()) + "; what does not load is not replaced: move it aside first");
+    }
+}
+
 void PrintPiece(std::string_view text) {
     if (fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
         throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
@@ -111,8 +125,9 @@ bool Differ(const tav::Store &a, const tav::Store &b) {
 
 int Commit(tav::Session *session, const WriteOptions &options, const std::string &done) {
     const File &file = options.file.target.file;
+    const bool isGone = session->Store().begin() == session->Store().end();
     if (WithProgress("writing " + file.given, [&] { return session->Commit(options.comment); })) {
-        PrintDone(file, done);
+        PrintDone(file, isGone ? done + "; no virtual system is left, so the file is gone" : done);
     } else if (session->IsNew()) {
         fmt::print("nothing to write: there is no {}, and nothing to put into it\n", Printable(file.given));
     } else {

@@ -54,6 +54,9 @@ tav::Snapshot Read(const FileOptions &options);
 /** Opens a file to be changed; one that is missing is made when it may be. Throws as Read. */
 tav::Session OpenToWrite(const WriteOptions &options, bool create);
 
+/** The same, with what to do when the file does not load: even one that may be replaced is not then. */
+tav::Session OpenToReplace(const WriteOptions &options, bool mayReplace);
+
 /** Prints a piece of a long text. Throws std::system_error when it cannot be printed. */
 void PrintPiece(std::string_view text);
 

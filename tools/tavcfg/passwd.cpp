@@ -179,8 +179,8 @@ int RunPasswdVerify(const PasswdVerifyOptions &options) {
     const std::string form = StoredForm(options);
     const std::string problem = FormProblem(form, options.context.c_str(), false);
     if (!problem.empty()) {
-        throw Failure(
-            fmt::format("cannot use the stored form: {} (FORM stands in single quotes, for the shell)", problem));
+        throw Failure(fmt::format("cannot use the stored form: {}{}", problem,
+                                  options.form.empty() ? "" : " (FORM stands in single quotes, for the shell)"));
     }
     SecretText password;
     ReadPassword(Asking::kHidden, &password);

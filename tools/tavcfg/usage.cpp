@@ -170,6 +170,10 @@ CLI::Validator OneOf(const std::vector<std::string> &words) {
     return {check, ""};
 }
 
+CLI::Validator NotEmpty() {
+    return {[](const std::string &text) { return text.empty() ? "its value is empty" : ""; }, ""};
+}
+
 void RefuseCommandLine(const CLI::App &app, const CLI::ParseError &error) {
     throw UsageError(WhatIsWrong(app, error) + " (see tavcfg --help)");
 }

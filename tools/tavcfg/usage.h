@@ -15,6 +15,7 @@ namespace tavcfg {
 CLI::Validator WholeNumber(uint64_t least, uint64_t most);
 CLI::Validator Seconds();
 CLI::Validator OneOf(const std::vector<std::string> &words);
+CLI::Validator NotEmpty();
 
 /**
  * Throws UsageError for a command line that could not be parsed: it names a word that is unknown, and the one that may
