@@ -1,7 +1,9 @@
 #include "interposer.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -106,13 +108,32 @@ auto MakeAndFail(Call kind, const char *name, Function next, Arguments... argume
     return Fails(kind, name, arguments...) ? Failure<decltype(next(arguments...))>() : result;
 }
 
-/** Fills a new block, so that it shows what is not set. */
-void *Poisoned(void *block, uint32_t size) {
+// Behind each block stand some bytes that nobody may write. The address sanitizer has its own.
+#ifdef __SANITIZE_ADDRESS__
+constexpr uint32_t kGuardSize = 0;
+#else
+constexpr uint32_t kGuardSize = 16;
+#endif
+
+/** The size of a block with its guard; such a size that there cannot be one stays as it is. */
+uint32_t Guarded(uint32_t size) {
+    return size <= UINT32_MAX - kGuardSize ? size + kGuardSize : size;
+}
+
+/** Notes a new block, and fills it from a place on, so that it shows what is not set. */
+void *Poisoned(void *block, uint32_t size, uint32_t from) {
     if (block != nullptr) {
         g_blocks[block] = size;
-        memset(block, kPoison, size);
+        memset(static_cast<uint8_t *>(block) + from, kPoison, Guarded(size) - from);
     }
     return block;
+}
+
+/** Expects that nobody has written behind a block. */
+void ExpectGuard(const void *block, uint32_t size) {
+    const auto *const guard = static_cast<const uint8_t *>(block) + size;
+    EXPECT_TRUE(std::all_of(guard, guard + Guarded(size) - size, [](uint8_t byte) { return byte == kPoison; }))
+        << "written behind a block of " << size << " bytes";
 }
 
 std::string Formatted(const char *format, va_list arguments) {
@@ -202,8 +223,9 @@ void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *s
     if (g_depth == 0) {
         g_takenBy.insert(std::to_string(handle) + " " + source);
     }
-    return Poisoned(MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_Malloc_F), handle, memPt, size, source, line),
-                    size);
+    return Poisoned(
+        MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_Malloc_F), handle, memPt, Guarded(size), source, line), size,
+        0);
 }
 
 void MEL_Free_F(void *block, const char *source, uint32_t line) {
@@ -211,18 +233,21 @@ void MEL_Free_F(void *block, const char *source, uint32_t line) {
         if (g_state.freeWatcher) {
             g_state.freeWatcher(static_cast<const uint8_t *>(block), known.mapped());
         }
+        ExpectGuard(block, known.mapped());
         memset(block, kPoison, known.mapped());
     }
     PLATFORM(MEL_Free_F)(block, source, line);
 }
 
 void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
-    void *const grown = MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_MemReAlloc), handle, memPt, block, size);
+    const auto known = g_blocks.find(block);
+    const uint32_t oldSize = known != g_blocks.end() ? known->second : 0;
+    void *const grown =
+        MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_MemReAlloc), handle, memPt, block, Guarded(size));
     if (grown != nullptr) {
         g_blocks.erase(block);
-        g_blocks[grown] = size;
     }
-    return grown;
+    return Poisoned(grown, size, std::min(size, oldSize));
 }
 
 void *MEL_MsgAlloc_F(uint32_t sender, uint32_t size, const char *source, uint32_t line) {
