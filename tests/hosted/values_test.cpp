@@ -51,10 +51,10 @@ TEST(Bounded, OverlapIsRefused) {
     }
 }
 
-/** Without a source the destination is emptied; one whose size is a number gone astray is left alone. */
+/** Without a source the destination is emptied; one without room, or of a size gone astray, is left alone. */
 TEST(Bounded, NullsAndSizesGoneAstray) {
     const char *const null = nullptr;
-    for (const size_t room : {size_t{4}, SIZE_MAX / 2 + 1}) {
+    for (const size_t room : {size_t{0}, size_t{4}, SIZE_MAX / 2 + 1}) {
         const auto expect = [&](int refusal, size_t zeros, const auto &copy) {
             std::string dest = "####";
             EXPECT_EQ(copy(dest.data()), refusal);
