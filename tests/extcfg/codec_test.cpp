@@ -94,6 +94,9 @@ TEST(Codec, Reports) {
         const uint32_t code = TAV_ExtTlvProcForEach(NoteVisit, block.get(), uint32_t(bytes.size()), &seen);
         EXPECT_EQ(code, reports.empty() ? TAV_OK : TAV_ERR_INVALID);
         log.Expect(reports);
+        const bool isFirstBad = !reports.empty() && reports[0].function == "TAV_ExtTlvVerify";
+        EXPECT_EQ(TAV_ExtTlvVerify(block.get(), uint32_t(bytes.size())), isFirstBad ? 1u : 0u);
+        log.Take();
     };
     walk(two, {});
     walk(Join({two, Filled(3, 0)}),

@@ -87,10 +87,14 @@ TEST_F(InPlace, ChangesNothingWithoutItsRecord) {
     // A corrupt file, and one whose head has no room for the one to be built: its checksum field has 36 bytes.
     const Bytes body = Slice(original, kHeadSize, original.size());
     const Bytes longSum = Tlv(5, Join({Sha256(body), Filled(4, 0)}));
-    for (const Bytes &image : {Join({Slice(original, 0, kHeadSize), changedBody}),
-                               ImageWithHead({Tlv(3, Be32(0x08070001)), Tlv(4, Filled(12, 0)), longSum}, body)}) {
+    const std::tuple<Bytes, uint32_t, std::string> files[] = {
+        {Join({Slice(original, 0, kHeadSize), changedBody}), TAV_ERR_NOT_FOUND, "Record not exist"},
+        {ImageWithHead({Tlv(3, Be32(0x08070001)), Tlv(4, Filled(12, 0)), longSum}, body), TAV_ERR_INVALID,
+         "Update " + path + " head failed, size=84, return 0x801617"}};
+    for (const auto &[image, code, report] : files) {
         Put(image);
-        EXPECT_NE(Set(Change()), TAV_OK);
+        EXPECT_EQ(Set(Change()), code);
+        log.ExpectAmong({{"TAV_ExtCfgSetRecordToFile", report}});
         EXPECT_EQ(ReadFile(path), image);
     }
 }

@@ -42,6 +42,11 @@ TEST_F(Model, RecordOrderVerifyAndMatch) {
     }
 
     DebugLog log;
+    for (const size_t without : {0u, 1u}) {  // the one or the other has no key field
+        compare(ascending[without], ascending[1 - without]);
+        log.ExpectAmong({{"TAV_ExtCfgRecordCompare",
+                          without == 0 ? "Null pointer, return 0xffffffff" : "Null pointer, return 0x1"}});
+    }
     EXPECT_EQ(TAV_ExtCfgRecordVerify(MakeRecord(7, {{9, Host16(1)}}).get()), TAV_ERR_INVALID);
     log.Take();
     EXPECT_EQ(TAV_ExtCfgRecordVerify(nameOnly("").get()), TAV_OK) << "an empty key is one";

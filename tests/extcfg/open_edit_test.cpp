@@ -106,6 +106,7 @@ TEST_F(Query, Life) {
         log.ExpectAmong({{"TAV_ExtCfgGetNextRecord", report}});
         EXPECT_EQ(local->queryVsId, vsId);
         EXPECT_EQ(local->queryFlag, condition.empty() ? 0 : 1);
+        EXPECT_TRUE(!condition.empty() || local->queryCursor == nullptr);
         EXPECT_EQ(local->queryCondition != nullptr ? Encode(local->queryCondition) : Bytes(), condition);
     };
     const std::string notStarted = "CfgLocal query not started";
@@ -114,6 +115,8 @@ TEST_F(Query, Life) {
         ASSERT_EQ(Add(store, 5, Class13(key, static_cast<uint16_t>(key * 11))), TAV_OK);
     }
     expectNone(notStarted, 0, {});
+    EXPECT_EQ(TAV_ExtCfgGetRecord(0, MakeRecord(13, {}).get(), local), nullptr);
+    log.ExpectAmong({{"TAV_ExtCfgGetRecord", "Error code 0x801617, return 0x0"}});
     EXPECT_EQ(TAV_ExtCfgEndQuery(local), TAV_OK);
     expectNone(notStarted, 0, {});
     ExpectKeys(store, 5, {1, 2, 3});

@@ -71,8 +71,10 @@ TEST(Types, TableBeforeAndAfterStartUp) {
 }
 
 const PLATFORM_DataType *OtherPlatform(uint16_t dataType) {
-    static const PLATFORM_DataType types[] = {{6, 8, 7, nullptr}, {25, 100, 25, nullptr}, {26, 0xFFFF, 5, nullptr}};
-    return dataType == 6 ? &types[0] : dataType == 25 ? &types[1] : dataType == 26 ? &types[2] : nullptr;
+    static const PLATFORM_DataType types[] = {
+        {0, 4, 5, nullptr}, {6, 8, 7, nullptr}, {25, 100, 25, nullptr}, {26, 0xFFFF, 5, nullptr}};
+    const auto *const type = std::ranges::find(types, dataType, &PLATFORM_DataType::id);
+    return type != std::end(types) ? type : nullptr;
 }
 
 TEST_F(StartUp, TakesWhatThePlatformSays) {
@@ -83,6 +85,7 @@ TEST_F(StartUp, TakesWhatThePlatformSays) {
         TAV_InitExtTlvDataTypeTable(OtherPlatform);
         EXPECT_EQ(TAV_GetExtTlvDataLen(14), 8);
         EXPECT_EQ(TAV_GetExtTlvDataTable(14)->endian, TAV_UINT64_Endian);
+        EXPECT_EQ(TAV_GetExtTlvDataTable(7)->endian, nullptr) << "a container is nothing of the platform's";
         EXPECT_EQ(TAV_GetExtTlvDataLen(8), 100) << "a fixed size replaces the shipped maximum";
         EXPECT_EQ(TAV_GetExtTlvDataLen(5), 32) << "a variable size keeps it";
         EXPECT_EQ(TAV_GetExtTlvDataTable(5)->endian, TAV_UINT32_Endian);
@@ -130,11 +133,11 @@ TEST(Types, ClassKeysAndFunctionTables) {
         EXPECT_EQ(fids[0], key) << cid;
     }
     const TAV_ExtTlvProcFunc visit = [](uint32_t, uint8_t *, uint32_t, void *) { return 0u; };
-    const TAV_ExtTlvProcRow table[] = {{5, visit}, {0, visit}, {7, nullptr}, {9, visit}};
+    const TAV_ExtTlvProcRow table[] = {{5, visit}, {0, visit}, {7, nullptr}, {0xFFFFFFFF, visit}};
     EXPECT_EQ(TAV_GetExtTlvProcFunc(0, table), visit) << "a zero type is a type like any other";
-    EXPECT_EQ(TAV_GetExtTlvProcFunc(9, table), nullptr) << "behind the first empty function";
+    EXPECT_EQ(TAV_GetExtTlvProcFunc(0xFFFFFFFF, table), nullptr) << "behind the first empty function";
     EXPECT_EQ(TAV_GetExtTlvProcFunc(5, nullptr), nullptr);
-    log.Expect({{"TAV_GetExtTlvProcFunc", "Invalid TLV type 9"}, {"TAV_GetExtTlvProcFunc", "Invalid TLV type 5"}});
+    log.Expect({{"TAV_GetExtTlvProcFunc", "Invalid TLV type -1"}, {"TAV_GetExtTlvProcFunc", "Invalid TLV type 5"}});
 }
 
 TEST(Types, ConverterOfEveryStorageKind) {
