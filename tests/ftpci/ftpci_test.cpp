@@ -160,7 +160,8 @@ TEST(ByteOrder, OfEveryTypeAndLength) {
     }
     const TAVFTPCI_ByteOrderMap own[] = {{9, [](void *, uintptr_t) { return 4u; }},
                                          {7, [](void *tlv, uintptr_t context) {
-                                              return static_cast<uint32_t>(*static_cast<uint8_t *>(tlv) + context);
+                                              const auto *const type = static_cast<uint8_t *>(tlv);
+                                              return static_cast<uint32_t>(type[0] + type[1] + context);
                                           }}};
     EXPECT_EQ(TAVFTPCI_SwapByteOrderByTlv(MsgTlv(7, {}).data(), own, 2, 30), 7u + 30u);
     EXPECT_EQ(TAVFTPCI_SwapByteOrderByTlv(MsgTlv(7, {}).data(), own, 1, 30), 1u);

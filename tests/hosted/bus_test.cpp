@@ -261,12 +261,14 @@ TEST_F(LocalBus, RefusalsAreCountedByUserAsFarAsThereIsRoom) {
     const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
     for (uid_t user = 1000; user < 1040; ++user) {
         alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred))] = {};
-        msghdr header = {const_cast<sockaddr *>(AddressOf(7)), sizeof(sockaddr_un), nullptr, 0, control, 0, 0};
+        char byte = 0;  // an emulator sends nothing where there is none
+        iovec part = {&byte, 1};
+        msghdr header = {const_cast<sockaddr *>(AddressOf(7)), sizeof(sockaddr_un), &part, 1, control, 0, 0};
         header.msg_controllen = sizeof(control);
         *CMSG_FIRSTHDR(&header) = {CMSG_LEN(sizeof(ucred)), SOL_SOCKET, SCM_CREDENTIALS};
         const ucred credentials = {getpid(), user, 0};
         memcpy(CMSG_DATA(CMSG_FIRSTHDR(&header)), &credentials, sizeof(credentials));
-        EXPECT_EQ(sendmsg(sender, &header, 0), 0);
+        EXPECT_EQ(sendmsg(sender, &header, 0), 1);
         EXPECT_EQ(Receive(port, 0), ETIMEDOUT);
     }
     close(sender);
