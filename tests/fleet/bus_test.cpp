@@ -1,5 +1,6 @@
 // The bus over servers: what holds beside what both transports promise (tests/hosted/bus_test.cpp). Servers that end
 // and come back, users and their permissions, claims, foreign byte order, what a process is told that cannot connect.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nats/nats.h>
@@ -11,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include "bus_peer.h"
@@ -65,6 +67,22 @@ std::map<int, uint32_t> Outcomes(const std::string &report) {
     return outcomes;
 }
 
+/** How many sockets of a process reach the programs that it starts, and how many do not. */
+Codes Sockets(const BusPeer &peer) {
+    Codes counts(2);
+    const std::string process = "/proc/" + std::to_string(peer.Process());
+    for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
+        std::ifstream info(process + "/fdinfo/" + entry.path().filename().string());
+        std::string words;
+        uint32_t flags = 0;
+        info >> words >> words >> words >> std::oct >> flags;
+        if (std::filesystem::read_symlink(entry).string().starts_with("socket:")) {
+            ++counts[(flags & O_CLOEXEC) != 0];
+        }
+    }
+    return counts;
+}
+
 TEST(FleetBus, BringsAllMessagesOnceAndInOrder) {
     const NatsServer server;
     BusPeer sender(On(server)), receiver(On(server));
@@ -90,6 +108,7 @@ TEST(FleetBus, AServerThatComesBackFindsEverythingBound) {
     EXPECT_EQ(receiver.Result(), "-8");
     EXPECT_EQ((Codes{receiver.Do("receive 7 0"), sender.Do("find 180 1"), sender.Do("bind 7")}),
               (Codes{ETIMEDOUT, 7, EADDRINUSE}));
+    EXPECT_EQ(Sockets(receiver), (Codes{0, 1}));
 }
 
 TEST(FleetBus, WhatIsSentWhileServersEndHasArrivedOrFailed) {
@@ -162,16 +181,18 @@ TEST(FleetBus, AStoppedHolderKeepsItsComponent) {
 TEST(FleetBus, AComponentThatWasBoundElsewhereMeanwhileIsLost) {
     const NatsServer server("ping_interval: \"100ms\"\nping_max: 1");
     BusPeer first(On(server)), second(On(server));
-    EXPECT_EQ((Codes{first.Do("bind 7"), first.Do("serve 7 180 1"), first.Do("bind 6")}), (Codes{0, 0, 0}));
+    EXPECT_EQ((Codes{first.Do("bind 7"), first.Do("serve 7 180 1")}), (Codes{0, 0}));
+    EXPECT_EQ((Codes{first.Do("bind 6"), first.Do("serve 6 180 2")}), (Codes{0, 0}));
     EXPECT_EQ((Codes{second.Do("send 8 7 16"), second.Do("find 180 1")}), (Codes{0, 7}));
     first.Signal(SIGSTOP);  // until the server takes it for dead
     Await(second, "bind 7", 0);
-    EXPECT_EQ((Codes{second.Do("bind 9"), second.Do("serve 9 180 1")}), (Codes{0, 0}));
+    EXPECT_EQ((Codes{second.Do("bind 9"), second.Do("serve 9 180 1"), second.Do("serve 9 180 2")}), (Codes{0, 0, 0}));
     first.Signal(SIGCONT);
     EXPECT_EQ((Codes{first.Do("receive 7 5000"), first.Do("receive 7 5000")}), (Codes{-8, EADDRINUSE}));
     EXPECT_THAT(first.Complaints(), HasSubstr("component 7 has been bound by another process meanwhile\n"));
     EXPECT_EQ((Codes{first.Do("send 6 7 16"), second.Do("receive 7 1000")}), (Codes{0, -6}));
     Await(first, "find 180 1", 9);
+    Await(first, "find 180 2", 9);
     Await(second, "send 7 6 16", 0);
     EXPECT_EQ(first.Do("unbind 7"), 0);
     EXPECT_EQ(second.Do("send 8 7 16"), 0);
@@ -212,8 +233,22 @@ class RawConnection {
         return hasCome;
     }
 
+    /** Gives one answer to all that comes on a subject, from now on. */
+    void Answer(const std::string &subject, const char *answer) {
+        const auto handle = [](natsConnection *connection, natsSubscription * /*subscription*/, natsMsg *message,
+                               void *text) {
+            natsConnection_PublishString(connection, natsMsg_GetReply(message), static_cast<const char *>(text));
+            natsMsg_Destroy(message);
+        };
+        natsSubscription *subscription = nullptr;
+        natsConnection_Subscribe(&subscription, connection_, subject.c_str(), handle, const_cast<char *>(answer));
+        natsConnection_Flush(connection_);
+        subscriptions_.emplace_back(subscription, natsSubscription_Destroy);
+    }
+
   private:
     natsConnection *connection_ = nullptr;
+    std::vector<std::unique_ptr<natsSubscription, void (*)(natsSubscription *)>> subscriptions_;
 };
 
 TEST(FleetBus, AComponentOutlastsWhatTheServerStillHasOfItsOldConnection) {
@@ -242,10 +277,49 @@ TEST(FleetBus, AComponentThatGivesWayToAnotherThatComesBackIsLost) {
     RawConnection silent(server), other(server);
     silent.Listen("tav.b.7", [&] {
         holder.Signal(SIGCONT);
-        while (other.Ask("tav.b.7", Text("1 of higher rank")) != "free") {
+        std::string answer;
+        for (int i = 0; i < 20 && answer.empty(); ++i) {
+            answer = other.Ask("tav.b.7", Text("0 of whatever name"));
         }
+        EXPECT_EQ(answer, "held") << "to one that did not hold it before";
+        EXPECT_EQ(other.Ask("tav.b.7", Text("1 of greater name")), "free");
     });
     Await(holder, "receive 7 100", EADDRINUSE);  // behind what had come before
+}
+
+TEST(FleetBus, ReceivingSaysThatTheCredentialsAreNoLongerGood) {
+    const TempFolder folder;
+    const std::string user = folder.Path("user");
+    NatsServer server("authorization { user: anna, password: secret }");
+    WriteFile(user, Text("anna\nsecret\n"));
+    chmod(user.c_str(), 0600);
+    auto environment = On(server);
+    environment["TAV_BUS_CREDENTIALS"] = user;
+    BusPeer peer(environment);
+    EXPECT_EQ((Codes{peer.Do("bind 7"), peer.Do("send 8 7 16")}), (Codes{0, 0}));
+    server.Kill();
+    server.Configure("authorization { user: anna, password: other }");
+    server.Start();
+    EXPECT_EQ(peer.Do("receive 7 5000"), -8) << "what had come before";
+    EXPECT_EQ((Codes{peer.Do("receive 7 5000"), peer.Do("receive 7 0")}), (Codes{ENOTCONN, ENOTCONN}));
+    EXPECT_THAT(peer.Complaints(), HasSubstr(": the connection has ended: Authorization Violation\n"));
+    WriteFile(user, Text("anna\nother\n"));
+    EXPECT_EQ((Codes{peer.Do("unbind 7"), peer.Do("bind 7"), peer.Do("send 8 7 16")}), (Codes{0, 0, 0}));
+    EXPECT_EQ(peer.Do("receive 7 0"), -8);
+}
+
+TEST(FleetBus, TheLaterAnnouncementCountsWhateverTheClocksSay) {
+    const NatsServer server;
+    BusPeer peer(On(server));
+    RawConnection ahead(server);
+    ahead.Answer("tav.s.180.4294967295.1.ask", "4102444800000 6");
+    ahead.Answer("tav.s.180.4294967295.2.ask", "soon 6");
+    EXPECT_EQ((Codes{peer.Do("find 180 1"), peer.Do("find 180 2")}), (Codes{6, -EINVAL}));
+    EXPECT_EQ((Codes{peer.Do("bind 7"), peer.Do("serve 7 180 1")}), (Codes{0, 0}));
+    for (const char *const news : {"4102444800000 6", "4102444800002", "4102444800002 six", "4102444800002 0"}) {
+        EXPECT_EQ(ahead.Ask("tav.s.180.4294967295.1.new", Text(news)), "4102444800001 7") << news;
+    }
+    EXPECT_EQ(ahead.Ask("tav.s.180.4294967295.1.new", Text("4102444800002 9")), "");
 }
 
 /** The server's configuration that docs/fleet.md shows. */
@@ -283,6 +357,7 @@ TEST(FleetBus, UsersSpeakForTheirOwnComponentsAlone) {
     EXPECT_EQ((Codes{subscriber.Do("send 200 200 16"), subscriber.Do("bind 200"), watcher.Do("bind 202"),
                      watcher.Do("serve 200 180 1")}),
               (Codes{EACCES, EACCES, EACCES, EACCES}));
+    EXPECT_EQ(watcher.Do("find 180 1"), 201) << "what could not be announced is not";
     EXPECT_THAT(subscriber.Complaints(), HasSubstr("Permissions Violation for Publish to \"tav.m.200.200\"\n"));
     RawConnection thief(server, "subscriber", "change me, too");
     EXPECT_EQ(thief.Ask("tav.m.201.200", Envelope(200, 200)), "sender") << "a forged envelope";

@@ -30,6 +30,9 @@ class NatsServer {
     void Kill();
     void Start();
 
+    /** What its configuration says from the next start on. */
+    void Configure(const std::string &configuration) { configuration_ = configuration; }
+
   private:
     TempFolder folder_;
     std::string configuration_;
