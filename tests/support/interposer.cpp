@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <sstream>
 #include <unordered_map>
@@ -39,11 +40,11 @@ struct State {
     std::function<void(const uint8_t *block, uint32_t size)> freeWatcher;
 };
 
-State g_state;
-std::set<BEX_VFS_File *> g_logFiles;            // open files of the debug log, which are no part of what is examined
-std::unordered_map<void *, uint32_t> g_blocks;  // that the library has taken, and their sizes
-std::set<std::string> g_takenBy;                // in whose names
-unsigned g_depth = 0;  // above 0 inside a platform call: what the platform calls itself is its own affair
+// Calls are counted, listed and made to fail in the thread that asks for it.
+thread_local State g_state;
+thread_local std::set<BEX_VFS_File *> g_logFiles;  // open ones of the debug log, no part of what is examined
+thread_local std::set<std::string> g_takenBy;      // in whose names
+thread_local unsigned g_depth = 0;  // above 0 inside a platform call: what the platform calls itself is its own affair
 
 /** What a function that fails answers. */
 template <typename Result>
@@ -108,6 +109,23 @@ auto MakeAndFail(Call kind, const char *name, Function next, Arguments... argume
     return Fails(kind, name, arguments...) ? Failure<decltype(next(arguments...))>() : result;
 }
 
+/** The blocks that the library has taken, and their sizes; one thread may return what another has taken. */
+class Blocks {
+  public:
+    void Add(void *block, uint32_t size) {
+        const std::lock_guard lock(mutex_);
+        sizes_[block] = size;
+    }
+    auto Extract(void *block) {
+        const std::lock_guard lock(mutex_);
+        return sizes_.extract(block);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::unordered_map<void *, uint32_t> sizes_;
+} g_blocks;
+
 // Behind each block stand some bytes that nobody may write. The address sanitizer has its own.
 #ifdef __SANITIZE_ADDRESS__
 constexpr uint32_t kGuardSize = 0;
@@ -123,7 +141,7 @@ uint32_t Guarded(uint32_t size) {
 /** Notes a new block, and fills it from a place on, so that it shows what is not set. */
 void *Poisoned(void *block, uint32_t size, uint32_t from) {
     if (block != nullptr) {
-        g_blocks[block] = size;
+        g_blocks.Add(block, size);
         memset(static_cast<uint8_t *>(block) + from, kPoison, Guarded(size) - from);
     }
     return block;
@@ -229,7 +247,7 @@ void *MEL_Malloc_F(uintptr_t handle, uint8_t memPt, uint32_t size, const char *s
 }
 
 void MEL_Free_F(void *block, const char *source, uint32_t line) {
-    if (const auto known = g_blocks.extract(block)) {
+    if (const auto known = g_blocks.Extract(block)) {
         if (g_state.freeWatcher) {
             g_state.freeWatcher(static_cast<const uint8_t *>(block), known.mapped());
         }
@@ -240,12 +258,12 @@ void MEL_Free_F(void *block, const char *source, uint32_t line) {
 }
 
 void *MEL_MemReAlloc(uintptr_t handle, uint8_t memPt, void *block, uint32_t size) {
-    const auto known = g_blocks.find(block);
-    const uint32_t oldSize = known != g_blocks.end() ? known->second : 0;
+    const auto known = g_blocks.Extract(block);  // before another thread may get the same one
+    const uint32_t oldSize = known ? known.mapped() : 0;
     void *const grown =
         MakeOrFail(Call::kMalloc, __func__, PLATFORM(MEL_MemReAlloc), handle, memPt, block, Guarded(size));
-    if (grown != nullptr) {
-        g_blocks.erase(block);
+    if (grown == nullptr && known) {
+        g_blocks.Add(block, oldSize);
     }
     return Poisoned(grown, size, std::min(size, oldSize));
 }
