@@ -25,6 +25,7 @@ class SessionTest : public testing::TestWithParam<const char *> {
   protected:
     const TempFolder folder_;
     const std::string path_ = folder_.Path(GetParam());
+    const std::string lockFile_ = folder_.Path("." + std::string(GetParam()) + ".lock");
 };
 INSTANTIATE_TEST_SUITE_P(PlainAndArchive, SessionTest, testing::Values("x.dat", "x.zip"));
 
@@ -70,14 +71,14 @@ TEST_P(SessionTest, KeepsWhatTheFileIs) {
     const bool isRoot = geteuid() == 0;
     const uid_t owner = isRoot ? 4321 : geteuid();
     ASSERT_EQ(chown(path_.c_str(), owner, isRoot ? 4322 : getegid()), 0);
-    ASSERT_EQ(chmod(path_.c_str(), 0600), 0);
+    ASSERT_EQ(chmod(path_.c_str(), 04600), 0);  // a bit that a change of the owner takes away
     fs::create_directory(folder_.Path("sub"));
     fs::create_symlink(std::string("../") + GetParam(), folder_.Path("sub/second"));
     fs::create_symlink(folder_.Path("sub/second"), folder_.Path("first"));
     SetEntry(folder_.Path("first"), 2, 20);
     struct stat status {};
     ASSERT_EQ(lstat(path_.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 0600});
+    EXPECT_EQ(status.st_mode, mode_t{S_IFREG | 04600});
     EXPECT_EQ(status.st_uid, owner);
     EXPECT_EQ(status.st_gid, isRoot ? 4322 : getegid());
     EXPECT_TRUE(fs::is_symlink(folder_.Path("first")) && fs::is_symlink(folder_.Path("sub/second")));
@@ -135,12 +136,18 @@ TEST_P(SessionTest, TellsWhyADraftCannotBeWritten) {
 
 TEST_P(SessionTest, OneAfterTheOtherAndTheHolderIsNamed) {
     MakeFile(path_, {{1, 10}});
+    WriteFile(lockFile_, Text("4194304 a program of a longer name, which had it before"));
     auto session = std::make_optional<tav::Session>(path_);
+    for (const auto &open : fs::directory_iterator("/proc/self/fd")) {  // programs that are started share no lock
+        const bool isOurs = fs::read_symlink(open).string().starts_with(folder_.Path());
+        EXPECT_TRUE(!isOurs || fcntl(std::stoi(open.path().filename()), F_GETFD) == FD_CLOEXEC) << open;
+    }
     const auto start = std::chrono::steady_clock::now();
     const tav::Error error = ErrorOf([&] { tav::Lock lock(path_, kShort); });
     EXPECT_EQ(ErrorOf([&] { tav::Lock lock(path_, milliseconds::min()); }).Code(), TAV_ERR_LOCKED);
     EXPECT_EQ(error.Code(), TAV_ERR_LOCKED);
-    EXPECT_THAT(error.what(), HasSubstr("process " + std::to_string(getpid()) + " (session_test"));
+    EXPECT_THAT(error.what(),
+                HasSubstr("process " + std::to_string(getpid()) + " (" + program_invocation_short_name + ") is"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}})) << "readers are not held up";
     std::thread later([&] {
@@ -175,6 +182,25 @@ TEST_P(SessionTest, AHolderThatHangsOrDies) {
     EXPECT_THAT(NamesIn(folder_.Path()), ElementsAre(GetParam()));
 }
 
+/** What becomes of a lock whose file somebody deletes, and of one that a child has been forked with. */
+TEST_P(SessionTest, ALockIsOneWhateverBecomesOfItsFile) {
+    MakeFile(path_, {{1, 10}});
+    auto first = std::make_optional<tav::Lock>(path_);
+    uint32_t code = 0;
+    std::thread waiting([&] { code = ErrorOf([&] { tav::Lock lock(path_, 10 * kShort); }).Code(); });
+    std::this_thread::sleep_for(kShort);
+    fs::remove(lockFile_);
+    auto second = std::make_optional<tav::Lock>(path_);
+    const pid_t child = Start([] { pause(); });
+    first.reset();
+    waiting.join();
+    EXPECT_EQ(code, TAV_ERR_LOCKED) << "the lock of a file that is gone is none";
+    second.reset();
+    EXPECT_NO_THROW(tav::Lock(path_, kShort)) << "released, though a child has a copy of it";
+    kill(child, SIGKILL);
+    Await(child);
+}
+
 /** A program that flushes without a session, stopped in the middle. */
 TEST_P(SessionTest, WaitsForAFlushAndTellsItFromALeftover) {
     MakeFile(path_, {{1, 10}});
@@ -196,6 +222,16 @@ TEST_P(SessionTest, WaitsForAFlushAndTellsItFromALeftover) {
     });
     EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}})) << "waited for";
     later.join();
+    const Bytes whole = ReadFile(path_);
+    WriteFile(path_, {});
+    std::thread writer([&] {
+        for (size_t part = 1; part <= 10; ++part) {
+            std::this_thread::sleep_for(kShort / 2);
+            WriteFile(path_, Slice(whole, 0, whole.size() * part / 10));
+        }
+    });
+    EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}})) << "while it grows";
+    writer.join();
     fs::copy(path_, backup);
     SetEntry(path_, 2, 20);
     EXPECT_TRUE(FileExists(backup)) << "a backup is no business of a session";
@@ -213,6 +249,31 @@ TEST_P(SessionTest, NeverOverwritesWhatItHasNotSeen) {
     EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_CHANGED);
     EXPECT_EQ(ReadEntries(path_), (Entries{{1, 10}, {2, 20}}));
     EXPECT_THAT(NamesIn(folder_.Path()), ElementsAre(GetParam()));
+}
+
+TEST_P(SessionTest, TellsAFileByItsNumberSizeAndTime) {
+    const auto setTime = [&](const struct stat &before, long difference) {
+        const timespec times[]{before.st_atim, {before.st_mtim.tv_sec, before.st_mtim.tv_nsec ^ difference}};
+        EXPECT_EQ(utimensat(AT_FDCWD, path_.c_str(), times, 0), 0);
+    };
+    const std::function<void()> changes[] = {
+        [&] { fs::copy(path_, path_ + ".other"), fs::rename(path_ + ".other", path_); },
+        [&] {
+            WriteFile(path_, Join({ReadFile(path_), {0}}));
+        },
+        [] {},
+    };
+    for (const auto &change : changes) {
+        fs::remove(path_);
+        MakeFile(path_, {{1, 10}});
+        struct stat before {};
+        ASSERT_EQ(stat(path_.c_str(), &before), 0);
+        tav::Session session(path_);
+        session.Store().Set(0, Entry(1, 11));
+        change();
+        setTime(before, &change == std::end(changes) - 1 ? 1 : 0);
+        EXPECT_EQ(ErrorOf([&] { session.Commit(); }).Code(), TAV_ERR_CHANGED) << &change - changes;
+    }
 }
 
 TEST(Session, BindsToARefersFileAnew) {
@@ -294,6 +355,8 @@ TEST(Session, RefusesClearly) {
     fs::create_symlink("circle", folder.Path("circle"));
     fs::copy(path, folder.Path("linked.dat"));
     fs::create_hard_link(path, folder.Path(".linked.dat.lock"));
+    fs::copy(path, folder.Path("symlinked.dat"));
+    fs::create_symlink("damaged.dat", folder.Path(".symlinked.dat.lock"));
     std::this_thread::sleep_for(milliseconds(260));  // what has just been written may still be going to be whole
     const struct {
         const char *name;
@@ -310,6 +373,7 @@ TEST(Session, RefusesClearly) {
         {"dir.dat", TAV_ERR_INVALID, "it is a folder"},
         {"locked.dat", TAV_ERR_OPEN, ".locked.dat.lock cannot be opened: Is a directory"},
         {"linked.dat", TAV_ERR_OPEN, ".linked.dat.lock is another kind of file"},
+        {"symlinked.dat", TAV_ERR_OPEN, ".symlinked.dat.lock cannot be opened: Too many levels of symbolic links"},
         {"circle", TAV_ERR_OPEN, "Too many levels of symbolic links"},
         {"", TAV_ERR_INVALID, ""},
         {"x.dat/", TAV_ERR_INVALID, "this names a folder"},
@@ -362,7 +426,7 @@ TEST(Session, RefusesWithoutPermissionBeforeAnythingIsDone) {
     const auto tryAsUser = [&](mode_t folderMode, const char *text) {
         chmod(folder.Path().c_str(), folderMode);
         EXPECT_EQ(Await(Start([&] {
-                      ASSERT_EQ(setgid(4322) + setuid(4321), 0);
+                      ASSERT_EQ(setegid(4322) + seteuid(4321), 0);  // what counts is who it acts as
                       EXPECT_EQ(ReadEntries(path), (Entries{{1, 10}}));
                       const tav::Error error = ErrorOf([&] { SetEntry(path, 2, 20); });
                       EXPECT_EQ(error.Code(), TAV_ERR_OPEN);
