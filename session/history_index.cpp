@@ -4,16 +4,20 @@
 #include "session/history_index.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "session/errors.h"
 #include "session/files.h"
+#include "session/json_events.h"
+#include "session/problem.h"
 
 using nlohmann::json;
 
@@ -27,86 +31,176 @@ using std::chrono::system_clock;
 constexpr unsigned kVersion = 1;            // of the form; a greater one cannot be read
 constexpr uint64_t kMaxNumber = INT64_MAX;  // of a commit; so many there will never be
 
+/** The members of an object that are scalars. */
+using Members = std::map<std::string, Scalar>;
+
+/**
+ * Collects the object of an index, and the objects in its arrays. Without a tree of the JSON library: that takes memory
+ * when it is freed, and ends the process where there is none.
+ */
+class Collector : public JsonEvents {
+  public:
+    const Members &Top() const { return top_; }
+
+    const std::vector<Members> &List(const std::string &name) const {
+        const auto found = lists_.find(name);
+        if (found == lists_.end()) {
+            throw Problem("its \"" + name + "\" is missing");
+        }
+        return found->second;
+    }
+
+  private:
+    void Take(const Scalar &scalar) override {
+        if (!around_.empty() && around_.back() != nullptr) {
+            (*around_.back())[key_] = scalar;
+        }
+    }
+
+    void TakeKey(const std::string &name) override { key_ = name; }
+
+    void BeginArray() override {
+        if (around_.size() == 1 && around_[0] != nullptr) {
+            list_ = &lists_[key_];
+        }
+        around_.push_back(nullptr);
+    }
+
+    void BeginObject() override {
+        const bool isEntry = around_.size() == 2 && list_ != nullptr;
+        around_.push_back(around_.empty() ? &top_ : isEntry ? &list_->emplace_back() : nullptr);
+    }
+
+    void EndArray() override { Leave(); }
+    void EndObject() override { Leave(); }
+
+    void Leave() {
+        around_.pop_back();
+        list_ = around_.size() < 2 ? nullptr : list_;
+    }
+
+    Members top_;
+    std::map<std::string, std::vector<Members>> lists_;
+    std::vector<Members *> around_;  // the arrays and objects around the reader; null for those that are passed over
+    std::vector<Members> *list_ = nullptr;  // the array of the top object in which the reader is
+    std::string key_;
+};
+
+/** A member that must be there. */
+const Scalar &MemberOf(const Members &members, const std::string &key) {
+    const auto found = members.find(key);
+    if (found == members.end()) {
+        throw Problem("its \"" + key + "\" is missing");
+    }
+    return found->second;
+}
+
 /** A number that is there, and at most as large. */
-uint64_t NumberFrom(const json &form, const std::string &key, uint64_t max) {
-    const json &number = form.at(key);
-    if (!number.is_number_unsigned() || number.get<uint64_t>() > max) {
-        throw std::runtime_error("its \"" + key + "\" is out of range");
+uint64_t NumberFrom(const Members &members, const std::string &key, uint64_t max) {
+    const Scalar &scalar = MemberOf(members, key);
+    if (scalar.type != Scalar::Type::kNumber || scalar.number > max) {
+        throw Problem("its \"" + key + "\" is out of range");
     }
-    return number.get<uint64_t>();
+    return scalar.number;
 }
 
-json ToJson(const tav::Note &note) {
-    return {{"time", std::chrono::duration_cast<milliseconds>(note.time.time_since_epoch()).count()},
-            {"user", note.user},
-            {"program", note.program},
-            {"comment", note.comment}};
+std::string TextFrom(const Members &members, const std::string &key) {
+    const Scalar &scalar = MemberOf(members, key);
+    if (scalar.type != Scalar::Type::kString) {
+        throw Problem("its \"" + key + "\" is no text");
+    }
+    return scalar.text;
 }
 
-tav::Note NoteFrom(const json &form) {
+bool FlagFrom(const Members &members, const std::string &key) {
+    const Scalar &scalar = MemberOf(members, key);
+    if (scalar.type != Scalar::Type::kOther || (scalar.text != "true" && scalar.text != "false")) {
+        throw Problem("its \"" + key + "\" is neither true nor false");
+    }
+    return scalar.text == "true";
+}
+
+tav::Note NoteFrom(const Members &members) {
     constexpr auto kLast = std::chrono::floor<milliseconds>(system_clock::time_point::max().time_since_epoch());
-    const milliseconds time(static_cast<int64_t>(NumberFrom(form, "time", static_cast<uint64_t>(kLast.count()))));
-    return {system_clock::time_point(time), form.at("user"), form.at("program"), form.at("comment")};
+    const milliseconds time(static_cast<int64_t>(NumberFrom(members, "time", static_cast<uint64_t>(kLast.count()))));
+    return {system_clock::time_point(time), TextFrom(members, "user"), TextFrom(members, "program"),
+            TextFrom(members, "comment")};
 }
 
-json ToJson(const IndexedCommit &commit) {
-    json form = ToJson(commit.note);
-    form["number"] = commit.number;
-    form["checksum"] = commit.checksum;
-    form["added"] = commit.counts.added;
-    form["changed"] = commit.counts.changed;
-    form["deleted"] = commit.counts.deleted;
-    form["hadFile"] = commit.hadFile;
-    form["former"] = commit.former;
-    return form;
+IndexedCommit CommitFrom(const Members &members) {
+    return {{NumberFrom(members, "number", kMaxNumber),
+             NoteFrom(members),
+             TextFrom(members, "checksum"),
+             {NumberFrom(members, "added", SIZE_MAX), NumberFrom(members, "changed", SIZE_MAX),
+              NumberFrom(members, "deleted", SIZE_MAX)},
+             FlagFrom(members, "hadFile")},
+            members.contains("former") ? TextFrom(members, "former") : ""};  // those written before have none
 }
 
-IndexedCommit CommitFrom(const json &form) {
-    return {{NumberFrom(form, "number", kMaxNumber),
-             NoteFrom(form),
-             form.at("checksum"),
-             {NumberFrom(form, "added", SIZE_MAX), NumberFrom(form, "changed", SIZE_MAX),
-              NumberFrom(form, "deleted", SIZE_MAX)},
-             form.at("hadFile")},
-            form.value("former", "")};  // which those that were written before do not have
-}
-
-json ToJson(const tav::Checkpoint &checkpoint) {
-    json form = ToJson(checkpoint.note);
-    form["name"] = checkpoint.name;
-    form["checksum"] = checkpoint.checksum;
-    return form;
-}
-
-Index IndexFrom(const json &form) {
-    if (NumberFrom(form, "version", UINT64_MAX) > kVersion) {
-        throw std::runtime_error("a newer version has written it");
+Index IndexFrom(const Collector &from) {
+    const Members &top = from.Top();
+    if (NumberFrom(top, "version", UINT64_MAX) > kVersion) {
+        throw Problem("a newer version has written it");
     }
-    Index index{form.at("on"),
-                static_cast<uint32_t>(NumberFrom(form, "keep", UINT32_MAX)),
-                NumberFrom(form, "next", kMaxNumber),
+    Index index{FlagFrom(top, "on"),
+                static_cast<uint32_t>(NumberFrom(top, "keep", UINT32_MAX)),
+                NumberFrom(top, "next", kMaxNumber),
                 {},
                 {}};
     uint64_t last = 0;
-    for (const json &commit : form.at("commits")) {
+    for (const Members &commit : from.List("commits")) {
         index.commits.push_back(CommitFrom(commit));
         if (std::exchange(last, index.commits.back().number) >= index.commits.back().number) {
-            throw std::runtime_error("its commits are not in order");
+            throw Problem("its commits are not in order");
         }
     }
     if (last >= index.next) {  // the next copy would replace another one
-        throw std::runtime_error("its next commit is one that it has");
+        throw Problem("its next commit is one that it has");
     }
-    for (const json &checkpoint : form.at("checkpoints")) {
-        index.checkpoints.push_back({checkpoint.at("name"), NoteFrom(checkpoint), checkpoint.at("checksum")});
+    for (const Members &checkpoint : from.List("checkpoints")) {
+        index.checkpoints.push_back(
+            {TextFrom(checkpoint, "name"), NoteFrom(checkpoint), TextFrom(checkpoint, "checksum")});
         if (index.checkpoints.back().name.find('/') != std::string::npos) {  // it would name a file elsewhere
-            throw std::runtime_error("a checkpoint's name is none");
+            throw Problem("a checkpoint's name is none");
         }
     }
     if (index.isOn && index.keep == 0) {
-        throw std::runtime_error("it keeps nothing");
+        throw Problem("it keeps nothing");
     }
     return index;
+}
+
+/** A text as a string of JSON. */
+std::string Quoted(const std::string &text) {
+    return json(text).dump(-1, ' ', false, json::error_handler_t::replace);  // comments may be any bytes
+}
+
+/** The members that commits and checkpoints have in common. */
+std::string Format(const tav::Note &note, const std::string &checksum) {
+    return fmt::format(R"("time": {}, "user": {}, "program": {}, "comment": {}, "checksum": {})",
+                       std::chrono::duration_cast<milliseconds>(note.time.time_since_epoch()).count(),
+                       Quoted(note.user), Quoted(note.program), Quoted(note.comment), Quoted(checksum));
+}
+
+std::string Format(const IndexedCommit &commit) {
+    return fmt::format(
+        R"({{"number": {}, {}, "added": {}, "changed": {}, "deleted": {}, "hadFile": {}, "former": {}}})",
+        commit.number, Format(commit.note, commit.checksum), commit.counts.added, commit.counts.changed,
+        commit.counts.deleted, commit.hadFile, Quoted(commit.former));
+}
+
+std::string Format(const tav::Checkpoint &checkpoint) {
+    return fmt::format(R"({{"name": {}, {}}})", Quoted(checkpoint.name), Format(checkpoint.note, checkpoint.checksum));
+}
+
+/** An array of the index, with an entry a line. */
+template <typename Entry>
+std::string FormatAll(const std::vector<Entry> &entries) {
+    std::string text = "[";
+    for (const Entry &entry : entries) {
+        text += (&entry == entries.data() ? "\n  " : ",\n  ") + Format(entry);
+    }
+    return text + "]";
 }
 
 std::string UserName() {
@@ -121,15 +215,9 @@ std::string UserName() {
 }  // namespace
 
 std::string FormatIndex(const Index &index) {
-    json form = {{"version", kVersion}, {"on", index.isOn},         {"keep", index.keep},
-                 {"next", index.next},  {"commits", json::array()}, {"checkpoints", json::array()}};
-    for (const IndexedCommit &commit : index.commits) {
-        form["commits"].push_back(ToJson(commit));
-    }
-    for (const tav::Checkpoint &checkpoint : index.checkpoints) {
-        form["checkpoints"].push_back(ToJson(checkpoint));
-    }
-    return form.dump(1, ' ', false, json::error_handler_t::replace) + "\n";  // comments may be any bytes
+    return fmt::format(
+        "{{\"version\": {}, \"on\": {}, \"keep\": {}, \"next\": {},\n \"commits\": {},\n \"checkpoints\": {}}}\n",
+        kVersion, index.isOn, index.keep, index.next, FormatAll(index.commits), FormatAll(index.checkpoints));
 }
 
 std::optional<Index> ReadIndex(const std::string &path) {
@@ -142,14 +230,12 @@ std::optional<Index> ReadIndex(const std::string &path) {
     }
     const Block text = ReadAll(file, path);
     try {
-        return IndexFrom(json::parse(text.View().begin(), text.View().end()));
-    } catch (const std::runtime_error &error) {
+        Collector collector;
+        collector.Read({reinterpret_cast<const char *>(text.bytes.get()), text.size});
+        return IndexFrom(collector);
+    } catch (const Problem &problem) {
         throw tav::Error(TAV_ERR_INVALID, path,
-                         std::string("the index of the history is damaged; move its folder aside: ") + error.what());
-    } catch (const json::exception &) {  // whose words are for programmers
-        throw tav::Error(
-            TAV_ERR_INVALID, path,
-            "the index of the history is damaged; move its folder aside: it is no JSON, or lacks something");
+                         std::string("the index of the history is damaged; move its folder aside: ") + problem.what());
     }
 }
 
