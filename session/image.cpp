@@ -7,11 +7,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 #include "common/words.h"
 #include "session/archive.h"
 #include "session/errors.h"
+#include "tav/values.h"
 #include "tav_session.h"
 
 namespace session {
@@ -68,6 +70,32 @@ std::optional<Digest> ChecksumOf(const Value &value) {
     return digest;
 }
 
+constexpr uint32_t kTooLong = 1;  // a walk has met a value beyond its field's limit
+
+uint32_t VisitField(uint32_t type, uint8_t *, uint32_t length, void *) {
+    return length > TAV_GetExtTlvDataLen(type) ? kTooLong : TAV_OK;
+}
+uint32_t VisitRecord(uint32_t type, uint8_t *value, uint32_t length, void *) {
+    return tav::IsRecordClass(type) ? TAV_ExtTlvProcForEach(VisitField, value, length, nullptr) : TAV_OK;
+}
+uint32_t VisitVs(uint32_t type, uint8_t *value, uint32_t length, void *) {
+    return type == EXT_TLV_VS ? TAV_ExtTlvProcForEach(VisitRecord, value, length, nullptr) : TAV_OK;
+}
+
+/**
+ * Says why a body does not load. Throws std::bad_alloc when memory was short: the body may be a good one. The product's
+ * code is the same for a value beyond its field's limit.
+ */
+std::string BodyProblem(const Value &body, uint32_t code) {
+    if (code != TAV_ERR_NO_MEMORY) {
+        return "its records do not load: " + tav::CodeText(code);
+    }
+    if (TAV_ExtTlvProcForEach(VisitVs, body.bytes, body.length, nullptr) != kTooLong) {
+        throw std::bad_alloc();
+    }
+    return "its records do not load: a value is longer than its field may be";
+}
+
 /** Says what keeps an image's refer checksum from being right; empty when nothing does. */
 std::string ReferProblem(const Value &head, const Refer &refer) {
     const bool carriesOne = FieldOf(head, EXT_TLV_REFER_CHECKSUM).has_value();
@@ -79,6 +107,9 @@ std::string ReferProblem(const Value &head, const Refer &refer) {
     }
     Digest actual;
     const uint32_t code = TAV_GetExtCfgFileChecksum(refer.path.c_str(), actual.data(), TAV_EXT_CHECKSUM_SIZE);
+    if (code == TAV_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
     if (code != TAV_OK) {
         return fmt::format("its refer file {} cannot be read, or refers to a file itself: {}", refer.path,
                            tav::CodeText(code));
@@ -114,7 +145,7 @@ std::string Diagnose(const Block &image, const Refer &refer, uint32_t code) {
     if (std::string problem = refer.ignore ? "" : ReferProblem(*head, refer); !problem.empty()) {
         return problem;
     }
-    return fmt::format("its records do not load: {}", tav::CodeText(code));
+    return BodyProblem(body, code);
 }
 
 /**
@@ -264,7 +295,7 @@ tav::Store ParseBody(Block &image, const std::string &place) {
     const Value body = BodyOf(*head, image);
     const uint32_t code = TAV_ExtTlvProcForEach(TAV_ParseExtCfgVsNode, body.bytes, body.length, &context);
     if (code != TAV_OK) {
-        throw tav::Error(TAV_ERR_INVALID, place, "its records do not load: " + tav::CodeText(code));
+        throw tav::Error(TAV_ERR_INVALID, place, BodyProblem(body, code));
     }
     return store;
 }
