@@ -73,9 +73,25 @@ struct Watch::State {
         return true;
     }
 
-    /** Takes all events there are. Returns whether one may have changed the file. */
-    bool TakeEvents() {
-        bool isChanged = false;
+    /** Takes the events there are, and loads the file if one may have changed it. Returns whether one has. */
+    bool SeesChange() {
+        TakeEvents();
+        if (!isDue) {
+            return false;
+        }
+        try {
+            const bool isChanged = Load();
+            isDue = false;
+            return isChanged;
+        } catch (const Error &error) {
+            // What does not load has to change before it does. Anything else may be over when it is tried again.
+            isDue = error.Code() != TAV_ERR_INVALID && error.Code() != TAV_ERR_BACKUP;
+            throw;
+        }
+    }
+
+    /** Takes all events there are. */
+    void TakeEvents() {
         alignas(inotify_event) std::array<char, 16384> buffer;
         ssize_t length = 0;
         while ((length = read(events.Get(), buffer.data(), buffer.size())) > 0) {
@@ -86,11 +102,10 @@ struct Watch::State {
                 if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0) {
                     throw Error(TAV_ERR_OPEN, place.given, "its folder " + place.folder + " is gone");
                 }
-                isChanged |= (event.mask & IN_Q_OVERFLOW) != 0 || (event.len != 0 && place.name == name);
+                isDue |= (event.mask & IN_Q_OVERFLOW) != 0 || (event.len != 0 && place.name == name);
                 at += static_cast<ssize_t>(sizeof(event) + event.len);
             }
         }
-        return isChanged;
     }
 
     const session::Place place;
@@ -99,6 +114,7 @@ struct Watch::State {
     const session::Descriptor events;
     Store before = Store::New(""), after = Store::New("");
     bool isLoaded = false;
+    bool isDue = false;                       // the file may have changed since it was loaded
     std::optional<session::Digest> checksum;  // of the body that was seen last; nothing when there was no file
 };
 
@@ -113,7 +129,7 @@ Watch &Watch::operator=(Watch &&) noexcept = default;
 bool Watch::Wait(std::optional<milliseconds> timeout) {
     const auto until = timeout ? std::optional(session::EndOf(*timeout)) : std::nullopt;
     do {
-        if (state_->TakeEvents() && state_->Load()) {
+        if (state_->SeesChange()) {
             return true;
         }
     } while (AwaitEvents(state_->events, until));

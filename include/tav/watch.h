@@ -40,7 +40,8 @@ class TAV_VISIBLE Watch {
     /**
      * Waits until the file has another content than the last time; then that is what After() returns. Throws Error:
      * TAV_ERR_BACKUP or TAV_ERR_INVALID when the file has changed and does not load, and the watch may go on;
-     * TAV_ERR_OPEN when its folder is gone or it cannot be read.
+     * TAV_ERR_OPEN when its folder is gone or it cannot be read. When that failed, or memory was short, the next call
+     * tries again before it waits.
      *
      * @param timeout  how long to wait for a change at most; nothing for ever. A signal that is handled ends it as well
      * @return whether the content has changed
