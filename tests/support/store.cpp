@@ -1,5 +1,8 @@
 #include "store.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "interposer.h"
 
 Record MakeRecord(uint32_t cid, const std::vector<Field> &fields) {
@@ -53,10 +56,33 @@ Bytes Encode(const TAV_ExtCfgRecordNode *record) {
     return Bytes(buffer.data(), cursor);
 }
 
-std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes) {
-    auto block = std::make_unique<uint8_t[]>(bytes.size());
-    std::copy(bytes.begin(), bytes.end(), block.get());
-    return block;
+#ifdef __SANITIZE_ADDRESS__
+static std::pair<uint8_t *, ReturnPages> TakePages(size_t size) {
+    return {new uint8_t[size], {}};
+}
+
+void ReturnPages::operator()(uint8_t *block) const {
+    delete[] block;
+}
+#else
+static std::pair<uint8_t *, ReturnPages> TakePages(size_t size) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t open = (size + page - 1) / page * page;
+    void *const pages = mmap(nullptr, open + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    auto *const closed = static_cast<uint8_t *>(pages) + open;
+    EXPECT_EQ(mprotect(closed, page, PROT_NONE), 0);
+    return {closed - size, {pages, open + page}};
+}
+
+void ReturnPages::operator()(uint8_t *) const {
+    munmap(pages, size);
+}
+#endif
+
+std::unique_ptr<uint8_t[], ReturnPages> ExactBlock(const Bytes &bytes) {
+    const auto [block, returner] = TakePages(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), block);
+    return {block, returner};
 }
 
 NothingLeaks::NothingLeaks() {

@@ -42,8 +42,15 @@ std::optional<Bytes> BodyOf(const Store &store);
 /** The record as a TLV of the file. */
 Bytes Encode(const TAV_ExtCfgRecordNode *record);
 
-/** Copies bytes into a heap block of just their size, so that a read beyond them is seen. */
-std::unique_ptr<uint8_t[]> ExactBlock(const Bytes &bytes);
+/** Returns what an ExactBlock has taken. */
+struct ReturnPages {
+    void *pages;
+    size_t size;
+    void operator()(uint8_t *block) const;
+};
+
+/** Copies bytes to where nothing behind them can be read: before a closed page, or what the sanitizer watches. */
+std::unique_ptr<uint8_t[], ReturnPages> ExactBlock(const Bytes &bytes);
 
 /** Fails the test when, as it goes, blocks of the platform's allocator or messages are left over or missing. */
 class NothingLeaks {
