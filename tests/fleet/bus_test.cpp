@@ -144,7 +144,8 @@ TEST(FleetBus, OneOfManyBindsAComponent) {
     const Cluster cluster;
     BusPeer peers[] = {BusPeer(On(cluster.first)), BusPeer(On(cluster.first)), BusPeer(On(cluster.second)),
                        BusPeer(On(cluster.second))};
-    EXPECT_EQ(peers[0].Do("bind 9"), 0);
+    const double seconds = Seconds([&] { EXPECT_EQ(peers[0].Do("bind 9"), 0); });
+    EXPECT_GE(seconds, 0.05) << "so long news of another claimant may be on the way";
     Await(peers[3], "send 8 9 16", 0);  // the servers know of each other
     for (int round = 0; round < 10; ++round) {
         for (BusPeer &peer : peers) {
