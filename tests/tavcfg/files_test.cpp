@@ -114,7 +114,7 @@ TEST_F(FilesTest, WhatAFileHeldBeforeComesBack) {
     EXPECT_EQ(history["checkpoints"][0]["comment"], "as it came");
     EXPECT_THAT(Out("history show x.dat"), HasSubstr("rollback first\n"));
     Out("convert x.dat z.dat; mkdir .z.dat.history; echo {} >.z.dat.history/index");
-    Refused(1, "move its folder aside: it is no JSON, or lacks something", "history show z.dat");
+    Refused(1, "move its folder aside: its \"version\" is missing", "history show z.dat");
     Out("checkpoint x.dat first --remove --dry-run");
     Out("checkpoint x.dat first --remove");
     Out("history stop x.dat --dry-run");
