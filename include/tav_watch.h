@@ -39,8 +39,8 @@ TAV_API void TAV_WatchClose(TAV_Watch *watch);
  * @param timeoutMs  how long to wait at most, in milliseconds; negative for ever
  * @return TAV_OK when it has; TAV_ERR_UNCHANGED when the time is over or a signal has been handled; TAV_ERR_BACKUP or
  *         TAV_ERR_INVALID when the file has changed and does not load, and the watch may go on; TAV_ERR_OPEN when its
- *         folder is gone or it cannot be read; TAV_ERR_NULL; TAV_ERR_NO_MEMORY. When it could not be read, or memory was
- *         short, the next call tries again before it waits
+ *         folder is gone or it cannot be read; TAV_ERR_NULL; TAV_ERR_NO_MEMORY. When it could not be read, or memory
+ * was short, the next call tries again before it waits
  */
 TAV_API uint32_t TAV_WatchWait(TAV_Watch *watch, int64_t timeoutMs);
 
