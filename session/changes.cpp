@@ -97,7 +97,7 @@ struct InOrder {
 /** A virtual system that was made or taken out. */
 struct VsStep {
     uint32_t vsId;
-    TAV_ExtCfgVsNode *taken;  // null when it was made
+    TAV_ExtCfgVsNode *taken;  // null when it was made, or was to be
     SLL_Node *previous;       // what stood before the one that was taken out
 };
 
@@ -144,22 +144,22 @@ class Application {
         }
     }
 
-    /** Puts the store back. */
+    /** Puts the store back, for which no memory is needed. Nothing more can be done here then. */
     void TakeBack() {
         for (auto step = vsSteps_.rbegin(); step != vsSteps_.rend(); ++step) {
-            if (step->taken == nullptr) {
+            if (step->taken == nullptr && store_->FindVs(step->vsId)) {
                 TAV_ExtCfgVsNodeFree(TakeOut(store_->Get(), step->vsId).taken);
-            } else {
+            } else if (step->taken != nullptr) {
                 SLL_Insert_In_Middle(&store_->Get()->vsList, step->previous, &step->taken->link);
                 step->taken = nullptr;
             }
         }
-        for (const auto &[place, former] : formers_) {
+        for (auto &[place, former] : formers_) {
             if (store_->Find(place.first, former.record)) {
                 store_->Remove(place.first, former.record);
             }
             if (former.wasThere) {
-                store_->Add(place.first, Record(former.record.View()));
+                store_->Add(place.first, std::move(former.record));
             }
         }
     }
@@ -203,7 +203,8 @@ class Application {
             Refuse(TAV_ERR_INVALID, change, "it still has records");
         }
         vsWasThere_.emplace(change.vsId, true);
-        vsSteps_.push_back(TakeOut(store_->Get(), change.vsId));
+        vsSteps_.emplace_back();  // before anything is changed: there may be no memory for it
+        vsSteps_.back() = TakeOut(store_->Get(), change.vsId);
     }
 
     void AddRecord(const Change &change) {
@@ -268,8 +269,8 @@ class Application {
         const bool isThere = store_->FindVs(vsId).has_value();
         vsWasThere_.emplace(vsId, isThere);
         if (!isThere) {
-            store_->AddVs(vsId);
             vsSteps_.push_back({vsId, nullptr, nullptr});
+            store_->AddVs(vsId);
         }
     }
 
@@ -339,7 +340,12 @@ Changes Apply(const Changes &changes, Store *store) {
             throw;
         }
     }
-    return application.Inverse();
+    try {
+        return application.Inverse();
+    } catch (...) {
+        application.TakeBack();
+        throw;
+    }
 }
 
 void Make(const Change &change, Store *store) {

@@ -108,6 +108,9 @@ void Draft::TakePlace() {
 void Draft::RemoveLeftover(const Place &place) {
     std::error_code error;
     RemoveFolder(place, error);
+    if (error == std::errc::not_enough_memory) {
+        throw std::bad_alloc();
+    }
     if (error) {
         FailOfSystem(TAV_ERR_NOT_SAVED, place.given, "what is left of " + place.DraftFolder() + " cannot be removed",
                      error.value());

@@ -10,9 +10,9 @@
 
 #include "file.h"
 #include "platform/mel_memory.h"
+#include "tav_changes.h"
 #include "tav_posix.h"
 #include "tav_session.h"
-#include "tav_store.h"
 
 namespace {
 
@@ -73,6 +73,10 @@ constexpr char kTree[] = R"({"vs":[{"records":[{"fields":[[14,7],[12,"a rather l
 constexpr char kLines[] = R"({"vs":0,"class":13,"fields":[[14,7],[12,"a rather long value"]]}
 {"vs":0,"class":13,"fields":[[14,8],[15,7]]}
 )";
+constexpr char kScript[] =
+    "add 3\nadd 0 13 14=1 15=2 12=alpha\nset 0 13 14=7 15=3\nunset 0 13 14=7 12\ndel 0 13 14=8\n";
+constexpr char kDifference[] =
+    "add 0 13 14=1 15=2 12=alpha\nset 0 13 14=7 15=3\nunset 0 13 14=7 12\ndel 0 13 14=8\nadd 3\n";
 constexpr uint32_t kKey[] = {14, 4, 7};
 
 /** Bytes that a call has given. */
@@ -175,6 +179,35 @@ TEST(ShortMemory, StoresAndJson) {
         world->Try("lines into a store", TAV_OK, [&] { return Import(kLines, TAV_JSON_LINES, Renew(&local)); });
         TAV_ExtCfgClose(empty);
         TAV_ExtCfgClose(local);
+    });
+}
+
+TEST(ShortMemory, Changes) {
+    Sweep([](World *world) {
+        CfgLocal *before = nullptr, *after = nullptr;
+        ASSERT_EQ(Import(kLines, TAV_JSON_LINES, Renew(&before)) | Import(kLines, TAV_JSON_LINES, Renew(&after)),
+                  TAV_OK);
+        TAV_Changes *changes[5] = {};
+        TAV_Change change = {};
+        Given text[3];
+        world->Try("parse", TAV_OK,
+                   [&] { return TAV_ChangesParse(kScript, sizeof(kScript) - 1, nullptr, &changes[0]); });
+        world->Try("apply", TAV_OK, [&] { return TAV_ChangesApply(changes[0], after, &changes[1]); });
+        world->Try("diff", TAV_OK, [&] { return TAV_ChangesDiff(before, after, nullptr, &changes[2]); });
+        world->Try("write", TAV_OK, [&] { return TAV_ChangesToScript(changes[2], nullptr, &text[0]); });
+        EXPECT_EQ(text[0].Text(), kDifference);
+        world->Try("to JSON", TAV_OK, [&] { return TAV_ChangesToJson(changes[2], nullptr, &text[1]); });
+        world->Try("merge", TAV_OK, [&] { return TAV_ChangesMerge(after, before, &changes[3]); });
+        world->Try("new", TAV_OK, [&] { return TAV_ChangesNew(&changes[4]); });
+        world->Try("get", TAV_OK, [&] { return TAV_ChangesGet(changes[2], 1, &change); });
+        world->Try("append", TAV_OK, [&] { return TAV_ChangesAppend(changes[4], &change); });
+        world->Try("make", TAV_OK, [&] { return TAV_ChangeMake(&change, before); });
+        world->Try("take back", TAV_OK, [&] { return TAV_ChangesApply(changes[1], after, nullptr); });
+        world->Try("is as before", TAV_OK, [&] { return TAV_StoreToJson(after, TAV_JSON_LINES, nullptr, &text[2]); });
+        EXPECT_EQ(text[2].Text(), kLines);
+        std::ranges::for_each(changes, TAV_ChangesFree);
+        TAV_ExtCfgClose(before);
+        TAV_ExtCfgClose(after);
     });
 }
 
