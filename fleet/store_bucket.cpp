@@ -207,7 +207,10 @@ Feed::Feed(const Bucket &bucket, const std::string &name) : bucket_(bucket) {
 void Feed::Subscribe(const std::string &names, jsSubOptions *options) {
     const WithoutSignals guard;
     options->Stream = bucket_.StreamName().c_str();
-    options->Ordered = true;
+    // Not the client library's ordered ones: when the server goes away, it makes them anew in a thread that may have
+    // ended, and freed what they share, before the thread that began it writes there (libnats 3.4).
+    options->Config.AckPolicy = js_AckNone;
+    options->Config.FlowControl = true;
     options->Config.Heartbeat = kHeartbeatNs;
     natsSubscription *made = nullptr;
     jsErrCode error{};
@@ -236,8 +239,11 @@ std::optional<Entry> Feed::Next(std::chrono::milliseconds timeout) {
     if (status != NATS_OK) {
         bucket_.Fail(status, 0, natsStatus_GetText(status));
     }
-    const uint64_t sequence = data->Sequence.Stream, pending = data->NumPending;
+    const uint64_t sequence = data->Sequence.Stream, pending = data->NumPending, number = data->Sequence.Consumer;
     jsMsgMetaData_Destroy(data);
+    if (number != ++taken_) {
+        throw tav::Error(TAV_ERR_NO_SERVER, bucket_.Place(), "a message of the server was lost");
+    }
     return bucket_.EntryOf(std::move(message), sequence, pending);
 }
 

@@ -101,6 +101,7 @@ class Feed {
 
     const Bucket &bucket_;
     std::unique_ptr<natsSubscription, Destroy<natsSubscription, natsSubscription_Destroy>> subscription_;
+    uint64_t taken_ = 0;  // messages
 };
 
 }  // namespace fleet
