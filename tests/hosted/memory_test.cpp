@@ -54,7 +54,8 @@ void ExpectLive(const Places &live) {
     const auto note = [](const TAV_Posix_MemBlock *block, void *context) {
         (*static_cast<Places *>(context))[const_cast<void *>(block->block)] = {block->module, block->line, block->size};
     };
-    const bool tracked = getenv("TAV_MEM_TRACK") != nullptr;
+    const char *const setting = getenv("TAV_MEM_TRACK");
+    const bool tracked = setting != nullptr && setting == std::string("1");
     EXPECT_EQ(TAV_Posix_MemVisitBlocks(note, &listed), tracked ? 0 : -1);
     EXPECT_EQ(listed, tracked ? live : Places());
 }
