@@ -79,6 +79,25 @@ TEST_F(Malformed, EveryTruncationAndAppendedBytes) {
     }
 }
 
+/** Likewise with a right checksum: what loads all the same can be written, and then loads as the same. */
+TEST_F(Malformed, EveryChangedByteBehindARightChecksum) {
+    for (size_t at = 0; at < kBody.size(); ++at) {
+        for (const int change : {-4, -1, 1, 4, 8, 0x7F, 0x80}) {
+            SCOPED_TRACE(std::to_string(at) + " by " + std::to_string(change));
+            Bytes body = kBody;
+            body[at] = static_cast<uint8_t>(body[at] + change);
+            const Store store = EmptyStore(), again = EmptyStore();
+            const uint32_t code = Parse(Image(body), store);
+            if (code == TAV_OK) {
+                EXPECT_EQ(Parse(Image(*BodyOf(store)), again), BodyOf(store)->empty() ? TAV_ERR_INVALID : TAV_OK);
+                EXPECT_EQ(BodyOf(again), BodyOf(store));
+            } else {
+                EXPECT_EQ(code, code == TAV_ERR_NO_MEMORY ? code : TAV_ERR_INVALID);
+            }
+        }
+    }
+}
+
 /** The fields of a head have one length each, but for a checksum that is read, which may be padded. */
 TEST_F(Malformed, HeadFieldsOfEveryLength) {
     const DebugLog log;
