@@ -204,6 +204,16 @@ Feed::Feed(const Bucket &bucket, const std::string &name) : bucket_(bucket) {
     Subscribe(name, &options);
 }
 
+Feed::~Feed() {
+    // Nothing may come any more when what takes the messages goes: the connection's thread may be at one just now. What
+    // came before the answer of the server has been taken; without an answer that thread has to end.
+    natsConnection *const connection = bucket_.Get();
+    if (natsSubscription_Unsubscribe(subscription_.get()) != NATS_OK ||
+        natsConnection_FlushTimeout(connection, kAnswerMs) != NATS_OK) {
+        natsConnection_Close(connection);
+    }
+}
+
 void Feed::Subscribe(const std::string &names, jsSubOptions *options) {
     const WithoutSignals guard;
     options->Stream = bucket_.StreamName().c_str();

@@ -90,6 +90,11 @@ class Feed {
     /** The last one of a name, and those that follow. */
     Feed(const Bucket &bucket, const std::string &name);
 
+    /** Ends the connection when the server does not answer. */
+    ~Feed();
+    Feed(const Feed &) = delete;
+    Feed &operator=(const Feed &) = delete;
+
     /** Waits for the next message. Nothing when none has come in time. */
     std::optional<Entry> Next(std::chrono::milliseconds timeout);
 
