@@ -104,6 +104,10 @@ uint64_t NumberFrom(const Members &members, const std::string &key, uint64_t max
     return scalar.number;
 }
 
+size_t CountFrom(const Members &members, const std::string &key) {
+    return static_cast<size_t>(NumberFrom(members, key, SIZE_MAX));
+}
+
 std::string TextFrom(const Members &members, const std::string &key) {
     const Scalar &scalar = MemberOf(members, key);
     if (scalar.type != Scalar::Type::kString) {
@@ -131,8 +135,7 @@ IndexedCommit CommitFrom(const Members &members) {
     return {{NumberFrom(members, "number", kMaxNumber),
              NoteFrom(members),
              TextFrom(members, "checksum"),
-             {NumberFrom(members, "added", SIZE_MAX), NumberFrom(members, "changed", SIZE_MAX),
-              NumberFrom(members, "deleted", SIZE_MAX)},
+             {CountFrom(members, "added"), CountFrom(members, "changed"), CountFrom(members, "deleted")},
              FlagFrom(members, "hadFile")},
             members.contains("former") ? TextFrom(members, "former") : ""};  // those written before have none
 }
