@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <map>
@@ -116,7 +117,11 @@ class LocalBus : public testing::Test {
         left_ = Left();
         before_ = Counts();
     }
-    ~LocalBus() override { EXPECT_EQ(Left(), left_); }
+    ~LocalBus() override {
+        std::vector<uint64_t> left = Left();
+        left[2] = std::max(left[2], left_[2]);  // a thread of the client library may have had a file open at first
+        EXPECT_EQ(left, left_);
+    }
     static std::vector<uint64_t> Left() {
         TAV_Posix_MemAccount memory;
         TAV_Posix_MemTotal(&memory);
